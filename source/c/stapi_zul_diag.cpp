@@ -1,0 +1,320 @@
+#include "stapi_zul_diag.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+constinit std::atomic<int> statAPITrace = 0;
+constinit StapiLock traceLock = {};
+char* statAPITraceFilename;
+const char* const defaultTraceFilename = "stderr";
+int traceHeaderWrite;
+
+namespace {
+
+constexpr std::size_t FILENAME_SIZE = 1024;
+constexpr std::size_t PREFIX_SIZE = 96;  // the longest prefix has 62 characters
+
+// The destination and the last time stamp. outputMutex guards both: the lock wrapper's lines and dumpState's are
+// written without traceLock, possibly while another thread switches the destination. It is taken last and nothing is
+// taken under it, so it has no place in the lock order; no StapiLock, because that would trace itself.
+pthread_mutex_t outputMutex = PTHREAD_MUTEX_INITIALIZER;
+std::FILE* statAPITraceHandle;
+char timeStamp[TIME_STAMP_SIZE];
+
+// The table's texts are formats that the compiler has checked against the arguments of every call.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+void printLine(const char* format, std::va_list arguments) {
+    std::vfprintf(statAPITraceHandle, format, arguments);
+}
+#pragma GCC diagnostic pop
+
+// One call of the stream for prefix and message together, so that a line on an unbuffered stream stays whole.
+void printPoint(const TraceRow& row, std::va_list arguments) {
+    if ((row.flags & STALE_STAMP) == 0) {
+        getTimestamp(timeStamp);
+    }
+    std::uint32_t tracePid = 0;
+    std::uint32_t traceTid = 0;
+    getPidTid(&tracePid, &traceTid);
+    char traceFmtStr[PREFIX_SIZE + trace_text::MESSAGE_MAX];
+    const int prefixLength = std::snprintf(traceFmtStr, PREFIX_SIZE, "%s [0x%8.8X,0x%8.8X] [%4.4d] %-6.6s ", timeStamp,
+                                           tracePid, traceTid, row.number, traceKindText(row.kind));
+    std::strcpy(traceFmtStr + prefixLength, row.text);
+    printLine(traceFmtStr, arguments);
+}
+
+// What ends a dump: a count of bytes where it is not 0, else a word in memory.
+struct DumpEnd {
+    int limit;
+    std::uint32_t stopWord;
+    const unsigned char* bound;  // first byte that belongs to no word; null: none
+};
+
+bool reachesBound(const unsigned char* at, const DumpEnd& dumpEnd) {
+    return dumpEnd.limit == 0 && dumpEnd.bound != nullptr &&
+           dumpEnd.bound - at < static_cast<std::ptrdiff_t>(sizeof dumpEnd.stopWord);
+}
+
+bool endsAt(const unsigned char* start, int position, const DumpEnd& dumpEnd) {
+    if (dumpEnd.limit != 0) {
+        return position == dumpEnd.limit;
+    }
+    if (reachesBound(start + position, dumpEnd)) {
+        return true;
+    }
+    std::uint32_t word;
+    std::memcpy(&word, start + position, sizeof word);
+    return word == dumpEnd.stopWord;
+}
+
+// Returns how many bytes of the line belong to the dump.
+int writeStorageLineHex(const unsigned char* start, int bytesPerLine, const DumpEnd& dumpEnd) {
+    int result = bytesPerLine;
+    bool hidden = false;
+    for (int i = 0; i < bytesPerLine; ++i) {
+        if (result == bytesPerLine && endsAt(start, i, dumpEnd)) {
+            result = i;
+            // Kept: a line that starts with the stop word is shown whole in hex.
+            hidden = i != 0 || reachesBound(start, dumpEnd);
+        }
+        if (hidden) {
+            std::fputs("  ", statAPITraceHandle);
+        } else {
+            std::fprintf(statAPITraceHandle, "%2.2X", start[i]);
+        }
+        std::fflush(statAPITraceHandle);  // what could be read of bad storage is on file when the next byte faults
+        const int count = i + 1;
+        if (count % bytesPerLine == 0) {
+            break;
+        }
+        if (count % 4 == 0) {
+            std::fputc(' ', statAPITraceHandle);
+        }
+        if (count % 16 == 0) {
+            std::fputc(' ', statAPITraceHandle);
+        }
+    }
+    return result;
+}
+
+// Returns the end position found, or 0 if the line ran full.
+int writeStorageLineChar(const unsigned char* start, int bytesPerLine, const DumpEnd& dumpEnd) {
+    for (int i = 0; i < bytesPerLine; ++i) {
+        if (endsAt(start, i, dumpEnd)) {
+            return i;
+        }
+        std::fputc(std::isprint(start[i]) != 0 ? start[i] : '.', statAPITraceHandle);
+        if ((i + 1) % 16 == 0) {
+            std::fputc(' ', statAPITraceHandle);
+        }
+    }
+    return 0;
+}
+
+int writeStorageLineDual(const unsigned char* start, int bytesPerLine, const DumpEnd& dumpEnd) {
+    const int dumped = writeStorageLineHex(start, bytesPerLine, dumpEnd);
+    std::fputs(" : ", statAPITraceHandle);
+    writeStorageLineChar(start, bytesPerLine, dumpEnd);
+    std::fputc('\n', statAPITraceHandle);
+    return dumped;
+}
+
+// The caller holds outputMutex.
+int dumpStorage(const unsigned char* start, int length, std::uint32_t stopWord, int bytesPerLine,
+                const unsigned char* bound) {
+    if (length == 0 && stopWord == 0) {
+        return 0;
+    }
+    const unsigned char* current = start;
+    int remaining = length;
+    int total = 0;
+    for (;;) {
+        std::fprintf(statAPITraceHandle, "0x%8.8X: ", low32(current));
+        const int dumped = writeStorageLineDual(current, bytesPerLine, {remaining, stopWord, bound});
+        total += dumped;
+        if (length != 0) {
+            current += dumped;
+            remaining -= dumped;
+            if (remaining < 1) {
+                break;
+            }
+        } else {
+            current += bytesPerLine;
+            if (dumped != bytesPerLine) {
+                break;
+            }
+        }
+    }
+    std::fflush(statAPITraceHandle);
+    return total;
+}
+
+constexpr int BYTES_PER_LINE = 16;
+
+// Takes the locks around one line (and its dump) and keeps errno.
+class LineGuard {
+public:
+    explicit LineGuard(const TraceRow& row) : locked((row.flags & NOT_UNDER_TRACE_LOCK) == 0) {
+        if (locked) {
+            requestLock(&traceLock);
+        }
+        pthread_mutex_lock(&outputMutex);
+    }
+    ~LineGuard() {
+        std::fflush(statAPITraceHandle);
+        pthread_mutex_unlock(&outputMutex);
+        if (locked) {
+            releaseLock(&traceLock);
+        }
+        errno = savedErrno;
+    }
+    LineGuard(const LineGuard&) = delete;
+    LineGuard& operator=(const LineGuard&) = delete;
+
+private:
+    const int savedErrno = errno;
+    const bool locked;
+};
+
+void printPointWith(const TraceRow* row, ...) {
+    std::va_list arguments;
+    va_start(arguments, row);
+    printPoint(*row, arguments);
+    va_end(arguments);
+}
+
+}  // namespace
+
+void writeTraceLine(const TraceRow* row, ...) {
+    const LineGuard guard(*row);
+    std::va_list arguments;
+    va_start(arguments, row);
+    printPoint(*row, arguments);
+    va_end(arguments);
+}
+
+void writeTraceDump(const TraceRow* row, const void* start, int length, std::uint32_t stopWord, const void* end) {
+    const LineGuard guard(*row);
+    printPointWith(row, start, length, stopWord);
+    dumpStorage(static_cast<const unsigned char*>(start), length, stopWord, BYTES_PER_LINE,
+                static_cast<const unsigned char*>(end));
+}
+
+int initTrace() {
+    pthread_mutex_lock(&outputMutex);
+    statAPITraceHandle = stderr;
+    pthread_mutex_unlock(&outputMutex);
+    if (initializeLock(&traceLock) != 0) {
+        return STAPI_RC_TRACE_INIT_FAILED;
+    }
+    statAPITraceFilename = static_cast<char*>(std::calloc(FILENAME_SIZE, 1));
+    if (statAPITraceFilename == nullptr) {
+        return STAPI_RC_NO_MEMORY;
+    }
+    std::strcpy(statAPITraceFilename, defaultTraceFilename);
+    return 0;
+}
+
+std::FILE* openTraceFile(const char* name) {
+    return std::fopen(name, "ae");
+}
+
+void setTraceDestination(std::FILE* file, const char* name) {
+    pthread_mutex_lock(&outputMutex);
+    if (statAPITraceHandle != nullptr && statAPITraceHandle != stderr) {
+        std::fclose(statAPITraceHandle);
+    }
+    statAPITraceHandle = file;
+    std::snprintf(statAPITraceFilename, FILENAME_SIZE, "%s", name);
+    pthread_mutex_unlock(&outputMutex);
+    traceHeaderWrite = 0;
+}
+
+bool traceGoesToStderr() {
+    pthread_mutex_lock(&outputMutex);
+    const bool result = statAPITraceHandle == stderr;
+    pthread_mutex_unlock(&outputMutex);
+    return result;
+}
+
+void writeTraceBanner() {
+    writeTraceText("**** QAL Velatra ZULSTATS DLL Version %s Diagnostic trace - build(%s) ****\n", STAPI_VERSION,
+                   STAPI_BUILD);
+}
+
+void writeTraceState() {
+    writeTraceText("zulstats state dump: API Version=%s Trace Level=%d statAPITraceFile=%s\n", STAPI_VERSION,
+                   statAPITrace.load(std::memory_order_relaxed), statAPITraceFilename);
+    flushTrace();
+}
+
+void writeTraceText(const char* format, ...) {
+    const int savedErrno = errno;
+    pthread_mutex_lock(&outputMutex);
+    std::va_list arguments;
+    va_start(arguments, format);
+    printLine(format, arguments);
+    va_end(arguments);
+    pthread_mutex_unlock(&outputMutex);
+    errno = savedErrno;
+}
+
+void flushTrace() {
+    pthread_mutex_lock(&outputMutex);
+    std::fflush(statAPITraceHandle);
+    pthread_mutex_unlock(&outputMutex);
+}
+
+void writeTraceRule() {
+    char rule[81];
+    std::memset(rule, '-', sizeof rule - 1);
+    rule[sizeof rule - 1] = '\0';
+    writeTraceText("%s\n", rule);
+}
+
+int traceOutStorage(const void* start, int length, std::uint32_t stopWord, int bytesPerLine, int /*mode*/,
+                    const void* end) {
+    const int savedErrno = errno;
+    pthread_mutex_lock(&outputMutex);
+    const int total = dumpStorage(static_cast<const unsigned char*>(start), length, stopWord, bytesPerLine,
+                                  static_cast<const unsigned char*>(end));
+    pthread_mutex_unlock(&outputMutex);
+    errno = savedErrno;
+    return total;
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-y2k"  // lines show two digits of the year
+char* getTimestamp(char* dst) {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    tzset();
+    std::tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char stamp[TIME_STAMP_SIZE] = "";
+    const std::size_t length = std::strftime(stamp, sizeof stamp - 1, "%d/%m/%y %H:%M:%S:", &local);
+    std::snprintf(stamp + length, sizeof stamp - length, "%.3d", static_cast<int>(now.tv_usec / 1000));
+    return std::strcpy(dst, stamp);
+}
+#pragma GCC diagnostic pop
+
+int compareTids(pthread_t t1, pthread_t t2) {
+    return pthread_equal(t1, t2) != 0 ? 1 : 0;
+}
+
+void getPidTid(std::uint32_t* pid, std::uint32_t* tid) {
+    if (pid != nullptr) {
+        *pid = static_cast<std::uint32_t>(getpid());
+    }
+    if (tid != nullptr) {
+        *tid = static_cast<std::uint32_t>(pthread_self());
+    }
+}

@@ -1,0 +1,188 @@
+#include "stapi_zul_gwytok.h"
+
+#include "stapi_zul_diag.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "stapi_zul_gwytok_trace.h"
+
+constinit StapiLock gtlLock = {};
+GatewayToken* gtListHeadPtr;
+GatewayToken* gtListTailPtr;
+
+namespace {
+
+int find(const GatewayToken* target, GatewayToken** parent) {
+    if (target == nullptr) {
+        TRACE(findGatewayToken_nullTarget);
+        return STAPI_FIND_NULL_TARGET;
+    }
+    GatewayToken* current = gtListHeadPtr;
+    if (current == nullptr) {
+        // Kept: an empty list is reported as corrupt.
+        TRACE(findGatewayToken_corrupt, gtListHeadPtr, gtListTailPtr);
+        return STAPI_FIND_GTL_EMPTY;
+    }
+    if (current == target) {
+        if (parent != nullptr) {
+            *parent = nullptr;
+        }
+        TRACE(findGatewayToken_found, 0);
+        return STAPI_FIND_FOUND;
+    }
+    int count = 0;
+    while (current->nextGwyTokPtr != nullptr && count < GTL_RUNAWAY_LIMIT) {
+        if (current->nextGwyTokPtr == target) {
+            if (parent != nullptr) {
+                *parent = current;
+            }
+            TRACE(findGatewayToken_found, count);
+            return STAPI_FIND_FOUND;
+        }
+        current = current->nextGwyTokPtr;
+        ++count;
+    }
+    if (count == GTL_RUNAWAY_LIMIT) {
+        TRACE(findGatewayToken_runaway, count);
+        return STAPI_GTL_RUNAWAY;
+    }
+    TRACE(findGatewayToken_notFound, count, gtListHeadPtr, current);
+    return STAPI_FIND_NOT_FOUND;
+}
+
+// Looks the token up and compares the owner. A use begins while gtlLock is held: once it is released another thread may
+// close the connection.
+int verify(const GatewayToken* token, std::uint32_t* users) {
+    std::uint32_t currentPid = 0;
+    std::uint32_t currentTid = 0;
+    getPidTid(&currentPid, &currentTid);
+    requestLock(&gtlLock);
+    const int findRc = findGatewayToken(token, nullptr);
+    const bool found = findRc == STAPI_FIND_FOUND;
+    const std::uint32_t owningPid = found ? token->owningPid : 0;
+    const std::uint32_t owningTid = found ? token->owningTid : 0;
+    const bool ownProcess = found && currentPid == owningPid;
+    const bool ownThread = found && compareTids(pthread_self(), token->owningThread) != 0;
+    if (ownProcess && ownThread && users != nullptr) {
+        __atomic_fetch_add(users, 1, __ATOMIC_RELAXED);
+    }
+    releaseLock(&gtlLock);
+    if (!found) {
+        TRACE(verifyGatewayToken_notFound, token, findRc);
+        return STAPI_RC_GATEWAY_TOKEN_NOT_FOUND;
+    }
+    if (!ownProcess) {
+        TRACE(verifyGatewayToken_pidMismatch, static_cast<int>(currentPid), static_cast<int>(owningPid));
+        return STAPI_RC_RESULT_SET_PID_MISMATCH;
+    }
+    if (!ownThread) {
+        TRACE(verifyGatewayToken_tidMismatch, static_cast<int>(currentTid), static_cast<int>(owningTid));
+        return STAPI_RC_RESULT_SET_TID_MISMATCH;
+    }
+    return 0;
+}
+
+int tracedVerify(const GatewayToken* token, std::uint32_t* users) {
+    TRACE(verifyGatewayToken_entry, token);
+    const int rc = verify(token, users);
+    TRACE(verifyGatewayToken_exit, token, rc);
+    return rc;
+}
+
+// The caller holds gtlLock and traceLock: no trace line may be written here. Returns the number of entries written.
+int dumpList() {
+    writeTraceText("Gateway Token List dump\n");
+    writeTraceRule();
+    if (gtListHeadPtr == nullptr) {
+        writeTraceText("The Gateway Token List is EMPTY\n");
+        writeTraceRule();
+    }
+    int count = 0;
+    const GatewayToken* token = gtListHeadPtr;
+    while (token != nullptr && count < GTL_RUNAWAY_LIMIT) {
+        char text[FORMATTED_TOKEN_SIZE];
+        formatGatewayToken(token, text);
+        ++count;
+        writeTraceText("Gateway Token List entry -%4.4d- : %s\n", count, text);
+        // A query in progress rewrites the result set; none begins while gtlLock is held.
+        if (token->connRSToken != nullptr && __atomic_load_n(&token->users, __ATOMIC_ACQUIRE) == 0) {
+            dumpResultSetContent(token->connRSToken);
+            writeTraceRule();
+        }
+        token = token->nextGwyTokPtr;
+    }
+    writeTraceText("Total number of Gateway Token List entries=%d\n", count);
+    writeTraceRule();
+    return count;
+}
+
+int listResult(int count) {
+    switch (count) {
+    case 0:
+        return STAPI_GTL_EMPTY;
+    case GTL_RUNAWAY_LIMIT:
+        return STAPI_GTL_RUNAWAY;
+    default:
+        return 0;
+    }
+}
+
+}  // namespace
+
+int initGTL() {
+    TRACE(initGTL_entry);
+    const int initLockRc = initializeLock(&gtlLock);
+    // Kept: the line's rc is not the one returned.
+    TRACE(initGTL_exit, initLockRc, initLockRc == 0 || initLockRc == 1 ? 0 : STAPI_RC_TRACE_INIT_FAILED);
+    return initLockRc;
+}
+
+int findGatewayToken(const GatewayToken* target, GatewayToken** parent) {
+    TRACE(findGatewayToken_entry, target, parent);
+    const int rc = find(target, parent);
+    TRACE(findGatewayToken_exit, target, parent, rc);
+    return rc;
+}
+
+int verifyGatewayToken(const GatewayToken* token) {
+    return tracedVerify(token, nullptr);
+}
+
+int beginUse(GatewayToken* token) {
+    return tracedVerify(token, &token->users);
+}
+
+int formatGatewayToken(const GatewayToken* token, char* dst) {
+    if (dst == nullptr) {
+        return STAPI_RC_NULL_PARAMETER;
+    }
+    if (token == nullptr) {
+        std::strcpy(dst, "GatwayToken(NULL)");
+        return 0;
+    }
+    std::snprintf(dst, FORMATTED_TOKEN_SIZE,
+                  "GatwayToken(%p) eyecatcher(%8.8s) port(%d) connStatus(%d) socket(%d) connRSToken(%p) "
+                  "resultSetBuf(%p) owningPid(%8.8X) owningTid(%8.8X) nextGwyTokPtr(%p)",
+                  static_cast<const void*>(token), token->eyecatcher, token->port, loadShown(token->connStatus),
+                  loadShown(token->socket), static_cast<const void*>(token->connRSToken),
+                  static_cast<const void*>(token->resultSetBuf), token->owningPid, token->owningTid,
+                  static_cast<const void*>(loadShown(token->nextGwyTokPtr)));
+    return 0;
+}
+
+int dumpGatewayTokens() {
+    TRACE(dumpGatewayTokens_entry);
+    requestLock(&gtlLock);
+    requestLock(&traceLock);
+    const int count = dumpList();
+    flushTrace();
+    releaseLock(&traceLock);
+    releaseLock(&gtlLock);
+    const int rc = listResult(count);
+    if (rc == STAPI_GTL_RUNAWAY) {
+        TRACE(dumpGatewayTokens_runaway, count);
+    }
+    TRACE(dumpGatewayTokens_exit, count, rc);
+    return rc;
+}

@@ -1,0 +1,309 @@
+// Creating and deleting gateway tokens, with the connections that they stand for.
+#include "stapi_zul_gwytok.h"
+
+#include "stapi_zul_diag.h"
+#include "stapi_zul_gwycon.h"
+#include "stapi_zul_statcomms.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "stapi_zul_gwytok_trace.h"
+
+namespace {
+
+// Releases a token and what it owns without a trace line; it is not in the list and has no socket.
+void releaseUnchainedToken(GatewayToken* token) {
+    releaseResultSet(token->connRSToken);
+    std::free(token->resultSetBuf);
+    std::free(token->protocolVersion);
+    std::free(token);
+}
+
+// The caller holds gtlLock; parent is the token's predecessor, null for the head.
+void unchain(const GatewayToken* token, GatewayToken* parent) {
+    if (parent != nullptr) {
+        storeShown(&parent->nextGwyTokPtr, token->nextGwyTokPtr);
+        if (parent->nextGwyTokPtr == nullptr) {
+            gtListTailPtr = parent;
+        }
+    } else {
+        // Kept: the tail is left alone; it means nothing without a head.
+        gtListHeadPtr = token->nextGwyTokPtr;
+    }
+}
+
+// Takes the token off the list and leaves the rest to the last call that is in progress on the connection; false when
+// there is none. The caller holds gtlLock, under which uses begin; its own use keeps the token until all is said.
+bool retire(GatewayToken* token, GatewayToken* parent) {
+    if (__atomic_fetch_add(&token->users, 1, __ATOMIC_ACQ_REL) == 0) {
+        return false;
+    }
+    unchain(token, parent);
+    __atomic_fetch_or(&token->users, TOKEN_RETIRED, __ATOMIC_ACQ_REL);
+    const std::int32_t descriptor = loadShown(token->socket);
+    if (descriptor >= 0) {
+        shutdown(descriptor, SHUT_RDWR);
+    }
+    static_cast<void>(endUse(token));
+    return true;
+}
+
+// The caller holds gtlLock.
+void destroy(GatewayToken** gwTokPtr, GatewayToken* parent) {
+    GatewayToken* token = *gwTokPtr;
+    if (retire(token, parent)) {
+        *gwTokPtr = nullptr;
+        return;
+    }
+    storeShown(&token->connStatus, closeConnection(&token->socket) == 0 ? CONN_CLOSED : CONN_CLOSE_FAILED);
+    const int deleteRc = deleteResultSet(&token->connRSToken);
+    if (deleteRc != 0) {
+        TRACE(deleteGatewayToken_resultSetNotDeleted, deleteRc);
+    }
+    if (token->resultSetBuf != nullptr) {
+        TRACE(deleteGatewayToken_freeBuffer, token->resultSetBuf);
+        std::free(token->resultSetBuf);
+        token->resultSetBuf = nullptr;
+    }
+    if (token->protocolVersion != nullptr) {
+        TRACE(deleteGatewayToken_freeVersion, token->protocolVersion);
+        std::free(token->protocolVersion);
+        token->protocolVersion = nullptr;
+    }
+    unchain(token, parent);
+    TRACE(deleteGatewayToken_freeToken, gwTokPtr, token);
+    std::free(token);
+    *gwTokPtr = nullptr;
+    // Kept: the line shows the token as null.
+    TRACE(deleteGatewayToken_freedToken, gwTokPtr, *gwTokPtr);
+}
+
+int remove(GatewayToken** gwTokPtr, int lockRequired) {
+    if (gwTokPtr == nullptr) {
+        return STAPI_RC_NULL_GATEWAY_TOKEN_POINTER;
+    }
+    if (*gwTokPtr == nullptr) {
+        return STAPI_RC_NULL_GATEWAY_TOKEN;
+    }
+    if (lockRequired != 1) {
+        destroy(gwTokPtr, nullptr);
+        return 0;
+    }
+    requestLock(&gtlLock);
+    GatewayToken* parent = nullptr;
+    int rc = STAPI_RC_GATEWAY_TOKEN_NOT_FOUND;
+    if (findGatewayToken(*gwTokPtr, &parent) == STAPI_FIND_FOUND) {
+        destroy(gwTokPtr, parent);
+        rc = 0;
+    }
+    releaseLock(&gtlLock);
+    return rc;
+}
+
+// The caller holds gtlLock. Stores the number of tokens deleted.
+int removeAll(int* count) {
+    if (gtListHeadPtr == nullptr) {
+        TRACE(deleteGatewayTokens_empty);
+        return STAPI_GTL_EMPTY;
+    }
+    GatewayToken* current = gtListHeadPtr;
+    while (current != nullptr && *count < GTL_RUNAWAY_LIMIT) {
+        char text[FORMATTED_TOKEN_SIZE];
+        formatGatewayToken(current, text);
+        ++*count;
+        TRACE(deleteGatewayTokens_deleting, current, *count, text);
+        GatewayToken* next = current->nextGwyTokPtr;
+        static_cast<void>(deleteGatewayToken(&current, 0));
+        current = next;
+    }
+    if (*count == GTL_RUNAWAY_LIMIT) {
+        TRACE(deleteGatewayTokens_runaway, *count);
+        return STAPI_GTL_RUNAWAY;
+    }
+    return 0;
+}
+
+// The caller holds gtlLock.
+int append(GatewayToken* token) {
+    if (gtListHeadPtr == nullptr) {
+        gtListHeadPtr = token;
+    } else if (gtListTailPtr != nullptr) {
+        storeShown(&gtListTailPtr->nextGwyTokPtr, token);
+    } else {
+        TRACE(chainGatewayToken_corrupt, gtListHeadPtr, gtListTailPtr);
+        return STAPI_RC_GTL_CORRUPT;
+    }
+    gtListTailPtr = token;
+    return 0;
+}
+
+// What a code of the TCP connection means to a caller of the library.
+int foldConnectCode(int connectCode) {
+    switch (connectCode) {
+    case 0:
+        return 0;
+    case STAPI_RC_SOCKET_RESOLVE_FAILED:
+        return STAPI_RC_HOST_NOT_RESOLVED;
+    case STAPI_RC_SOCKET_CONNECT_TIMEOUT:
+        return STAPI_RC_CONNECT_BAD_PARAMETER;
+    case STAPI_RC_SOCKET_CONNECT_REFUSED:
+        return STAPI_RC_CONNECTION_REFUSED;
+    case STAPI_RC_SOCKET_NETWORK_UNREACHABLE:
+        return STAPI_RC_NETWORK_UNREACHABLE;
+    default:
+        return STAPI_RC_CONNECT_FAILED;
+    }
+}
+
+// A token with its buffers, neither chained nor connected.
+int allocateToken(GatewayToken** newToken, int port) {
+    constexpr int tokenSize = sizeof(GatewayToken);
+    auto* token = static_cast<GatewayToken*>(std::calloc(1, sizeof(GatewayToken)));
+    TRACE(createGatewayToken_allocatedToken, tokenSize, token);
+    if (token == nullptr) {
+        TRACE(createGatewayToken_tokenNotAllocated, tokenSize);
+        return STAPI_RC_NO_MEMORY;
+    }
+    std::memcpy(token->eyecatcher, GATEWAY_TOKEN_EYECATCHER, sizeof token->eyecatcher);
+    token->connStatus = CONN_CREATED;
+    token->port = port;
+    token->socket = -1;
+    const int rc = createResultSet(&token->connRSToken, CONNECTION_OWNED_EYECATCHER, CONNECTION_OWNED);
+    if (rc != 0) {
+        // Kept: the token block stays allocated.
+        TRACE(createGatewayToken_resultSetFailed, rc);
+        return rc;
+    }
+    getPidTid(&token->owningPid, &token->owningTid);
+    token->owningThread = pthread_self();
+    token->protocolVersion = static_cast<char*>(std::calloc(PROTOCOL_VERSION_SIZE, 1));
+    token->resultSetBuf = allocateResultSetBuffer();
+    constexpr int bufferSize = RESULT_SET_BUFFER_SIZE;
+    // Kept: the line shows the token, not the buffer.
+    TRACE(createGatewayToken_allocatedBuffer, bufferSize, token);
+    if (token->resultSetBuf == nullptr) {
+        TRACE(createGatewayToken_bufferNotAllocated, bufferSize);
+        releaseUnchainedToken(token);
+        return STAPI_RC_NO_MEMORY;
+    }
+    addTerminator(token->resultSetBuf);
+    token->connRSToken->head = token->resultSetBuf;
+    *newToken = token;
+    return 0;
+}
+
+// Connects a chained token and asks for the protocol version. The caller has begun a use of it.
+int connectToken(GatewayToken* token, const char* hostname, int port) {
+    const int rc = openStatsSocket(token, hostname, port);
+    if (rc != 0) {
+        return rc;
+    }
+    FlowReasons reasons{};
+    const int versionRc = statProtocolVer(token, &reasons);
+    if (versionRc != 0) {
+        TRACE(createGatewayToken_removing, token, versionRc);
+    }
+    return foldExchangeCode(versionRc, reasons);
+}
+
+int create(GatewayToken** gwTokPtr, const char* hostname, int port) {
+    GatewayToken* token = nullptr;
+    int rc = allocateToken(&token, port);
+    if (rc != 0) {
+        return rc;
+    }
+    token->users = 1;
+    rc = chainGatewayToken(token);
+    if (rc != 0) {
+        releaseUnchainedToken(token);
+        return rc;
+    }
+    rc = connectToken(token, hostname, port);
+    if (rc != 0) {
+        if (endUse(token)) {
+            return STAPI_RC_GATEWAY_CONNECTION_LOST;  // another thread has closed the connection
+        }
+        deleteGatewayToken(&token, 1);
+        return rc;
+    }
+    char text[FORMATTED_TOKEN_SIZE];
+    formatGatewayToken(token, text);
+    TRACE(createGatewayToken_created, gwTokPtr, text);
+    *gwTokPtr = token;
+    return 0;
+}
+
+}  // namespace
+
+bool endUse(GatewayToken* token) {
+    const std::uint32_t users = __atomic_fetch_sub(&token->users, 1, __ATOMIC_ACQ_REL);
+    if ((users & TOKEN_RETIRED) == 0) {
+        return false;
+    }
+    if (users == (TOKEN_RETIRED | 1)) {
+        if (token->socket >= 0) {
+            close(token->socket);
+        }
+        releaseUnchainedToken(token);
+    }
+    return true;
+}
+
+int deleteGatewayToken(GatewayToken** gwTokPtr, int lockRequired) {
+    TRACE(deleteGatewayToken_entry, gwTokPtr, lockRequired);
+    const int rc = remove(gwTokPtr, lockRequired);
+    TRACE(deleteGatewayToken_exit, gwTokPtr, lockRequired, rc);
+    return rc;
+}
+
+int deleteGatewayTokens() {
+    TRACE(deleteGatewayTokens_entry);
+    requestLock(&gtlLock);
+    int count = 0;
+    const int rc = removeAll(&count);
+    releaseLock(&gtlLock);
+    TRACE(deleteGatewayTokens_exit, count, rc);
+    return rc;
+}
+
+int chainGatewayToken(GatewayToken* token) {
+    TRACE(chainGatewayToken_entry, token);
+    int rc = STAPI_RC_NULL_GATEWAY_TOKEN_POINTER;
+    if (token == nullptr) {
+        TRACE(chainGatewayToken_nullToken);
+    } else {
+        requestLock(&gtlLock);
+        rc = append(token);
+        releaseLock(&gtlLock);
+    }
+    TRACE(chainGatewayToken_exit, token, rc);
+    return rc;
+}
+
+int openStatsSocket(GatewayToken* token, const char* hostname, int port) {
+    TRACE(openStatsSocket_entry, token, hostname, port);
+    const auto unsignedPort = static_cast<std::uint32_t>(port);
+    const int connectRc = connectToGateway(unsignedPort, hostname, &token->socket);
+    // Kept: the lines show an empty host.
+    if (connectRc == 0) {
+        storeShown(&token->connStatus, CONN_CONNECTED);
+        TRACE(openStatsSocket_connected, "", unsignedPort, token->socket);
+    } else {
+        storeShown(&token->connStatus, CONN_CONNECT_FAILED);
+        TRACE(openStatsSocket_connectFailed, "", unsignedPort);
+    }
+    const int rc = foldConnectCode(connectRc);
+    TRACE(openStatsSocket_exit, token, hostname, port, rc);
+    return rc;
+}
+
+int createGatewayToken(GatewayToken** gwTokPtr, const char* hostname, int port) {
+    TRACE(createGatewayToken_entry, gwTokPtr, port);
+    const int rc = create(gwTokPtr, hostname, port);
+    TRACE(createGatewayToken_exit, gwTokPtr, port, rc);
+    return rc;
+}

@@ -1,0 +1,238 @@
+// The exported calls that query a Gateway.
+#include "stapi_zul_impl.h"
+
+#include "stapi_zul_diag.h"
+#include "stapi_zul_gwytok.h"
+#include "stapi_zul_statquery.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "stapi_zul_impl_trace.h"
+
+namespace {
+
+// Which code of a call removes the connection when it tells of a comms failure.
+enum class Removal { ANY_CODE, QUERY_CODE, EARLIER_CODE };
+
+// What sets the six calls apart.
+struct QueryCall {
+    bool takesQueryString;
+    bool resetsAfterQuery;  // resets the result set after the query, whatever its result, and leaves the owner code
+    Removal removal;
+    int (*run)(const GatewayToken* gwTok, const char* queryString);
+    void (*traceQuerying)(const char* queryString);
+    const TracePoint<const void*>& resultSet;
+    const TracePoint<const void*>& noBuffer;
+    const TracePoint<const void*, int>& removing;
+};
+
+// 0 has begun a use of the connection.
+int checkArguments(const QueryCall& call, GatewayToken* gwTok, const char* queryString, ResultSetToken** statRSPtr) {
+    if (gwTok == nullptr) {
+        return STAPI_RC_NULL_GATEWAY_TOKEN;
+    }
+    if (call.takesQueryString && queryString == nullptr) {
+        return STAPI_RC_NULL_QUERY_STRING;
+    }
+    if (statRSPtr == nullptr) {
+        return STAPI_RC_NULL_RESULT_SET_POINTER;
+    }
+    return beginUse(gwTok);
+}
+
+// Makes the token's copy of the query string, which may be text of the token itself. An overlength string leaves the
+// copy of the query before; without memory there is none.
+void copyQueryString(ResultSetToken* rs, const char* queryString) {
+    char* previous = rs->queryString;
+    if (dup2ASCIIString(queryString, &rs->queryString) != TEXT_COPY_REFUSED) {
+        std::free(previous);
+    }
+}
+
+void resetWalk(ResultSetToken* rs, char* content) {
+    rs->next = content;
+    rs->head = content;
+    rs->queryIndex = 0;
+}
+
+int query(const QueryCall& call, const GatewayToken* gwTok, const char* queryString) {
+    ResultSetToken* rs = gwTok->connRSToken;
+    if (gwTok->resultSetBuf == nullptr) {
+        TRACE(call.noBuffer, gwTok);
+        return STAPI_RC_NO_RESULT_SET_BUFFER;
+    }
+    if (call.takesQueryString) {
+        copyQueryString(rs, queryString);
+    }
+    if (!call.resetsAfterQuery) {
+        rs->owner = CONNECTION_OWNED;
+        resetWalk(rs, gwTok->resultSetBuf);
+    }
+    call.traceQuerying(queryString);
+    const int rc = call.run(gwTok, rs->queryString);
+    TRACE(call.resultSet, rs);
+    if (call.resetsAfterQuery) {
+        resetWalk(rs, gwTok->resultSetBuf);
+        TRACE(getResourceGroupIds_resultSetBuffer, rs->head);
+    }
+    return rc;
+}
+
+bool isCommsFailure(int rc) {
+    return rc == STAPI_RC_GATEWAY_CONNECTION_LOST || rc == STAPI_RC_GATEWAY_REQUEST_FAILED;
+}
+
+// The body of every query call, between its entry and exit lines; initRc is the result of the initialisation.
+int runQuery(const QueryCall& call, int initRc, GatewayToken* gwTok, const char* queryString,
+             ResultSetToken** statRSPtr) {
+    int rc = initRc;
+    if (rc == 0) {
+        rc = checkArguments(call, gwTok, queryString, statRSPtr);
+    }
+    const bool queries = rc == 0;
+    if (queries) {
+        rc = query(call, gwTok, queryString);
+        ResultSetToken* rs = gwTok->connRSToken;
+        if (endUse(gwTok)) {
+            return STAPI_RC_GATEWAY_CONNECTION_LOST;  // another thread has closed the connection
+        }
+        if (rc == 0) {
+            *statRSPtr = rs;
+        }
+    }
+    const bool ruleApplies = call.removal == Removal::ANY_CODE || queries == (call.removal == Removal::QUERY_CODE);
+    if (ruleApplies && isCommsFailure(rc)) {
+        TRACE(call.removing, gwTok, rc);
+        deleteGatewayToken(&gwTok, 1);
+    }
+    return rc;
+}
+
+constexpr QueryCall GET_STATS = {
+    false,
+    false,
+    Removal::ANY_CODE,
+    [](const GatewayToken* gwTok, const char*) { return commsStats(gwTok->socket, gwTok->resultSetBuf); },
+    [](const char*) { TRACE(getStats_querying); },
+    getStats_resultSet,
+    getStats_noBuffer,
+    getStats_removing};
+
+constexpr QueryCall GET_STAT_IDS = {
+    false,
+    false,
+    Removal::ANY_CODE,
+    [](const GatewayToken* gwTok, const char*) { return commsStatIds(gwTok->socket, gwTok->resultSetBuf); },
+    [](const char*) { TRACE(getStatIds_querying); },
+    getStatIds_resultSet,
+    getStatIds_noBuffer,
+    getStatIds_removing};
+
+// Kept: this call resets the result set after its query, and a failure before the query does not remove the connection.
+constexpr QueryCall GET_RESOURCE_GROUP_IDS = {
+    false,
+    true,
+    Removal::QUERY_CODE,
+    [](const GatewayToken* gwTok, const char*) { return commsResourceGroupsIds(gwTok->socket, gwTok->resultSetBuf); },
+    [](const char*) { TRACE(getResourceGroupIds_querying); },
+    getResourceGroupIds_resultSet,
+    getResourceGroupIds_noBuffer,
+    getResourceGroupIds_removing};
+
+constexpr QueryCall GET_STATS_BY_STAT_ID = {
+    true,
+    false,
+    Removal::ANY_CODE,
+    [](const GatewayToken* gwTok, const char* ids) {
+        return commsStatsByStatId(gwTok->socket, gwTok->resultSetBuf, ids);
+    },
+    [](const char* queryString) { TRACE(getStatsByStatId_querying, queryString); },
+    getStatsByStatId_resultSet,
+    getStatsByStatId_noBuffer,
+    getStatsByStatId_removing};
+
+// Kept: a failed query leaves this call's connection on the list.
+constexpr QueryCall GET_STATS_BY_STAT_GROUP_ID = {
+    true,
+    false,
+    Removal::EARLIER_CODE,
+    [](const GatewayToken* gwTok, const char* ids) {
+        return commsStatsByStatGroupId(gwTok->socket, gwTok->resultSetBuf, ids);
+    },
+    [](const char* queryString) { TRACE(getStatsByStatGroupId_querying, queryString); },
+    getStatsByStatGroupId_resultSet,
+    getStatsByStatGroupId_noBuffer,
+    getStatsByStatGroupId_removing};
+
+constexpr QueryCall GET_STAT_IDS_BY_STAT_GROUP_ID = {
+    true,
+    false,
+    Removal::ANY_CODE,
+    [](const GatewayToken* gwTok, const char* ids) {
+        return commsStatIdsByStatGroupId(gwTok->socket, gwTok->resultSetBuf, ids);
+    },
+    [](const char* queryString) { TRACE(getStatIdsByStatGroupId_querying, queryString); },
+    getStatIdsByStatGroupId_resultSet,
+    getStatIdsByStatGroupId_noBuffer,
+    getStatIdsByStatGroupId_removing};
+
+}  // namespace
+
+int getStats(GatewayToken* gwTok, ResultSetToken** statRSPtr) {
+    const int initRc = stapiInit();
+    TRACE(getStats_entry, gwTok, statRSPtr);
+    const void* shown = addressOnly(gwTok);
+    const int rc = runQuery(GET_STATS, initRc, gwTok, nullptr, statRSPtr);
+    TRACE(getStats_exit, shown, statRSPtr, rc);
+    return rc;
+}
+
+int getStatIds(GatewayToken* gwTok, ResultSetToken** statIdRSPtr) {
+    const int initRc = stapiInit();
+    TRACE(getStatIds_entry, gwTok, statIdRSPtr);
+    const void* shown = addressOnly(gwTok);
+    const int rc = runQuery(GET_STAT_IDS, initRc, gwTok, nullptr, statIdRSPtr);
+    TRACE(getStatIds_exit, shown, statIdRSPtr, rc);
+    return rc;
+}
+
+int getResourceGroupIds(GatewayToken* gwTok, ResultSetToken** resGrpIdRSPtr) {
+    const int initRc = stapiInit();
+    TRACE(getResourceGroupIds_entry, gwTok, resGrpIdRSPtr);
+    const int rc = runQuery(GET_RESOURCE_GROUP_IDS, initRc, gwTok, nullptr, resGrpIdRSPtr);
+    TRACE(getResourceGroupIds_exit, rc);
+    return rc;
+}
+
+int getStatsByStatId(GatewayToken* gwTok, const char* statIds, ResultSetToken** statRSPtr) {
+    const int initRc = stapiInit();
+    TRACE(getStatsByStatId_entry, gwTok, statIds, statRSPtr);
+    const void* shown = addressOnly(gwTok);
+    const int rc = runQuery(GET_STATS_BY_STAT_ID, initRc, gwTok, statIds, statRSPtr);
+    TRACE(getStatsByStatId_exit, shown, statIds, statRSPtr, rc);
+    return rc;
+}
+
+int getStatsByStatGroupId(GatewayToken* gwTok, const char* statGroupIds, ResultSetToken** statRSPtr) {
+    const int initRc = stapiInit();
+    TRACE(getStatsByStatGroupId_entry, gwTok, statGroupIds, statRSPtr);
+    const void* shown = addressOnly(gwTok);
+    const int rc = runQuery(GET_STATS_BY_STAT_GROUP_ID, initRc, gwTok, statGroupIds, statRSPtr);
+    TRACE(getStatsByStatGroupId_exit, shown, statGroupIds, statRSPtr, rc);
+    return rc;
+}
+
+int getStatIdsByStatGroupId(GatewayToken* gwTok, const char* statGroupIds, ResultSetToken** statIdRSPtr) {
+    const int initRc = stapiInit();
+    TRACE(getStatIdsByStatGroupId_entry, gwTok, statGroupIds, statIdRSPtr);
+    const void* shown = addressOnly(gwTok);
+    // The exit line shows the query string, which may be one of getIdQuery: text of the connection that a failed query
+    // removes.
+    const bool shows = traceIsOpen(getStatIdsByStatGroupId_exit.row.level) && statGroupIds != nullptr;
+    char* shownIds = shows ? strdup(statGroupIds) : nullptr;
+    const int rc = runQuery(GET_STAT_IDS_BY_STAT_GROUP_ID, initRc, gwTok, statGroupIds, statIdRSPtr);
+    TRACE(getStatIdsByStatGroupId_exit, shown, shownIds, statIdRSPtr, rc);
+    std::free(shownIds);
+    return rc;
+}
