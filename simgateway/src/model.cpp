@@ -1,0 +1,119 @@
+#include "simgateway/model.h"
+
+#include <stdexcept>
+
+#include "catalogue.h"
+
+namespace simgateway {
+
+namespace {
+
+std::vector<std::string_view> split(std::string_view query) {
+    std::vector<std::string_view> pieces;
+    while (!query.empty()) {
+        const std::size_t end = query.find(':');
+        if (end != 0) {
+            pieces.push_back(query.substr(0, end));
+        }
+        query.remove_prefix(end == std::string_view::npos ? query.size() : end + 1);
+    }
+    return pieces;
+}
+
+int checked(int statistics) {
+    if (statistics < 0 || statistics > Model::maxStatistics) {
+        throw std::invalid_argument("number of statistics must be 0 to " + std::to_string(Model::maxStatistics));
+    }
+    return statistics;
+}
+
+template <typename Map>
+auto lookUp(const Map& map, std::string_view id) -> typename Map::mapped_type {
+    const auto found = map.find(id);
+    return found == map.end() ? nullptr : found->second;
+}
+
+}  // namespace
+
+Model::Model(std::uint64_t seed, int statistics) : groupList(makeCatalogue(seed, checked(statistics))) {
+    for (const ResourceGroup& group : groupList) {
+        groupsById.emplace(group.id, &group);
+        for (const Statistic& statistic : group.statistics) {
+            statisticsById.emplace(statistic.id, &statistic);
+        }
+    }
+}
+
+const std::vector<ResourceGroup>& Model::groups() const {
+    return groupList;
+}
+
+Reply Model::stats(std::string_view query, std::uint64_t seconds) const {
+    Reply reply(Reply::Content::statistics);
+    const auto addGroup = [&reply, seconds](const ResourceGroup& group) {
+        reply.element(group.id);
+        for (const Statistic& statistic : group.statistics) {
+            reply.stat(statistic.id, statistic.value(seconds));
+        }
+    };
+    if (query.empty()) {
+        for (const ResourceGroup& group : groupList) {
+            addGroup(group);
+        }
+    }
+    for (const std::string_view piece : split(query)) {
+        if (const ResourceGroup* group = lookUp(groupsById, piece)) {
+            addGroup(*group);
+        } else if (const Statistic* statistic = lookUp(statisticsById, piece)) {
+            reply.element(piece).stat(statistic->id, statistic->value(seconds));
+        } else {
+            reply.element(piece, unknownElementRc);
+        }
+    }
+    return reply;
+}
+
+Reply Model::statIds(std::string_view query) const {
+    Reply reply(Reply::Content::identifiers);
+    const auto addGroup = [&reply](const ResourceGroup& group) {
+        reply.element(group.id);
+        for (const Statistic& statistic : group.statistics) {
+            reply.id(statistic.id);
+        }
+    };
+    if (query.empty()) {
+        for (const ResourceGroup& group : groupList) {
+            addGroup(group);
+        }
+    }
+    for (const std::string_view piece : split(query)) {
+        if (const ResourceGroup* group = lookUp(groupsById, piece)) {
+            addGroup(*group);
+        } else if (lookUp(statisticsById, piece) != nullptr) {
+            reply.element(piece).id(piece);
+        } else {
+            reply.element(piece, unknownElementRc);
+        }
+    }
+    return reply;
+}
+
+Reply Model::resourceGroups(std::string_view query) const {
+    Reply reply(Reply::Content::identifiers);
+    if (query.empty()) {
+        reply.element("*");
+        for (const ResourceGroup& group : groupList) {
+            reply.id(group.id);
+        }
+    }
+    for (const std::string_view piece : split(query)) {
+        if (lookUp(groupsById, piece) != nullptr) {
+            reply.element(piece).id(piece);
+        } else {
+            reply.element(piece, unknownElementRc);
+        }
+    }
+    return reply;
+}
+
+}  // namespace simgateway

@@ -1,0 +1,199 @@
+#include <atomic>
+#include <cerrno>
+#include <cmath>
+#include <list>
+#include <mutex>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include "connection.h"
+#include "control.h"
+#include "session.h"
+#include "simgateway/model.h"
+#include "simgateway/sim_gateway.h"
+#include "socket.h"
+
+namespace simgateway {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Model time stays below this, so that no statistic overflows.
+constexpr double lastSecond = 1e10;
+constexpr std::uint64_t largestAdvance = 10'000'000'000;
+
+// Rest for the acceptor when the system has no descriptor or thread left.
+constexpr std::chrono::milliseconds shortage(20);
+
+void checkOptions(const Options& options) {
+    if (!std::isfinite(options.speed) || options.speed < 0) {
+        throw std::invalid_argument("speed must be a number of at least 0");
+    }
+    if (options.protocolVersion.size() > 0xFFFF) {
+        throw std::invalid_argument("protocol version longer than 65535 bytes");
+    }
+}
+
+}  // namespace
+
+class Server::Impl {
+public:
+    explicit Impl(Options wanted)
+        : options((checkOptions(wanted), std::move(wanted))),
+          model(options.seed, options.stats),
+          control(options.keepRequests),
+          listener(listenOnLoopback(options.port)),
+          boundPort(localPort(listener)),
+          start(Clock::now()),
+          acceptor([this] { acceptAll(); }) {}
+
+    ~Impl() { stop(); }
+
+    void stop() {
+        const std::lock_guard guard(stopLock);
+        if (!acceptor.joinable()) {
+            return;
+        }
+        stopSignal.raise();
+        acceptor.join();
+        for (Worker& worker : workers) {
+            worker.thread.join();
+        }
+        workers.clear();
+        listener.reset();
+    }
+
+    std::uint64_t seconds() const {
+        const std::chrono::duration<double> elapsed = Clock::now() - start;
+        const double running = options.speed > 0 ? std::floor(elapsed.count() * options.speed) : 0;
+        return static_cast<std::uint64_t>(std::min(running, lastSecond)) + advanced.load();
+    }
+
+    void advance(std::uint64_t count) {
+        std::uint64_t now = advanced.load();
+        while (!advanced.compare_exchange_weak(now, std::min(largestAdvance, now + std::min(largestAdvance, count)))) {
+        }
+    }
+
+    const Options options;
+    const Model model;
+    Control control;
+
+private:
+    struct Worker {
+        std::thread thread;
+        std::atomic<bool> done{false};
+    };
+
+    void acceptAll() {
+        std::uint32_t accepted = 0;
+        while (waitFor(listener.get(), POLLIN, stopSignal, std::chrono::milliseconds(-1)) == Wait::ready) {
+            Descriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+            if (socket.get() < 0) {
+                if (errno != EINTR && errno != EAGAIN && errno != ECONNABORTED) {
+                    waitFor(-1, 0, stopSignal, shortage);
+                }
+                continue;
+            }
+            workers.remove_if([](Worker& worker) {
+                if (!worker.done) {
+                    return false;
+                }
+                worker.thread.join();
+                return true;
+            });
+            const int on = 1;
+            ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+            startWorker(std::move(socket), ++accepted);
+        }
+    }
+
+    void startWorker(Descriptor socket, std::uint32_t number) {
+        Worker& worker = workers.emplace_back();
+        control.connectionOpened();
+        try {
+            auto connection = std::make_unique<Connection>(std::move(socket), number, Session(number, options, model),
+                                                           control, stopSignal, [this] { return seconds(); });
+            worker.thread = std::thread([&worker, owned = std::move(connection)]() mutable {
+                owned->run();
+                owned.reset();
+                worker.done = true;
+            });
+        } catch (const std::exception&) {
+            // No thread to be had: the peer sees its connection closed.
+            workers.pop_back();
+            control.connectionClosed();
+        }
+    }
+
+    StopSignal stopSignal;
+    Descriptor listener;          // used by the acceptor's thread; closed by stop() after its end
+
+public:
+    const std::uint16_t boundPort;
+
+private:
+    const Clock::time_point start;
+    std::atomic<std::uint64_t> advanced{0};  // seconds added by advance()
+    std::list<Worker> workers;    // belongs to the acceptor's thread, after its end to stop()
+    std::mutex stopLock;          // held through stop()
+    std::thread acceptor;         // last, so that it starts when all else is there
+};
+
+Server::Server(Options options) : impl(std::make_unique<Impl>(std::move(options))) {}
+
+Server::~Server() = default;
+
+std::uint16_t Server::port() const {
+    return impl->boundPort;
+}
+
+void Server::inject(Exchange exchange, Fault fault) {
+    impl->control.inject(exchange, std::move(fault));
+}
+
+std::size_t Server::pendingFaults(Exchange exchange) const {
+    return impl->control.pendingFaults(exchange);
+}
+
+void Server::setPayload(Exchange exchange, Bytes payload) {
+    impl->control.setPayload(exchange, std::move(payload));
+}
+
+void Server::clearPayload(Exchange exchange) {
+    impl->control.setPayload(exchange, std::nullopt);
+}
+
+void Server::advance(std::uint64_t seconds) {
+    impl->advance(seconds);
+}
+
+std::vector<Request> Server::requests() const {
+    return impl->control.requests();
+}
+
+std::size_t Server::connections() const {
+    return impl->control.connections();
+}
+
+bool Server::waitForRequests(std::size_t count, std::chrono::milliseconds limit) const {
+    return impl->control.waitForRequests(count, limit);
+}
+
+bool Server::waitForConnections(std::size_t count, std::chrono::milliseconds limit) const {
+    return impl->control.waitForConnections(count, limit);
+}
+
+void Server::stop() {
+    impl->stop();
+}
+
+}  // namespace simgateway
