@@ -1,0 +1,243 @@
+// What the trace says when something fails: exceptions and events.
+#include "recording.h"
+
+#include "child.h"
+#include "failing_malloc.h"
+#include "failing_mutex.h"
+#include "stapi_zul_diag.h"
+#include "stapi_zul_gwytok.h"
+
+#include <gmock/gmock.h>
+
+#include <sys/resource.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+// A token whose result set cannot be allocated stays allocated itself.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:allocateToken\n";
+}
+
+namespace {
+
+using golden::Conversation;
+using golden::Keep;
+using golden::Recording;
+using simgateway::Exchange;
+using simgateway::Fault;
+using simgateway::Reply;
+using unittest::AllocationFault;
+using unittest::MutexCall;
+using unittest::MutexFault;
+
+// A host name that no resolver is asked for: a label may have 63 characters.
+const std::string UNRESOLVABLE(64, 'x');
+
+int openAt(const char* host, int port) {
+    GatewayToken* token = nullptr;
+    char* version = nullptr;
+    const int rc = openRemoteGatewayConnection(host, port, &token, &version);
+    if (rc == 0) {
+        std::free(version);
+        closeGatewayConnection(&token);
+    }
+    return rc;
+}
+
+TEST_F(Conversation, cannotConnect) {
+    const Recording recording("failed-connects", 2, server);
+    EXPECT_EQ(openAt(UNRESOLVABLE.c_str(), server.port()), STAPI_RC_HOST_NOT_RESOLVED);
+    EXPECT_EQ(openAt("127.0.0.2", server.port()), STAPI_RC_CONNECTION_REFUSED);
+    EXPECT_EQ(openAt("127.255.255.255", server.port()), STAPI_RC_NETWORK_UNREACHABLE);
+    EXPECT_EQ(unittest::runInChild([this] {
+                  const rlimit none = {0, 0};
+                  setrlimit(RLIMIT_NOFILE, &none);
+                  return openAt("127.0.0.1", server.port()) == STAPI_RC_CONNECT_FAILED ? 0 : 1;
+              }),
+              0);
+}
+
+TEST_F(Conversation, isRefusedAtTheStart) {
+    const Recording recording("failed-starts", 2, server, Keep::POINTS);
+    const auto openWith = [this](Exchange exchange, const Fault& fault) {
+        server.inject(exchange, fault);
+        return openAt("127.0.0.1", server.port());
+    };
+    EXPECT_EQ(openWith(Exchange::handshake, {.headerRc = 5}), 0);
+    EXPECT_EQ(openWith(Exchange::handshake, {.closeAfter = 0}), STAPI_RC_GATEWAY_CONNECTION_LOST);
+    EXPECT_EQ(openWith(Exchange::authFirst, {.authRefused = true}), 0);
+    EXPECT_EQ(openWith(Exchange::authSecond, {.authRefused = true}), 0);
+    EXPECT_EQ(openWith(Exchange::adminInit, {.headerRc = 0xF004}), STAPI_RC_GATEWAY_CONNECTION_LOST);
+    EXPECT_EQ(openWith(Exchange::adminInit, {.replyRc = 9}), STAPI_RC_GATEWAY_REQUEST_FAILED);
+    EXPECT_EQ(openWith(Exchange::getAttribute, {.exceptionFlag = 1}), STAPI_RC_GATEWAY_REQUEST_FAILED);
+    EXPECT_EQ(openWith(Exchange::getAttribute, {.bodySize = 8}), STAPI_RC_GATEWAY_REQUEST_FAILED);
+    EXPECT_EQ(openWith(Exchange::getAttribute, {.payload = simgateway::attributePayload(std::string(32766, 'v'))}), 0);
+}
+
+TEST_F(Conversation, losesConnections) {
+    const Recording recording("failed-queries", 2, server, Keep::POINTS);
+    const auto query = [this](const Fault& fault, const std::function<int(GatewayToken*, ResultSetToken**)>& call) {
+        EXPECT_EQ(setAPITraceLevel(1), 0);
+        GatewayToken* token = open();
+        server.inject(Exchange::invoke, fault);
+        EXPECT_EQ(setAPITraceLevel(2), 0);
+        ResultSetToken* result = nullptr;
+        errno = EFAULT;
+        const int rc = call(token, &result);
+        call(token, &result);
+        EXPECT_EQ(closeAllGatewayConnections(), 0);
+        return rc;
+    };
+    const auto byId = [](GatewayToken* token, ResultSetToken** result) { return getStatsByStatId(token, "a", result); };
+    const auto byGroup = [](GatewayToken* token, ResultSetToken** result) {
+        return getStatsByStatGroupId(token, "g", result);
+    };
+    const auto idsByGroup = [](GatewayToken* token, ResultSetToken** result) {
+        return getStatIdsByStatGroupId(token, "g", result);
+    };
+    const auto tooLarge = simgateway::idsOfContentSize(32768).bytes();
+    EXPECT_EQ(query({.headerRc = 0xF004}, getStats), STAPI_RC_GATEWAY_CONNECTION_LOST);
+    EXPECT_EQ(query({.closeAfter = 50}, getStatIds), STAPI_RC_GATEWAY_CONNECTION_LOST);
+    EXPECT_EQ(query({.payload = tooLarge}, getResourceGroupIds), STAPI_RC_GATEWAY_REQUEST_FAILED);
+    EXPECT_EQ(query({.exceptionFlag = 1}, byId), STAPI_RC_GATEWAY_REQUEST_FAILED);
+    EXPECT_EQ(query({.replyRc = 4}, idsByGroup), STAPI_RC_GATEWAY_REQUEST_FAILED);
+    EXPECT_EQ(query({.name = "Admin2"}, getStats), STAPI_RC_GATEWAY_CONNECTION_LOST);
+    // The reset is there before the second query: its send fails.
+    EXPECT_EQ(query({.closeAfter = 0, .reset = true}, byGroup), STAPI_RC_GATEWAY_CONNECTION_LOST);
+    EXPECT_EQ(query({.word0 = 0}, byGroup), STAPI_RC_GATEWAY_REQUEST_FAILED);
+}
+
+TEST_F(Conversation, hasOddReplies) {
+    GatewayToken* token = open();
+    const Recording recording("odd-replies", 4, server, Keep::POINTS);
+    ResultSetToken* result = nullptr;
+    server.inject(Exchange::invoke, {.bodySize = 9});
+    EXPECT_EQ(getStats(token, &result), 0);
+    // Without the last identifier.
+    const auto payload = Reply(Reply::Content::identifiers).element("e", -1).element("f").id("i").id("j").bytes();
+    server.inject(Exchange::invoke, {.payload = payload, .bodySize = 9 + payload.size() - 2});
+    EXPECT_EQ(getStatIds(token, &result), 0);
+    server.inject(Exchange::invoke, {.noBody = true});
+    EXPECT_EQ(getStats(token, &result), STAPI_RC_GATEWAY_REQUEST_FAILED);
+}
+
+TEST_F(Conversation, belongsToSomebodyElse) {
+    GatewayToken* token = open();
+    ResultSetToken* result = nullptr;
+    ASSERT_EQ(getStats(token, &result), 0);
+    const Recording recording("foreign-owners", 1, server);
+    const auto use = [&] {
+        StatData stat{};
+        ResultSetToken* other = nullptr;
+        int rc = getStats(token, &other);
+        for (const int next : {getFirstStat(result, &stat), copyResultSet(result, &other)}) {
+            rc = next == rc ? rc : 0;
+        }
+        return -rc;
+    };
+    std::thread([&] { EXPECT_EQ(use(), -STAPI_RC_RESULT_SET_TID_MISMATCH); }).join();
+    EXPECT_EQ(unittest::runInChild(use), -STAPI_RC_RESULT_SET_PID_MISMATCH);
+}
+
+// Every allocation of every call fails once; the calls say so and the library goes on.
+TEST_F(Conversation, runsOutOfMemory) {
+    GatewayToken* source = nullptr;
+    GatewayToken* token = nullptr;
+    ResultSetToken* result = nullptr;
+    ResultSetToken* copy = nullptr;
+    char* text = nullptr;
+    ResultSetToken* stats = nullptr;
+    const struct {
+        const char* name;
+        std::function<int()> call;
+        std::function<void()> undo;
+    } calls[] = {
+        {"open", [&] { return openGatewayConnection(server.port(), &token, &text); },
+         [&] {
+             std::free(text);
+             text = nullptr;
+             closeAllGatewayConnections();
+         }},
+        {"query", [&] { return getStatsByStatGroupId(token, "none", &result); },
+         [&] {
+             closeGatewayConnection(&token);  // out of step with its Gateway
+             token = open();
+         }},
+        {"copy", [&] { return copyResultSet(stats, &copy); },
+         [&] {
+             ResultSetToken* second = nullptr;
+             copyResultSet(copy, &second);
+             dumpResultSet(copy);
+             StatData stat{};
+             getFirstStat(copy, &stat);
+             getIdQuery(copy, &text);
+             freeResultSet(&second);
+             freeResultSet(&copy);
+         }},
+        {"getIdQuery", [&] { return getIdQuery(stats, &text); }, [] {}},
+        {"close", [&] { return closeGatewayConnection(&token); }, [&] { token = open(); }},
+    };
+    const Recording recording("no-memory", 1, server, Keep::POINTS);
+    for (const auto& each : calls) {
+        if (std::string(each.name) == "query") {
+            source = open();
+            token = open();
+            ASSERT_EQ(getStats(source, &stats), 0);
+        }
+        // Up to the call that makes fewer allocations than the one that is to fail.
+        bool failed = true;
+        for (int nth = 1; failed; ++nth) {
+            {
+                const AllocationFault fault(nth);
+                const int rc = each.call();
+                failed = fault.attempts() >= nth;
+                // A reply that there is no memory for stays unread, and the next exchange meets it.
+                EXPECT_THAT(rc, testing::AnyOf(0, STAPI_RC_NO_MEMORY, STAPI_RC_GATEWAY_REQUEST_FAILED,
+                                               STAPI_RC_GATEWAY_CONNECTION_LOST))
+                    << each.name << " " << nth;
+            }
+            each.undo();
+        }
+    }
+}
+
+// A list longer than a walk over it goes.
+TEST_F(Conversation, hasTooManyConnections) {
+    GatewayToken* last = nullptr;
+    for (int i = 0; i < 258; ++i) {
+        last = open();
+    }
+    const Recording recording("runaway", 1, server, Keep::POINTS);
+    ResultSetToken* result = nullptr;
+    EXPECT_EQ(getStats(last, &result), STAPI_RC_GATEWAY_TOKEN_NOT_FOUND);
+    EXPECT_EQ(dumpState(), 0);
+    EXPECT_EQ(closeAllGatewayConnections(), STAPI_RC_GTL_CORRUPT);
+    EXPECT_EQ(closeAllGatewayConnections(), 0);
+}
+
+// A lock that cannot be released is told and otherwise ignored.
+TEST_F(Conversation, keepsLocks) {
+    GatewayToken* token = open();
+    const Recording recording("failed-locks", 1, server, Keep::ALL);
+    ResultSetToken* result = nullptr;
+    for (StapiLock* lock : {&gtlLock, &traceLock}) {
+        {
+            const MutexFault fault(MutexCall::UNLOCK, &lock->mutex, EINVAL, EINVAL);
+            if (lock == &gtlLock) {
+                EXPECT_EQ(getStats(token, &result), 0);
+            } else {
+                EXPECT_EQ(getAPITraceLevel(nullptr), STAPI_RC_NULL_POINTER);
+            }
+        }
+        pthread_mutex_unlock(&lock->mutex);
+    }
+    EXPECT_EQ(getStats(token, &result), 0);
+}
+
+}  // namespace

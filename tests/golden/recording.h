@@ -1,0 +1,64 @@
+// The trace of a conversation, compared with a file of the source tree.
+#ifndef RECORDING_H
+#define RECORDING_H
+
+#include "temp_directory.h"
+
+#include "simgateway/sim_gateway.h"
+#include "zulstats.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace golden {
+
+// What of a trace is compared.
+enum class Keep {
+    WITHOUT_LOCKS,  // all but the lock wrapper's lines
+    ALL,
+    POINTS  // trace points only: no dumps, banners and lists, and no lock lines
+};
+
+// Compares with the golden file `name`, or writes it where the environment variable ZULSTATS_UPDATE_GOLDEN is set. The
+// whole trace, whatever is kept of it, must consist of lines that the tables of trace points know, each open at
+// `level`. `directory` and `port` differ from run to run and have no place in a golden file. Where
+// ZULSTATS_TEST_TRACE_DIR names a directory, the trace as it is goes there too.
+void compare(const std::string& name, const std::string& trace, int level, Keep keep, const std::string& directory,
+             int port);
+
+// Directs the trace to a file while it lives, then compares.
+class Recording {
+public:
+    Recording(std::string goldenName, int level, const simgateway::Server& server, Keep keep = Keep::WITHOUT_LOCKS);
+    ~Recording();
+    Recording(const Recording&) = delete;
+    Recording& operator=(const Recording&) = delete;
+
+    [[nodiscard]] std::string file(const std::string& fileName) const {
+        return directory.file(fileName);
+    }
+
+private:
+    const unittest::TempDirectory directory;
+    const std::string name;
+    const int highest;
+    const Keep keep;
+    const int port;
+};
+
+// Ends the process after 55 seconds; a small Gateway, whose values never change.
+class Conversation : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // An open connection, whose version text is released.
+    GatewayToken* open() const;
+
+    simgateway::Server server{{.seed = 7, .stats = 12}};
+};
+
+}  // namespace golden
+
+#endif

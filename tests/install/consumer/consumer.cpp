@@ -1,0 +1,2 @@
+// The same program, read as C++.
+#include "consumer.c"

@@ -1,0 +1,187 @@
+// Each fault does what it says, once, and the exchange after it is healthy again.
+
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "raw_client.h"
+#include "walk.h"
+
+namespace simtest {
+namespace {
+
+using namespace std::chrono_literals;
+using simgateway::Fault;
+using simgateway::Server;
+using Clock = std::chrono::steady_clock;
+using enum simgateway::Exchange;
+
+constexpr std::size_t end = static_cast<std::size_t>(-1);
+
+TEST(Fault, changesTheReplyBytes) {
+    struct {
+        simgateway::Exchange exchange;
+        Fault fault;
+        std::size_t from;  // the bytes of the healthy reply that are replaced
+        std::size_t to;
+        const char* replacement;
+    } const cases[] = {
+        {handshake, {.headerRc = 0xF004}, 16, 20, "00 00 F0 04"},
+        {close, {.headerRc = -2}, 16, 20, "FF FF FF FE"},
+        {invoke, {.eyecatcher = "Door"}, 0, 4, "'Door'"},
+        {adminInit, {.version = 0x01020304}, 4, 8, "01 02 03 04"},
+        {authFirst, {.flowType = -9}, 8, 12, "FF FF FF F7"},
+        {authFirst, {.echoWord = 0x7777}, 12, 16, "00 00 77 77"},
+        {invoke, {.headerFlag = 7}, 29, 30, "07"},
+        {adminInit, {.name = "Administer"}, 20, 29, "00 00 00 0A 'Administer'"},
+        {handshake, {.name = ""}, 20, 28, "00 00 00 00"},
+        {handshake, {.nameLength = 77}, 20, 24, "00 00 00 4D"},
+        {handshake, {.dataLength = -1}, 29, 33, "FF FF FF FF"},
+        {authFirst, {.replyRc = 5}, 37, 41, "00 00 00 05"},
+        {authFirst, {.authRefused = true}, 29, end, "00 00 00 08 00 00 00 00 00 00 00 11"},
+        {authSecond, {.authRefused = true}, 29, end, "00 00 00 08 00 00 00 00 00 00 00 11"},
+        {adminInit, {.replyRc = -8}, 38, 42, "FF FF FF F8"},
+        {adminInit, {.word0 = 2}, 34, 38, "00 00 00 02"},
+        {invoke, {.replyRc = 9}, 38, 42, "00 00 00 09"},
+        {invoke, {.exceptionFlag = 1}, 42, 43, "01"},
+        {invoke, {.noBody = true}, 30, end, "00 00 00 00"},
+        {invoke, {.bodySize = 8}, 30, end, "00 00 00 08 00 00 00 05 00 00 00 00"},
+        {close, {.payload = hex("AB")}, 29, end, "00 00 00 01 AB"},
+        {invoke, {.payload = hex("01 02")}, 30, end, "00 00 00 0B 00 00 00 05 00 00 00 00 00 01 02"},
+        {authFirst, {.payload = hex("01 02 03")}, 29, end, "00 00 00 03 01 02 03"},
+        {handshake, {.rawReply = hex("'Gate' 00")}, 0, end, "'Gate' 00"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        // Words depend on the number of the connection and of the reply, which are the same on both servers.
+        Server healthyServer;
+        RawClient healthy(healthyServer.port());
+        const Bytes usual = healthy.exchange(healthy.requestFor(c.exchange));
+        const Bytes expected = slice(usual, 0, c.from) + hex(c.replacement) + slice(usual, c.to);
+
+        Server server;
+        RawClient client(server.port());
+        server.inject(c.exchange, c.fault);
+        client.send(client.requestFor(c.exchange));
+        EXPECT_EQ(toHex(client.receive(expected.size())), toHex(expected));
+        EXPECT_TRUE(client.receive(1, 20ms).empty()) << "bytes after the reply";
+        EXPECT_EQ(server.pendingFaults(c.exchange), 0U);
+    }
+}
+
+TEST(Fault, changesTheQueryPayload) {
+    Server server;
+    RawClient client(server.port());
+    struct {
+        Fault fault;
+        const char* expected;
+        std::uint32_t blockTag = 0x77;
+    } const cases[] = {
+        {{.blockTag = 0x7A}, "host.name/1 conn/16 ", 0x7A},
+        {{.elementRc = -44, .elementIndex = 1}, "host.name/1 conn(-44)/0 "},
+        {{.elementRc = 6}, "host.name(6)/1 conn/16 "},
+        {{.elementRc = -1, .elementIndex = 99}, "host.name/1 conn/16 "},
+        {{.arrayFlag = 0x00}, "host.name/1 "},
+        {{}, "host.name/1 conn/16 "},
+    };
+    for (const auto& c : cases) {
+        server.inject(invoke, c.fault);
+        const Walked walked = Walked::stats(client.query("GET_STATS", "host.name:conn"));
+        EXPECT_EQ(walked.summary, c.expected);
+        EXPECT_EQ(walked.elements.back().blockTag, c.blockTag);
+    }
+}
+
+TEST(Fault, payloadOfEveryReply) {
+    Server server;
+    RawClient client(server.port());
+    server.setPayload(invoke, hex("01 02"));
+    server.inject(invoke, {});
+    server.inject(invoke, {.payload = hex("00")});
+    for (const char* expected : {"01 02 ", "00 ", "01 02 "}) {
+        EXPECT_EQ(toHex(client.query("GET_STATS")), expected);
+    }
+    server.clearPayload(invoke);
+    EXPECT_EQ(Walked::stats(client.query("GET_STATS", "host.name")).summary, "host.name/1 ");
+}
+
+// A follow-up request has to bring back what the faulty reply really said.
+TEST(Fault, expectationsFollowTheBytesSent) {
+    Server server;
+    RawClient client(server.port());
+    server.inject(
+        adminInit,
+        {.payload = word(0) + word(0) + word(0x12345678), .eyecatcher = "Door", .version = 5, .echoWord = 0x7777});
+    client.exchange(adminInitRequest);
+    const Bytes called = client.exchange(hex("'Door'") + word(5) + slice(getAttributeRequest(0x7777, 0x12345678), 8));
+    EXPECT_EQ(toHex(slice(called, 34, 43)), "00 00 00 01 00 00 00 00 00 ");
+}
+
+TEST(Fault, queueUpByKindForAnyConnection) {
+    Server server;
+    server.inject(handshake, {.headerRc = 1});
+    server.inject(handshake, {});
+    server.inject(handshake, {.headerRc = 3});
+    server.inject(adminInit, {.headerRc = 4});
+    for (const std::uint32_t rc : {1U, 0U, 3U, 0U}) {
+        EXPECT_EQ(wordAt(RawClient(server.port()).exchange(handshakeRequest), 16), rc);
+    }
+    EXPECT_EQ(server.pendingFaults(adminInit), 1U);
+    EXPECT_THROW(server.inject(unknown, {}), std::invalid_argument);
+    EXPECT_THROW(server.inject(close, {.eyecatcher = "Gates"}), std::invalid_argument);
+}
+
+TEST(Fault, silenceLastsUntilThePeerLeaves) {
+    Server server;
+    {
+        RawClient client(server.port());
+        server.inject(handshake, {.silent = true});
+        client.send(handshakeRequest + handshakeRequest);
+        EXPECT_TRUE(client.receive(1, 50ms).empty());
+        EXPECT_EQ(server.connections(), 1U);
+    }
+    EXPECT_TRUE(server.waitForConnections(0, patience));
+}
+
+TEST(Fault, delayAndPieces) {
+    Server server;
+    RawClient client(server.port());
+    RawClient other(server.port());
+    server.inject(handshake, {.delay = 120ms});
+    const auto start = Clock::now();
+    client.send(handshakeRequest);
+    ASSERT_TRUE(server.waitForRequests(1, patience));
+    EXPECT_EQ(other.exchange(adminInitRequest).size(), 46U);
+    EXPECT_EQ(client.receive(51).size(), 51U);
+    EXPECT_GE(Clock::now() - start, 120ms);
+
+    const Bytes whole = client.query("GET_STATS");
+    for (const std::size_t size : {1U, 7U, 100000U}) {
+        server.inject(invoke, {.writeSize = size});
+        EXPECT_EQ(client.query("GET_STATS"), whole) << size;
+    }
+    server.inject(handshake, {.writeSize = 30, .writePause = 300ms});
+    client.send(handshakeRequest);
+    EXPECT_EQ(client.receive(30).size(), 30U);
+    EXPECT_TRUE(client.receive(1, 50ms).empty());
+    EXPECT_EQ(client.receive(21).size(), 21U);
+}
+
+TEST(Fault, connectionEndsAtAByte) {
+    Server server;
+    for (const std::size_t after : {0U, 1U, 24U, 50U, 51U, 52U}) {
+        for (const bool reset : {false, true}) {
+            RawClient client(server.port());
+            server.inject(handshake, {.closeAfter = after, .reset = reset});
+            client.send(handshakeRequest);
+            EXPECT_TRUE(reset || client.receive(52).size() == std::min<std::size_t>(after, 51)) << after;
+            EXPECT_EQ(client.awaitEnd(), reset ? End::reset : End::closed) << after;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace simtest

@@ -1,0 +1,53 @@
+// A client made of a bare socket and hand-written requests. Every wait ends after a few seconds.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string_view>
+
+#include "hex.h"
+#include "simgateway/sim_gateway.h"
+
+namespace simtest {
+
+inline constexpr std::chrono::milliseconds patience(10000);
+
+// A header with its body; the data length agrees.
+Bytes request(std::uint32_t flowType, std::uint32_t echo, std::string_view name, const Bytes& body);
+
+inline const Bytes handshakeRequest = request(5, 0, "BASE", hex("00 02 'en' 00 02 'GB' 00 00 00 00 00 00 00 00 00 00"));
+inline const Bytes authFirstRequest = request(1, 0, "Auth", word(0));
+inline const Bytes adminInitRequest = request(1, 0, "Admin", word(0));
+inline const Bytes closeRequest = request(10, 0xFFFFFFFF, "BASE", {});
+Bytes authSecondRequest(std::uint32_t echo, const Bytes& authData);
+Bytes getAttributeRequest(std::uint32_t echo, std::uint32_t handle, std::string_view attribute = "protocol");
+Bytes invokeRequest(std::uint32_t echo, std::uint32_t handle, std::string_view operation, std::string_view query = "");
+
+enum class End { open, closed, reset };
+
+class RawClient {
+public:
+    explicit RawClient(std::uint16_t port);  // throws std::system_error when it cannot connect
+    ~RawClient();
+    RawClient(const RawClient&) = delete;
+    RawClient& operator=(const RawClient&) = delete;
+
+    void send(const Bytes& bytes);
+    // Up to `count` bytes: fewer when the connection ends or nothing more comes within `limit`.
+    Bytes receive(std::size_t count, std::chrono::milliseconds limit = patience);
+    // Sends the bytes and reads one message by its length words; throws std::out_of_range when no header comes.
+    Bytes exchange(const Bytes& bytes);
+    // The request of this kind, after the exchanges that must come before it.
+    Bytes requestFor(simgateway::Exchange kind);
+    // Payload of the reply to a call, after the exchange that must come before it.
+    Bytes query(std::string_view operation, std::string_view query = "");
+    // Waits for the connection to end and drops the bytes that come meanwhile.
+    End awaitEnd();
+
+private:
+    void setLimit(std::chrono::milliseconds limit);
+
+    int fd;
+};
+
+}  // namespace simtest

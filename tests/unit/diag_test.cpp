@@ -1,0 +1,317 @@
+// The diagnostic trace: lines, levels, dumps, threads and destination.
+#include "stapi_zul_diag.h"
+
+#include "child.h"
+#include "guarded_block.h"
+#include "trace_capture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#define X15 "xxxxxxxxxxxxxxx"
+#define X240 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15
+
+namespace unittest {
+namespace {
+
+TRACE_POINT(test_entry, 7, ENTRY, 1, "test.entry()\n")
+TRACE_POINT(test_exit, 42, EXIT, 2, "test.exit() rc=%d\n")
+TRACE_POINT(test_exc, 4711, EXC, 3, "test.exc(%p) %u %x %X %c\n")
+TRACE_POINT(test_debug, 9999, DEBUG, 4, "test.debug 100%% %4.4d|%s|\n")
+TRACE_POINT(test_event, 12345, EVENT, 5, "test.event\n")
+TRACE_POINT(test_data, 3000, DATA, 4, "test.data data=%p len=%d stopword=%8.8X\n")
+TRACE_POINT(test_stale, 8, ENTRY, 1, "test.stale()\n", STALE_STAMP)
+TRACE_POINT(test_text, 9, DEBUG, 1, "test.text(%s)\n")
+TRACE_POINT(test_longest, 10, EXC, 1, X240 "0123456789 %s\n")
+static_assert(sizeof X240 "0123456789 %s\n" == trace_text::MESSAGE_MAX - 1);
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+// Sets TZ while it lives.
+class TimeZone {
+public:
+    explicit TimeZone(const std::string& name) {
+        setenv("TZ", name.c_str(), 1);
+        tzset();
+    }
+    ~TimeZone() {
+        unsetenv("TZ");
+        tzset();
+    }
+    TimeZone(const TimeZone&) = delete;
+    TimeZone& operator=(const TimeZone&) = delete;
+};
+
+TEST(TraceLine, gateIsTheRowsLevelAndAClosedOneEvaluatesNothing) {
+    const std::vector<std::string> lines = {"[0007] ENTRY  test.entry()", "[0042] EXIT   test.exit() rc=1",
+                                            "[4711] *EXC*  test.exc((nil)) 4000000000 ab AB c",
+                                            "[9999] DEBUG  test.debug 100% 0003|text|", "[12345] EVENT  test.event"};
+    for (int level = 0; level <= 5; ++level) {
+        TraceCapture trace(level);
+        int evaluated = 0;
+        TRACE(test_entry);
+        TRACE(test_exit, ++evaluated);
+        TRACE(test_exc, nullptr, (++evaluated, 4000000000u), 0xABu, 0xABu, 'c');
+        TRACE(test_debug, ++evaluated, "text");
+        TRACE(test_event);
+        std::vector<std::string> written = trace.take();
+        std::erase_if(written, [](const std::string& line) { return line.find("stapi_zul_lock") != line.npos; });
+        EXPECT_THAT(written, ElementsAreArray(lines.begin(), lines.begin() + level)) << level;
+        EXPECT_EQ(evaluated, level >= 4 ? 3 : level >= 2 ? level - 1 : 0) << level;
+    }
+}
+
+TEST(TraceLine, prefixShowsLocalTimeProcessAndThread) {
+    TraceCapture trace(1);
+    const TimeZone zone("TST-5:30");
+    const std::time_t before = std::time(nullptr);
+    TRACE(test_entry);
+    const auto line = parseTraceLine(trace.takeRaw().at(0)).value();
+    EXPECT_EQ(line.pid, static_cast<std::uint32_t>(getpid()));
+    EXPECT_EQ(line.tid, static_cast<std::uint32_t>(pthread_self()));
+    std::tm stamp{};
+    ASSERT_NE(strptime(line.stamp.c_str(), "%d/%m/%y %H:%M:%S:", &stamp), nullptr) << line.stamp;
+    const std::time_t written = timegm(&stamp) - (5 * 60 + 30) * 60;
+    EXPECT_TRUE(before <= written && written <= std::time(nullptr)) << line.stamp;
+}
+
+TEST(TraceLine, staleRowRepeatsTheStampOfTheLineBefore) {
+    TraceCapture trace(1);
+    TRACE(test_entry);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    TRACE(test_stale);
+    TRACE(test_entry);
+    const std::vector<std::string> lines = trace.takeRaw();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[1].substr(0, 21), lines[0].substr(0, 21));
+    EXPECT_NE(lines[2].substr(0, 21), lines[0].substr(0, 21));
+}
+
+TEST(TraceLine, nullAndLongArgumentsAndTheLongestText) {
+    TraceCapture trace(1);
+    const std::string longText(32000, 'l');
+    for (const char* argument : {static_cast<const char*>(nullptr), longText.c_str()}) {
+        TRACE(test_text, argument);
+        TRACE(test_longest, argument);
+        const std::string shown = argument == nullptr ? "(null)" : argument;
+        EXPECT_THAT(trace.take(),
+                    ElementsAre("[0009] DEBUG  test.text(" + shown + ")", "[0010] *EXC*  " X240 "0123456789 " + shown));
+    }
+}
+
+TEST(TraceLine, writingKeepsErrno) {
+    constexpr int SOME_ERRNO = 4242;  // no call sets this one
+    const std::pair<const char*, const char*> cases[] = {
+        {"UTC0", nullptr}, {":/nowhere", nullptr}, {":/proc", nullptr}, {"UTC0", "/dev/full"}};
+    StapiLock unusable{};
+    const std::function<void()> writers[] = {
+        [] { TRACE(test_entry); },        [] { TRACE_DUMP(test_data, "ABCD", 4); },
+        [&] { requestLock(&unusable); },  [] { traceOutStorage("ABCD", 4, 0, 16, 1); },
+        [] { writeTraceText("text\n"); },
+    };
+    for (const auto& [zoneName, destination] : cases) {
+        TraceCapture trace(5);
+        const TimeZone zone(zoneName);
+        if (destination != nullptr) {
+            switchTo(destination);
+        }
+        for (const auto& write : writers) {
+            errno = SOME_ERRNO;
+            write();
+            EXPECT_EQ(errno, SOME_ERRNO) << zoneName << ", writer " << &write - writers;
+        }
+    }
+}
+
+// Also where the storage that a dump shows faults, all before it is on file.
+TEST(TraceLine, isOnFileWhenTheCallReturns) {
+    TempDirectory directory;
+    TraceCapture trace(4);
+    const std::string path = directory.file("trace");
+    switchTo(path);
+    TRACE(test_entry);
+    EXPECT_EQ(splitLines(readFile(path)).size(), 1u);
+    GuardedBlock block({'A', 'B', 'C', 'D'});
+    EXPECT_EQ(runInChild([&] {
+                  signal(SIGSEGV, SIG_DFL);
+                  return traceOutStorage(block.data(), 5, 0, 16, 1);
+              }),
+              -100 - SIGSEGV);
+    EXPECT_THAT(readFile(path), testing::EndsWith(": 41424344"));
+}
+
+constexpr std::uint32_t STOP = 0x504F5453;  // "STOP"
+
+// A dump line of 16 bytes without its address: the hex column filled up to its width.
+std::string dumpLine(std::string hex, std::string_view characters) {
+    hex.resize(35, ' ');
+    return hex.append(" : ").append(characters);
+}
+
+TEST(StorageDump, endsWhereItsModeSays) {
+    const std::string full = dumpLine("41424344 45464748 494A4B4C 4D4E4F50", "ABCDEFGHIJKLMNOP ");
+    const std::string stopFirst = dumpLine("53544F50 71727300 00000000 00000000", "");
+    const struct {
+        std::string bytes;
+        int length;  // 0: up to the stop word
+        int total;
+        std::vector<std::string> lines;
+    } cases[] = {
+        {"A", 1, 1, {dumpLine("41", "A")}},
+        {"ABCDEFGHIJKLMNO", 15, 15, {dumpLine("41424344 45464748 494A4B4C 4D4E4F", "ABCDEFGHIJKLMNO")}},
+        {"ABCDEFGHIJKLMNOP", 16, 16, {full}},
+        {"ABCDEFGHIJKLMNOPQRST", 20, 20, {full, dumpLine("51525354", "QRST")}},
+        {"ASTOP", 0, 1, {dumpLine("41", "A")}},
+        {"ABCDEFGHIJKLMNSTOP", 0, 14, {dumpLine("41424344 45464748 494A4B4C 4D4E", "ABCDEFGHIJKLMN")}},
+        {"ABCDEFGHIJKLMNOPSTOPqrs", 0, 16, {full, stopFirst}},
+        {"STOPqrs", 0, 0, {stopFirst}},
+        {"ABCDEFGHIJKLMNOPQSTOP", 0, 17, {full, dumpLine("51", "Q")}},
+        {"AASTOPSTOP", 0, 2, {dumpLine("4141", "AA")}},
+        {"STOQSTOP", 0, 4, {dumpLine("53544F51", "STOQ")}},
+        {"STOPSTOPASTOP", 13, 13, {dumpLine("53544F50 53544F50 4153544F 50", "STOPSTOPASTOP")}},
+        {{"\0\x1F \x7E\x7F\x80\xA0\xFF\n", 9}, 9, 9, {dumpLine("001F207E 7F80A0FF 0A", ".. ~.....")}},
+    };
+    TraceCapture trace(0);
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.bytes);
+        std::string storage = row.bytes;
+        storage.resize(storage.size() + 64);
+        EXPECT_EQ(traceOutStorage(storage.data(), row.length, row.length == 0 ? STOP : 0, 16, 0), row.total);
+        const std::vector<std::string> raw = trace.takeRaw();
+        ASSERT_EQ(raw.size(), row.lines.size());
+        for (std::size_t i = 0; i < raw.size(); ++i) {
+            EXPECT_EQ(raw[i], format("0x%8.8X: ", low32(storage.data() + 16 * i)) + row.lines[i]);
+        }
+    }
+    EXPECT_EQ(traceOutStorage("ABCD", 0, 0, 16, 0), 0);
+    EXPECT_EQ(traceOutStorage("ABCDEFGHIJ", 10, 0, 8, 1), 10);
+    EXPECT_EQ(traceOutStorage("ABCDEFGHIJKLMNOPABCDEFGHIJKLMNOP", 32, 0, 32, 1), 32);
+    EXPECT_THAT(trace.take(), ElementsAre("41424344 45464748 : ABCDEFGH", "494A              : IJ",
+                                          "41424344 45464748 494A4B4C 4D4E4F50  41424344 45464748 494A4B4C 4D4E4F50 : "
+                                          "ABCDEFGHIJKLMNOP ABCDEFGHIJKLMNOP "));
+}
+
+TEST(StorageDump, readsNothingBehindItsBounds) {
+    TraceCapture trace(0);
+    for (const int size : {4, 5, 15, 16, 17, 18, 20, 31, 32, 33, 34, 36, 32767}) {
+        SCOPED_TRACE(size);
+        GuardedBlock block(std::vector<unsigned char>(static_cast<std::size_t>(size), 'g'));
+        const auto dump = [&] { return traceOutStorage(block.data(), 0, STOP, 16, 0, block.data() + size); };
+        EXPECT_EQ(dump(), size - 3);
+        const std::vector<std::string> lines = trace.take();
+        ASSERT_EQ(lines.size(), static_cast<std::size_t>((size - 3 + 15) / 16));
+        const auto inLastLine = static_cast<std::size_t>((size - 4) % 16 + 1);
+        EXPECT_THAT(lines.back(),
+                    testing::EndsWith(" : " + std::string(inLastLine, 'g') + (inLastLine == 16 ? " " : "")));
+        if (size % 16 != 4) {  // a line that starts with the stop word is shown whole
+            std::memcpy(block.data() + size - 4, "STOP", 4);
+            EXPECT_EQ(dump(), size - 4);
+        }
+        EXPECT_EQ(traceOutStorage(block.data(), size, 0, 16, 1), size);
+        (void)trace.take();
+    }
+}
+
+TEST(TraceThreads, dataLineAndItsDumpStayTogether) {
+    constexpr std::size_t THREADS = 4;
+    constexpr std::size_t ROUNDS = 50;
+    TraceCapture trace(4);
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < THREADS; ++i) {
+        threads.emplace_back([i] {
+            const std::string bytes(20, static_cast<char>('A' + i));
+            for (std::size_t round = 0; round < ROUNDS; ++round) {
+                TRACE_DUMP(test_data, bytes.data(), 20);
+                TRACE(test_text, "between");
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const std::vector<std::string> lines = trace.take();
+    ASSERT_EQ(lines.size(), THREADS * ROUNDS * 4);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].starts_with("[3000]")) {
+            const std::string text = lines.at(i + 1).substr(lines.at(i + 1).find(':') + 2);
+            const std::string hex = format("%02X%02X%02X%02X", text[0], text[0], text[0], text[0]);
+            ASSERT_EQ(text, std::string(16, text[0]) + " ");
+            ASSERT_EQ(lines[i + 1], dumpLine(hex + " " + hex + " " + hex + " " + hex, text));
+            ASSERT_EQ(lines.at(i + 2), dumpLine(hex, text.substr(0, 4)));
+        }
+    }
+}
+
+// Lock lines and state lines are written without traceLock while the destination goes away under them.
+TEST(TraceThreads, linesStayWholeWhileTheDestinationSwitches) {
+    constexpr int ROUNDS = 120;
+    const std::string longText(6000, 'l');  // more than a stream buffers
+    TempDirectory directory;
+    TraceCapture trace(5);
+    std::atomic<int> writing = 2;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < ROUNDS; ++round) {
+                TRACE(test_text, longText.c_str());
+                writeTraceState();
+            }
+            --writing;
+        });
+    }
+    int switches = 0;
+    for (; writing > 0 || switches < 6; ++switches) {
+        switchTo(directory.file(switches % 2 == 0 ? "a" : "b"));
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    trace.setLevel(0);
+
+    int texts = 0;
+    int states = 0;
+    int locks = 0;
+    std::vector<std::string> lines = trace.takeRaw();
+    for (const char* name : {"a", "b"}) {
+        const std::vector<std::string> more = splitLines(readFile(directory.file(name)));
+        lines.insert(lines.end(), more.begin(), more.end());
+    }
+    for (const std::string& line : lines) {
+        const auto parsed = parseTraceLine(line);
+        const std::string message = parsed ? parsed->message : line;
+        if (parsed && parsed->number == 9) {
+            ASSERT_EQ(message, "test.text(" + longText + ")");
+            ++texts;
+        } else if (parsed) {
+            ASSERT_TRUE(message.starts_with("stapi_zul_lock.re")) << line;
+            ASSERT_TRUE(message.ends_with(")") || message.ends_with(" mutexRc=0 rc=0")) << line;
+            ++locks;
+        } else {
+            ASSERT_TRUE(line.starts_with("zulstats state dump: API Version=1_1_0_0 Trace Level=5 statAPITraceFile="))
+                << line.substr(0, 200);
+            ++states;
+        }
+    }
+    EXPECT_EQ(texts, 2 * ROUNDS);
+    EXPECT_EQ(states, 2 * ROUNDS);
+    EXPECT_EQ(locks, 4 * (2 * ROUNDS + switches));
+}
+
+}  // namespace
+}  // namespace unittest

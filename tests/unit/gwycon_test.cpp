@@ -1,0 +1,126 @@
+// Connecting to a Gateway and waiting for a connect in progress.
+#include "stapi_zul_gwycon.h"
+
+#include "child.h"
+#include "scripted_peer.h"
+#include "socket_calls.h"
+#include "trace_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace unittest {
+namespace {
+
+// What socket, connect and the wait for a connect in progress lead to.
+TEST(ConnectToGateway, outcomes) {
+    using Numbers = std::vector<int>;
+    const Numbers waited = {9999, 3014, 3003, 3005};
+    const Numbers told = {9999, 3014, 3015, 3006};
+    const Numbers failed = {9999, 3014, 3017, 3006};
+    const SelectResult writable = {.ready = Ready::WRITABLE};
+    const struct {
+        int connectError;
+        SelectResult select;
+        std::optional<int> pendingError;
+        int expected;
+        Numbers numbers;
+    } cases[] = {
+        {ENETUNREACH, {}, {}, STAPI_RC_SOCKET_NETWORK_UNREACHABLE, {3006}},
+        {ECONNREFUSED, {}, {}, STAPI_RC_SOCKET_CONNECT_REFUSED, {3006}},
+        {EHOSTUNREACH, {}, {}, STAPI_RC_SOCKET_CONNECT_ERROR, {3006}},
+        {ETIMEDOUT, {}, {}, STAPI_RC_SOCKET_CONNECT_ERROR, {3006}},
+        {EINTR, {}, {}, STAPI_RC_SOCKET_CONNECT_ERROR, {3006}},
+        // A socket that was never connected can be written and has no error; the handshake then fails.
+        {EINPROGRESS, writable, {}, 0, waited},
+        // Nobody asks such a socket for its error.
+        {EINPROGRESS, {.ready = Ready::EXCEPTION}, ECONNREFUSED, 0, waited},
+        {EINPROGRESS, writable, ECONNREFUSED, STAPI_RC_SOCKET_CONNECT_REFUSED, told},
+        {EINPROGRESS, writable, ENETUNREACH, STAPI_RC_SOCKET_NETWORK_UNREACHABLE, told},
+        {EINPROGRESS, writable, ETIMEDOUT, STAPI_RC_SOCKET_CONNECT_ERROR, told},
+        {EINPROGRESS, {.result = 0}, {}, 0, {9999, 3014, 3016, 3006}},
+        {EINPROGRESS, {-1, ENETUNREACH}, {}, STAPI_RC_SOCKET_NETWORK_UNREACHABLE, failed},
+        {EINPROGRESS, {-1, ECONNREFUSED}, {}, STAPI_RC_SOCKET_CONNECT_REFUSED, failed},
+        {EINPROGRESS, {-1, ENOMEM}, {}, STAPI_RC_SOCKET_CONNECT_ERROR, failed},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(&one - cases);
+        TraceCapture trace(4);
+        SocketCalls calls;
+        calls.connectError = one.connectError;
+        calls.selectResults = {one.select};
+        calls.pendingError = one.pendingError;
+        std::int32_t descriptor = -1;
+        EXPECT_EQ(connectToGateway(1, "127.0.0.1", &descriptor), one.expected);
+        EXPECT_EQ(trace.takeNumbers({9999, 3003, 3004, 3005, 3006, 3014, 3015, 3016, 3017}), one.numbers);
+        EXPECT_EQ(calls.modeOptions.at(0), 1);  // by value, so the socket stays blocking
+        EXPECT_EQ(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+        EXPECT_EQ(fcntl(descriptor, F_GETFL) & O_NONBLOCK, 0);
+        close(descriptor);
+    }
+    SocketCalls calls;
+    calls.socketError = EMFILE;
+    std::int32_t descriptor = 4711;
+    EXPECT_EQ(connectToGateway(1, "127.0.0.1", &descriptor), STAPI_RC_SOCKET_CREATE_FAILED);
+    EXPECT_EQ(descriptor, -1);
+}
+
+struct Waited {
+    int rc;
+    std::int32_t error;
+};
+
+Waited waitOn(std::int32_t descriptor) {
+    std::int32_t error = 4711;
+    const int rc = waitForConnection(&descriptor, &error);
+    return {rc, error};
+}
+
+// After an interruption the wait goes on for what is left of the minute, or for one second.
+TEST(WaitForConnection, interruptedWaitGoesOn) {
+    constexpr std::time_t START = 1000000;
+    const SocketPair pair;
+    EXPECT_EQ(waitOn(pair.library).rc, 0);
+    for (const auto& [elapsed, seconds] :
+         {std::pair(0, 1L), {1, 59}, {2, 58}, {30, 30}, {59, 1}, {60, 1}, {61, 1}, {86400, 1}, {-1, 1}}) {
+        SCOPED_TRACE(elapsed);
+        SocketCalls calls;
+        calls.selectResults = {{.result = -1, .error = EINTR}, {.result = -1, .error = EINTR}, {.result = 0}};
+        calls.times = {START, START + elapsed, START + 20};
+        const Waited waited = waitOn(pair.library);
+        EXPECT_EQ(waited.rc, STAPI_RC_SOCKET_CONNECT_TIMEOUT);
+        EXPECT_EQ(waited.error, 4711);
+        EXPECT_EQ(calls.timeouts, (std::vector{60L, seconds, 40L}));  // the last from the start, too
+    }
+}
+
+// No fd_set holds it.
+TEST(WaitForConnection, largeDescriptor) {
+    EXPECT_EQ(runInChild([] {
+                  constexpr int LARGE = 1500;
+                  rlimit limit{};
+                  getrlimit(RLIMIT_NOFILE, &limit);
+                  limit.rlim_cur = limit.rlim_max;
+                  setrlimit(RLIMIT_NOFILE, &limit);
+                  const SocketPair pair;
+                  if (dup2(pair.library, LARGE) != LARGE) {
+                      return 2;
+                  }
+                  const Waited open = waitOn(LARGE);
+                  close(LARGE);
+                  const Waited closed = waitOn(LARGE);
+                  return open.rc == 0 && closed.rc == STAPI_RC_SOCKET_CONNECT_ERROR && closed.error == EBADF ? 0 : 1;
+              }),
+              0);
+}
+
+}  // namespace
+}  // namespace unittest

@@ -1,0 +1,85 @@
+// The lock wrapper: codes and markers.
+#include "stapi_zul_lock.h"
+
+#include "failing_mutex.h"
+#include "trace_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace unittest {
+namespace {
+
+constexpr struct Operation {
+    int (*call)(StapiLock*);
+    MutexCall mutexCall;
+    int failedCode;
+    int firstNumber;  // entry; not initialised, failed and exit follow
+} GUARDED[] = {
+    {requestLock, MutexCall::LOCK, -4, 3103},
+    {releaseLock, MutexCall::UNLOCK, -5, 3107},
+    {destroyLock, MutexCall::DESTROY, -4, 3111},
+};
+
+TEST(Lock, recordWithoutItsMarkerIsRefusedAndItsMutexNotTouched) {
+    TraceCapture trace(5);
+    for (const Operation& operation : GUARDED) {
+        for (const std::uint32_t marker : {0u, LOCK_DESTROYED, 0xFFEEDDCDu}) {
+            StapiLock lock{};
+            std::memset(static_cast<void*>(&lock.mutex), 0xA5, sizeof lock.mutex);
+            const std::string before(reinterpret_cast<const char*>(&lock.mutex), sizeof lock.mutex);
+            lock.marker = marker;
+            EXPECT_EQ(operation.call(&lock), STAPI_RC_LOCK_NOT_INITIALIZED);
+            EXPECT_EQ(isLockInitialized(&lock), marker);
+            EXPECT_EQ(std::string(reinterpret_cast<const char*>(&lock.mutex), sizeof lock.mutex), before);
+            const int first = operation.firstNumber;
+            EXPECT_EQ(trace.takeNumbers(), (std::vector{first, first + 1, first + 3}));
+        }
+    }
+}
+
+TEST(Lock, lifeOfARecord) {
+    StapiLock lock{};
+    for (int life = 0; life < 2; ++life) {
+        EXPECT_EQ(initializeLock(&lock), 0);
+        EXPECT_EQ(requestLock(&lock), 0);
+        EXPECT_EQ(initializeLock(&lock), STAPI_RC_LOCK_ALREADY_INITIALIZED);
+        EXPECT_EQ(pthread_mutex_trylock(&lock.mutex), EBUSY);
+        EXPECT_EQ(releaseLock(&lock), 0);
+        EXPECT_EQ(pthread_mutex_trylock(&lock.mutex), 0);
+        pthread_mutex_unlock(&lock.mutex);
+        EXPECT_EQ(destroyLock(&lock), 0);
+        EXPECT_EQ(isLockInitialized(&lock), LOCK_DESTROYED);
+    }
+}
+
+TEST(Lock, failedMutexCallShowsErrnoInItsLineAndTheCallsResultAtExit) {
+    TraceCapture trace(1);
+    for (const Operation& operation : GUARDED) {
+        StapiLock lock{};
+        ASSERT_EQ(initializeLock(&lock), 0);
+        trace.setLevel(5);
+        {
+            const MutexFault fault(operation.mutexCall, &lock.mutex, EBUSY, 77);
+            EXPECT_EQ(operation.call(&lock), operation.failedCode);
+        }
+        const std::vector<std::string> lines = trace.take();
+        ASSERT_EQ(lines.size(), 3u);
+        EXPECT_TRUE(lines[1].starts_with(format("[%d] *EXC*", operation.firstNumber + 2))) << lines[1];
+        EXPECT_TRUE(lines[1].ends_with(" errno=77")) << lines[1];
+        EXPECT_TRUE(lines[2].ends_with(format(" mutexRc=%d rc=%d", EBUSY, operation.failedCode))) << lines[2];
+        trace.setLevel(1);
+        EXPECT_EQ(destroyLock(&lock), 0);
+    }
+    StapiLock lock{};
+    lock.marker = LOCK_DESTROYED;
+    const MutexFault fault(MutexCall::INIT, &lock.mutex, ENOMEM, 77);
+    EXPECT_EQ(initializeLock(&lock), STAPI_RC_LOCK_INIT_FAILED);
+    EXPECT_EQ(isLockInitialized(&lock), LOCK_DESTROYED);
+    EXPECT_EQ(trace.takeNumbers(), std::vector{3101});
+}
+
+}  // namespace
+}  // namespace unittest
