@@ -19,6 +19,9 @@
 
 namespace {
 
+// No reply that fits a result set is nearly as large; a longer one is not worth the storage that it announces.
+constexpr int BODY_MAX = 512 << 20;
+
 // SIGPIPE is ignored while any thread sends. The first sender saves the application's disposition and the last one
 // restores it; sigpipeMutex guards both.
 pthread_mutex_t sigpipeMutex = PTHREAD_MUTEX_INITIALIZER;
@@ -115,7 +118,9 @@ int receiveBody(int socketDesc, int bodySize, unsigned char** data, FlowReasons*
     std::free(*data);
     *data = nullptr;
     TRACE(flow_callDataCleared, data);
-    *data = static_cast<unsigned char*>(std::calloc(static_cast<std::size_t>(bodySize) + REPLY_SLACK, 1));
+    if (bodySize <= BODY_MAX) {
+        *data = static_cast<unsigned char*>(std::calloc(static_cast<std::size_t>(bodySize) + REPLY_SLACK, 1));
+    }
     TRACE(flow_allocatedBody, bodySize, *data);
     if (*data == nullptr) {
         TRACE(flow_bodyNotAllocated, bodySize);

@@ -111,7 +111,7 @@ int invoke(std::int32_t socketDesc, const char* queryType, const char* queryStri
     TRACE(statCommsString_initialized);
     prepareCall(admin, ADMIN_INVOKE);
     admin->actionName = queryType;
-    admin->queryString = queryString == nullptr ? "" : queryString;
+    admin->queryString = queryString;
     admin->signature = STATS_MBEAN_SIG;
     setCallLength(admin, calculateCallLength(*admin));
     rc = flowAdminRequest(socketDesc, admin, reasons);

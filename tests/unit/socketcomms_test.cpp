@@ -205,6 +205,15 @@ TEST(Flow, repliesAndWhatTheyLeadTo) {
     }
 }
 
+TEST(Flow, noStorageForAnEndlessBody) {
+    for (const std::int32_t size : {(512 << 20) + 1, INT_MAX}) {
+        ScriptedPeer peer({message({.name = "BASE", .dataLength = size})});
+        Exchange exchange;
+        EXPECT_EQ(exchange.flowOn(peer.socket()), STAPI_RC_NO_MEMORY);
+        EXPECT_EQ(exchange.data, nullptr);
+    }
+}
+
 bool isDefault(int signalNumber) {
     struct sigaction now {};
     sigaction(signalNumber, nullptr, &now);
