@@ -2,7 +2,6 @@
 
 #include "stapi_zul_diag.h"
 
-#include <fcntl.h>
 #include <netdb.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -83,15 +82,18 @@ void introduce(std::uint32_t port, const char* host, std::int32_t socketDescript
 
 int connectTo(std::uint32_t port, const char* host, const addrinfo& address, std::int32_t* socketDescriptorPtr) {
     TRACE(connectToGateway_creatingSocket, address.ai_family, address.ai_socktype, address.ai_protocol);
-    const int descriptor = socket(address.ai_family, address.ai_socktype, address.ai_protocol);
+    // Not for the application's child programs.
+    const int descriptor = socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol);
     std::int32_t error = errno;
-    __atomic_store_n(socketDescriptorPtr, descriptor, __ATOMIC_RELAXED);  // another thread may be showing it
+    const bool shut = __atomic_exchange_n(socketDescriptorPtr, descriptor, __ATOMIC_ACQ_REL) == SOCKET_SHUT;
     if (descriptor < 0) {
         TRACE(connectToGateway_socketFailed, std::strerror(error), error);
         return STAPI_RC_SOCKET_CREATE_FAILED;
     }
+    if (shut) {
+        return STAPI_RC_SOCKET_CREATE_FAILED;
+    }
     TRACE(connectToGateway_createdSocket, descriptor);
-    fcntl(descriptor, F_SETFD, FD_CLOEXEC);  // not for the application's child programs
     setNonBlocking(descriptor, sockOptOn);
 
     int result = connect(descriptor, address.ai_addr, address.ai_addrlen);

@@ -39,7 +39,7 @@ struct GatewayToken {
     char eyecatcher[EYECATCHER_SIZE];  // no NUL
     std::int32_t port;
     std::int32_t connStatus;      // shown
-    std::int32_t socket;          // shown; -1 until connectToGateway sets it
+    std::int32_t socket;          // shown; -1 until connectToGateway sets it, SOCKET_SHUT when closed before that
     ResultSetToken* connRSToken;  // owned; its head is resultSetBuf
     char* resultSetBuf;           // owned: RESULT_SET_BUFFER_SIZE bytes and slack
     std::uint32_t owningPid;
@@ -88,11 +88,12 @@ int dumpGatewayTokens();
 
 // ---- creation and deletion ----------------------------------------------------------------------------------------
 
-// Connects to a Gateway and chains a token for it, stored through gwTokPtr on success only, with a use of it begun: 0,
+// Connects to a Gateway and chains a token for it, stored through `created` on success only, with a use of it begun;
+// gwTokPtr, where the application wants it, is only shown. 0,
 // STAPI_RC_NO_MEMORY, STAPI_RC_GTL_CORRUPT, a code of openStatsSocket or, from the version exchange,
 // STAPI_RC_GATEWAY_CONNECTION_LOST or STAPI_RC_GATEWAY_REQUEST_FAILED. Takes gtlLock for chaining and removing, not
 // while it waits for the Gateway.
-[[nodiscard]] int createGatewayToken(GatewayToken** gwTokPtr, const char* hostname, int port);
+[[nodiscard]] int createGatewayToken(GatewayToken** gwTokPtr, const char* hostname, int port, GatewayToken** created);
 
 // Appends a token to the list: 0, STAPI_RC_NULL_GATEWAY_TOKEN_POINTER or STAPI_RC_GTL_CORRUPT. Takes gtlLock.
 [[nodiscard]] int chainGatewayToken(GatewayToken* token);
@@ -105,6 +106,11 @@ int dumpGatewayTokens();
 // STAPI_RC_NULL_GATEWAY_TOKEN_POINTER, STAPI_RC_NULL_GATEWAY_TOKEN or STAPI_RC_GATEWAY_TOKEN_NOT_FOUND. lockRequired 1:
 // takes gtlLock and looks the token up. Any other value: the caller holds gtlLock and the token is the list's head.
 int deleteGatewayToken(GatewayToken** gwTokPtr, int lockRequired);
+
+// Ends the use that the caller has begun and deletes the token as with lockRequired 1, in one section of gtlLock: once a
+// token is free its address may be that of another. Also STAPI_RC_GATEWAY_CONNECTION_LOST: the connection was closed
+// meanwhile.
+int deleteUsedGatewayToken(GatewayToken** gwTokPtr);
 
 // Deletes all tokens, at most GTL_RUNAWAY_LIMIT: 0, STAPI_GTL_RUNAWAY or STAPI_GTL_EMPTY. Takes gtlLock.
 [[nodiscard]] int deleteGatewayTokens();

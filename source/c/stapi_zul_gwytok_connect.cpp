@@ -44,8 +44,10 @@ bool retire(GatewayToken* token, GatewayToken* parent) {
     }
     unchain(token, parent);
     __atomic_fetch_or(&token->users, TOKEN_RETIRED, __ATOMIC_ACQ_REL);
-    const std::int32_t descriptor = loadShown(token->socket);
-    if (descriptor >= 0) {
+    std::int32_t descriptor = -1;
+    // Before there is a descriptor the word itself tells connectToGateway.
+    if (!__atomic_compare_exchange_n(&token->socket, &descriptor, SOCKET_SHUT, false, __ATOMIC_ACQ_REL,
+                                     __ATOMIC_ACQUIRE)) {
         shutdown(descriptor, SHUT_RDWR);
     }
     static_cast<void>(endUse(token));
@@ -82,25 +84,37 @@ void destroy(GatewayToken** gwTokPtr, GatewayToken* parent) {
     TRACE(deleteGatewayToken_freedToken, gwTokPtr, *gwTokPtr);
 }
 
-int remove(GatewayToken** gwTokPtr, int lockRequired) {
+// What a deletion begins with.
+enum class From { LIST_HEAD, ADDRESS, USE };
+
+int remove(GatewayToken** gwTokPtr, From from) {
     if (gwTokPtr == nullptr) {
         return STAPI_RC_NULL_GATEWAY_TOKEN_POINTER;
     }
     if (*gwTokPtr == nullptr) {
         return STAPI_RC_NULL_GATEWAY_TOKEN;
     }
-    if (lockRequired != 1) {
+    if (from == From::LIST_HEAD) {
         destroy(gwTokPtr, nullptr);
         return 0;
     }
     requestLock(&gtlLock);
     GatewayToken* parent = nullptr;
     int rc = STAPI_RC_GATEWAY_TOKEN_NOT_FOUND;
-    if (findGatewayToken(*gwTokPtr, &parent) == STAPI_FIND_FOUND) {
+    if (from == From::USE && endUse(*gwTokPtr)) {
+        rc = STAPI_RC_GATEWAY_CONNECTION_LOST;
+    } else if (findGatewayToken(*gwTokPtr, &parent) == STAPI_FIND_FOUND) {
         destroy(gwTokPtr, parent);
         rc = 0;
     }
     releaseLock(&gtlLock);
+    return rc;
+}
+
+int tracedRemove(GatewayToken** gwTokPtr, int lockRequired, From from) {
+    TRACE(deleteGatewayToken_entry, gwTokPtr, lockRequired);
+    const int rc = remove(gwTokPtr, from);
+    TRACE(deleteGatewayToken_exit, gwTokPtr, lockRequired, rc);
     return rc;
 }
 
@@ -210,7 +224,7 @@ int connectToken(GatewayToken* token, const char* hostname, int port) {
     return foldExchangeCode(versionRc, reasons);
 }
 
-int create(GatewayToken** gwTokPtr, const char* hostname, int port) {
+int create(GatewayToken** gwTokPtr, const char* hostname, int port, GatewayToken** created) {
     GatewayToken* token = nullptr;
     int rc = allocateToken(&token, port);
     if (rc != 0) {
@@ -224,16 +238,13 @@ int create(GatewayToken** gwTokPtr, const char* hostname, int port) {
     }
     rc = connectToken(token, hostname, port);
     if (rc != 0) {
-        if (endUse(token)) {
-            return STAPI_RC_GATEWAY_CONNECTION_LOST;  // another thread has closed the connection
-        }
-        deleteGatewayToken(&token, 1);
-        return rc;
+        const int deleteRc = deleteUsedGatewayToken(&token);
+        return deleteRc == STAPI_RC_GATEWAY_CONNECTION_LOST ? deleteRc : rc;
     }
     char text[FORMATTED_TOKEN_SIZE];
     formatGatewayToken(token, text);
     TRACE(createGatewayToken_created, gwTokPtr, text);
-    *gwTokPtr = token;
+    *created = token;
     return 0;
 }
 
@@ -254,10 +265,11 @@ bool endUse(GatewayToken* token) {
 }
 
 int deleteGatewayToken(GatewayToken** gwTokPtr, int lockRequired) {
-    TRACE(deleteGatewayToken_entry, gwTokPtr, lockRequired);
-    const int rc = remove(gwTokPtr, lockRequired);
-    TRACE(deleteGatewayToken_exit, gwTokPtr, lockRequired, rc);
-    return rc;
+    return tracedRemove(gwTokPtr, lockRequired, lockRequired == 1 ? From::ADDRESS : From::LIST_HEAD);
+}
+
+int deleteUsedGatewayToken(GatewayToken** gwTokPtr) {
+    return tracedRemove(gwTokPtr, 1, From::USE);
 }
 
 int deleteGatewayTokens() {
@@ -301,9 +313,9 @@ int openStatsSocket(GatewayToken* token, const char* hostname, int port) {
     return rc;
 }
 
-int createGatewayToken(GatewayToken** gwTokPtr, const char* hostname, int port) {
+int createGatewayToken(GatewayToken** gwTokPtr, const char* hostname, int port, GatewayToken** created) {
     TRACE(createGatewayToken_entry, gwTokPtr, port);
-    const int rc = create(gwTokPtr, hostname, port);
+    const int rc = create(gwTokPtr, hostname, port, created);
     TRACE(createGatewayToken_exit, gwTokPtr, port, rc);
     return rc;
 }

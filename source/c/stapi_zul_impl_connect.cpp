@@ -69,12 +69,20 @@ int open(const char* hostname, int port, GatewayToken** gwTokPtr, char** protoCo
     if (protoColVersion == nullptr) {
         return STAPI_RC_NULL_VERSION_POINTER;
     }
-    const int rc = createGatewayToken(gwTokPtr, hostname, port);
-    if (rc == 0) {
-        copyVersion(*gwTokPtr, protoColVersion);
-        static_cast<void>(endUse(*gwTokPtr));  // closed meanwhile: the caller holds a handle that is not in the list
+    GatewayToken* token = nullptr;
+    const int rc = createGatewayToken(gwTokPtr, hostname, port, &token);
+    if (rc != 0) {
+        return rc;
     }
-    return rc;
+    char* const before = *protoColVersion;
+    copyVersion(token, protoColVersion);
+    if (endUse(token)) {
+        std::free(*protoColVersion);
+        *protoColVersion = before;
+        return STAPI_RC_GATEWAY_CONNECTION_LOST;  // another thread has closed the connection
+    }
+    *gwTokPtr = token;
+    return 0;
 }
 
 int close(GatewayToken** gwTokPtr) {

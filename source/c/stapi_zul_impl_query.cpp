@@ -83,28 +83,48 @@ bool isCommsFailure(int rc) {
     return rc == STAPI_RC_GATEWAY_CONNECTION_LOST || rc == STAPI_RC_GATEWAY_REQUEST_FAILED;
 }
 
-// The body of every query call, between its entry and exit lines; initRc is the result of the initialisation.
-int runQuery(const QueryCall& call, int initRc, GatewayToken* gwTok, const char* queryString,
-             ResultSetToken** statRSPtr) {
+// A query string as an exit line shows it. It may be one of getIdQuery, text of the connection that the call removes: from
+// the use of the connection on the line shows a copy.
+struct ShownText {
+    const char* text;
+    char* copy;  // owned
+};
+
+void keepForExitLine(ShownText* shown, const char* queryString) {
+    shown->copy = traceIsOpen(getStatIdsByStatGroupId_exit.row.level) ? strdup(queryString) : nullptr;
+    shown->text = shown->copy;
+}
+
+// The body of every query call, between its entry and exit lines; initRc is the result of the initialisation, shown is
+// null for calls whose exit line does not show the query string.
+int runQuery(const QueryCall& call, int initRc, GatewayToken* gwTok, const char* queryString, ResultSetToken** statRSPtr,
+             ShownText* shown = nullptr) {
     int rc = initRc;
     if (rc == 0) {
         rc = checkArguments(call, gwTok, queryString, statRSPtr);
     }
     const bool queries = rc == 0;
+    ResultSetToken* rs = nullptr;
     if (queries) {
+        if (shown != nullptr) {
+            keepForExitLine(shown, queryString);
+        }
         rc = query(call, gwTok, queryString);
-        ResultSetToken* rs = gwTok->connRSToken;
-        if (endUse(gwTok)) {
-            return STAPI_RC_GATEWAY_CONNECTION_LOST;  // another thread has closed the connection
-        }
-        if (rc == 0) {
-            *statRSPtr = rs;
-        }
+        rs = gwTok->connRSToken;
     }
+    bool closed = false;  // by another thread, during the query
     const bool ruleApplies = call.removal == Removal::ANY_CODE || queries == (call.removal == Removal::QUERY_CODE);
     if (ruleApplies && isCommsFailure(rc)) {
         TRACE(call.removing, gwTok, rc);
-        deleteGatewayToken(&gwTok, 1);
+        closed = queries && deleteUsedGatewayToken(&gwTok) == STAPI_RC_GATEWAY_CONNECTION_LOST;
+    } else if (queries) {
+        closed = endUse(gwTok);
+    }
+    if (closed) {
+        return STAPI_RC_GATEWAY_CONNECTION_LOST;
+    }
+    if (rc == 0) {
+        *statRSPtr = rs;
     }
     return rc;
 }
@@ -227,12 +247,9 @@ int getStatIdsByStatGroupId(GatewayToken* gwTok, const char* statGroupIds, Resul
     const int initRc = stapiInit();
     TRACE(getStatIdsByStatGroupId_entry, gwTok, statGroupIds, statIdRSPtr);
     const void* shown = addressOnly(gwTok);
-    // The exit line shows the query string, which may be one of getIdQuery: text of the connection that a failed query
-    // removes.
-    const bool shows = traceIsOpen(getStatIdsByStatGroupId_exit.row.level) && statGroupIds != nullptr;
-    char* shownIds = shows ? strdup(statGroupIds) : nullptr;
-    const int rc = runQuery(GET_STAT_IDS_BY_STAT_GROUP_ID, initRc, gwTok, statGroupIds, statIdRSPtr);
-    TRACE(getStatIdsByStatGroupId_exit, shown, shownIds, statIdRSPtr, rc);
-    std::free(shownIds);
+    ShownText ids = {statGroupIds, nullptr};
+    const int rc = runQuery(GET_STAT_IDS_BY_STAT_GROUP_ID, initRc, gwTok, statGroupIds, statIdRSPtr, &ids);
+    TRACE(getStatIdsByStatGroupId_exit, shown, ids.text, statIdRSPtr, rc);
+    std::free(ids.copy);
     return rc;
 }

@@ -7,7 +7,8 @@ namespace {
 
 thread_local struct {
     bool counting;
-    int failing;  // the attempt that fails, 0: none
+    int failing;       // the attempt that fails, 0: none
+    void (*before)();  // called before that one in place of failing it, may be null
     int attempts;
     int taken;
     int released;
@@ -16,6 +17,10 @@ thread_local struct {
 // True if this attempt is the one that fails.
 bool fails() {
     if (counters.counting && ++counters.attempts == counters.failing) {
+        if (counters.before != nullptr) {
+            counters.before();
+            return false;
+        }
         errno = ENOMEM;
         return true;
     }
@@ -60,8 +65,8 @@ void __wrap_free(void* block) {
 
 namespace unittest {
 
-AllocationFault::AllocationFault(int nth) {
-    counters = {true, nth, 0, 0, 0};
+AllocationFault::AllocationFault(int nth, void (*before)()) {
+    counters = {true, nth, before, 0, 0, 0};
 }
 
 AllocationFault::~AllocationFault() {

@@ -7,6 +7,7 @@
 #include "child.h"
 #include "failing_malloc.h"
 #include "scripted_peer.h"
+#include "socket_calls.h"
 #include "trace_capture.h"
 
 #include <simgateway/sim_gateway.h>
@@ -37,11 +38,12 @@ std::ptrdiff_t openDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
-// Begins with an empty list whose lock is initialised, and deletes what is left at the end.
+// Begins with an initialised library and an empty list, and deletes what is left at the end.
 class TokenList : public testing::Test {
 protected:
     TokenList() {
-        static_cast<void>(initGTL());
+        int level = 0;
+        EXPECT_EQ(getAPITraceLevel(&level), 0);
     }
     ~TokenList() override {
         while (gtListHeadPtr != nullptr) {
@@ -126,7 +128,7 @@ TEST_F(TokenList, chainingGoesByTheHeadFirst) {
     {
         const AllocationFault allocations(0);
         GatewayToken* token = nullptr;
-        EXPECT_EQ(createGatewayToken(&token, "127.0.0.1", 4711), STAPI_RC_GTL_CORRUPT);
+        EXPECT_EQ(createGatewayToken(nullptr, "127.0.0.1", 4711, &token), STAPI_RC_GTL_CORRUPT);
         EXPECT_EQ(allocations.taken(), allocations.released());
         EXPECT_EQ(token, nullptr);
     }
@@ -154,7 +156,7 @@ TEST_F(TokenList, creationWithoutMemory) {
             const auto descriptors = openDescriptors();
             GatewayToken* token = nullptr;
             const AllocationFault fault(nth);
-            const int rc = createGatewayToken(&token, "127.0.0.1", gateway.port());
+            const int rc = createGatewayToken(nullptr, "127.0.0.1", gateway.port(), &token);
             const bool reached = fault.attempts() >= nth;
             if ((rc == 0) != (token != nullptr) || (rc == 0) != (gtListHeadPtr != nullptr)) {
                 return 3;
@@ -214,6 +216,60 @@ TEST_F(TokenList, deletionReleasesEverythingAndTheTailFollows) {
     EXPECT_EQ(gtListHeadPtr, nullptr);
     make(1);
     EXPECT_EQ(listLength(), 1u);
+}
+
+void closeAll() {
+    static_cast<void>(deleteGatewayTokens());
+}
+
+// Another thread closes the connection: before it has a socket, when it is about to be handed out, and once it is in use.
+// Each time the call in progress fails and releases everything, and nothing of a later connection.
+TEST_F(TokenList, closingWhileItIsUsed) {
+    const Server gateway;
+    const auto descriptors = openDescriptors();
+    GatewayToken* token = nullptr;
+    char* version = nullptr;
+    const auto open = [&] { return openGatewayConnection(gateway.port(), &token, &version); };
+    ASSERT_EQ(open(), 0);
+    std::free(version);
+    version = nullptr;
+    closeAll();
+    token = nullptr;
+    {
+        SocketCalls calls;
+        calls.beforeSocket = closeAll;
+        const AllocationFault allocations(0);
+        EXPECT_EQ(open(), STAPI_RC_GATEWAY_CONNECTION_LOST);
+        EXPECT_EQ(allocations.taken(), allocations.released());
+    }
+    int attempts = 0;
+    {
+        const AllocationFault allocations(0);
+        ASSERT_EQ(open(), 0);
+        attempts = allocations.attempts();
+        closeAll();
+    }
+    token = nullptr;
+    std::free(std::exchange(version, nullptr));
+    {
+        const AllocationFault allocations(attempts, closeAll);  // the copy of the version
+        EXPECT_EQ(open(), STAPI_RC_GATEWAY_CONNECTION_LOST);
+        EXPECT_EQ(allocations.taken(), allocations.released());
+    }
+    EXPECT_EQ(token, nullptr);
+    EXPECT_EQ(version, nullptr);
+    {
+        const AllocationFault allocations(0);
+        ASSERT_EQ(createGatewayToken(nullptr, "127.0.0.1", gateway.port(), &token), 0);
+        closeAll();
+        make(1);
+        EXPECT_EQ(deleteUsedGatewayToken(&token), STAPI_RC_GATEWAY_CONNECTION_LOST);
+        EXPECT_EQ(listLength(), 1u);
+        closeAll();
+        EXPECT_EQ(allocations.taken(), allocations.released());
+    }
+    EXPECT_TRUE(gateway.waitForConnections(0, std::chrono::seconds(5)));
+    EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 TEST_F(TokenList, dumpAndDeletionOfAllEndAtTheLimit) {

@@ -43,6 +43,9 @@ int __real_ioctl(int descriptor, unsigned long request, ...);
 std::time_t __real_time(std::time_t* result);
 
 int __wrap_socket(int domain, int type, int protocol) {
+    if (calls != nullptr && calls->beforeSocket != nullptr) {
+        calls->beforeSocket();
+    }
     return fails(&unittest::SocketCalls::socketError) ? -1 : __real_socket(domain, type, protocol);
 }
 

@@ -25,6 +25,7 @@ struct SocketCalls {
     SocketCalls(const SocketCalls&) = delete;
     SocketCalls& operator=(const SocketCalls&) = delete;
 
+    void (*beforeSocket)() = nullptr;           // called before socket does its work
     std::optional<int> socketError{};           // errno with which socket fails
     std::optional<int> connectError{};          // errno with which connect fails
     std::optional<int> pendingError{};          // SO_ERROR of every socket
