@@ -58,9 +58,7 @@ inline constexpr std::int32_t GATEWAY_RC_CONNECTION_LOST = 0xF004;
 // Lay reply data into a result set buffer: 0 or STAPI_RC_FLOW_CONTENT_TOO_LARGE. Reply data that ends early or is
 // malformed ends the content after its last complete entry. The content is terminated in every case; capacity is never
 // less than the terminator.
-[[nodiscard]] int parseStatsData(const unsigned char* rawData, char* buffer, std::size_t rawSize = SIZE_MAX,
-                                 std::size_t capacity = SIZE_MAX);
-[[nodiscard]] int parseIdsData(const unsigned char* rawData, char* buffer, std::size_t rawSize = SIZE_MAX,
-                               std::size_t capacity = SIZE_MAX);
+[[nodiscard]] int parseStatsData(const unsigned char* rawData, char* buffer, std::size_t rawSize, std::size_t capacity);
+[[nodiscard]] int parseIdsData(const unsigned char* rawData, char* buffer, std::size_t rawSize, std::size_t capacity);
 
 #endif

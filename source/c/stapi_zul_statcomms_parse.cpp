@@ -3,11 +3,16 @@
 //
 // Reads are checked against the end of the reply data, skips are not: an element is complete as soon as its last field
 // is stored, whatever the stream still owes behind it.
+//
+// There are two of each parser: one that traces every field it stores, and one for a trace that shows none, which keeps
+// its positions in registers.
 #include "stapi_zul_statcomms.h"
 
 #include "bytes.h"
 #include "stapi_zul_diag.h"
 #include "stapi_zul_resultsetbuffer.h"
+
+#include <cstring>
 
 #include "stapi_zul_statcomms_trace.h"
 
@@ -15,7 +20,7 @@ namespace {
 
 constexpr unsigned char ARRAY_FLAG = 0x01;
 constexpr unsigned char SHORT_BLOCK_TAG = 0x77;
-constexpr std::size_t CONTENT_HEAD_SIZE = EYECATCHER_SIZE + 4;
+constexpr std::ptrdiff_t CONTENT_HEAD_SIZE = EYECATCHER_SIZE + 4;
 constexpr std::size_t TERMINATOR_SIZE = sizeof RESULT_SET_TERMINATOR;
 
 enum class Outcome { COMPLETE, CUT_SHORT, TOO_LARGE };
@@ -39,20 +44,20 @@ constexpr ParserKind IDS = {IDS_CONTENT_MARKER, false, parseIdsData_entry, parse
 // Reply data and the position in it, which a skip may leave behind its end.
 struct Reader {
     const unsigned char* data;
-    std::size_t size;
-    std::size_t at;
+    std::ptrdiff_t size;
+    std::ptrdiff_t at;
 
-    bool has(std::size_t count) const {
-        return at <= size && size - at >= count;
+    bool has(std::ptrdiff_t count) const {
+        return size - at >= count;
     }
-    void skip(std::size_t count) {
+    void skip(std::ptrdiff_t count) {
         at += count;
     }
     // Nothing more can be read.
     void end() {
         size = 0;
     }
-    const unsigned char* take(std::size_t count) {
+    const unsigned char* take(std::ptrdiff_t count) {
         const unsigned char* taken = data + at;
         at += count;
         return taken;
@@ -61,14 +66,12 @@ struct Reader {
 
 // The content written so far. Everything before `complete` stays when the reply data ends early.
 struct Writer {
-    char* start;
-    std::size_t capacity;
     char* cursor;
+    char* limit;  // the last place for the terminator
     char* complete;
 
-    bool hasRoom(std::size_t count) const {
-        const auto used = static_cast<std::size_t>(cursor - start);
-        return capacity - used >= count + TERMINATOR_SIZE;
+    bool hasRoom(std::ptrdiff_t count) const {
+        return limit - cursor >= count;
     }
     void keep() {
         complete = cursor;
@@ -98,35 +101,56 @@ bool skipText(Reader* in) {
     if (!readLength(in, &length)) {
         return false;
     }
-    in->skip(static_cast<std::size_t>(length));
+    in->skip(length);
     return true;
 }
 
-Outcome storeInteger(Writer* out, std::int32_t value) {
-    if (!out->hasRoom(4)) {
-        return Outcome::TOO_LARGE;
+template <bool Traced>
+void write(Writer* out, std::int32_t value) {
+    if constexpr (Traced) {
+        addInteger(&out->cursor, static_cast<std::uint32_t>(value));
+    } else {
+        std::memcpy(out->cursor, &value, sizeof value);
+        out->cursor += sizeof value;
     }
-    addInteger(&out->cursor, static_cast<std::uint32_t>(value));
-    return Outcome::COMPLETE;
 }
 
-// Copies a length and its text.
-Outcome copyText(Reader* in, Writer* out) {
+template <bool Traced>
+void write(Writer* out, const unsigned char* text, std::int16_t length) {
+    if constexpr (Traced) {
+        addChars(&out->cursor, reinterpret_cast<const char*>(text), length);
+    } else {
+        std::memcpy(out->cursor, text, static_cast<std::size_t>(length));
+        out->cursor += length;
+    }
+}
+
+// Copies a length and its text. Inlined so that reader and writer have no address and stay in registers.
+template <bool Traced>
+[[gnu::always_inline]] inline Outcome copyText(Reader* in, Writer* out) {
     std::int16_t length = 0;
-    if (!readLength(in, &length) || !in->has(static_cast<std::size_t>(length))) {
+    if (!readLength(in, &length) || !in->has(length)) {
         return Outcome::CUT_SHORT;
     }
-    if (!out->hasRoom(4 + static_cast<std::size_t>(length))) {
+    if (!out->hasRoom(4 + length)) {
         return Outcome::TOO_LARGE;
     }
-    addInteger(&out->cursor, static_cast<std::uint32_t>(length));
-    addChars(&out->cursor, reinterpret_cast<const char*>(in->take(static_cast<std::size_t>(length))), length);
+    write<Traced>(out, length);
+    write<Traced>(out, in->take(length), length);
     return Outcome::COMPLETE;
 }
 
 // Copies a 32-bit integer and tells its value.
+template <bool Traced>
 Outcome copyInteger(Reader* in, Writer* out, std::int32_t* value) {
-    return readInteger(in, value) ? storeInteger(out, *value) : Outcome::CUT_SHORT;
+    if (!readInteger(in, value)) {
+        return Outcome::CUT_SHORT;
+    }
+    if (!out->hasRoom(4)) {
+        return Outcome::TOO_LARGE;
+    }
+    write<Traced>(out, *value);
+    return Outcome::COMPLETE;
 }
 
 // The class description before a query element's text.
@@ -160,15 +184,15 @@ bool skipItemsHead(Reader* in, std::int32_t itemCount) {
     return true;
 }
 
-template <const ParserKind& Kind>
+template <const ParserKind& Kind, bool Traced>
 Outcome copyItem(Reader* in, Writer* out) {
     if constexpr (!Kind.statistics) {
-        return copyText(in, out);
+        return copyText<Traced>(in, out);
     }
     in->skip(7);
-    Outcome outcome = copyText(in, out);
+    Outcome outcome = copyText<Traced>(in, out);
     if (outcome == Outcome::COMPLETE) {
-        outcome = copyText(in, out);
+        outcome = copyText<Traced>(in, out);
     }
     if (outcome == Outcome::COMPLETE) {
         in->skip(2);
@@ -176,15 +200,15 @@ Outcome copyItem(Reader* in, Writer* out) {
     return outcome;
 }
 
-template <const ParserKind& Kind>
+template <const ParserKind& Kind, bool Traced>
 Outcome copyElement(Reader* in, Writer* out, std::int32_t index) {
     if (!skipElementHead(in)) {
         return Outcome::CUT_SHORT;
     }
-    Outcome outcome = copyText(in, out);
+    Outcome outcome = copyText<Traced>(in, out);
     std::int32_t elementRc = 0;
     if (outcome == Outcome::COMPLETE) {
-        outcome = copyInteger(in, out, &elementRc);
+        outcome = copyInteger<Traced>(in, out, &elementRc);
     }
     if (outcome != Outcome::COMPLETE) {
         return outcome;
@@ -201,7 +225,7 @@ Outcome copyElement(Reader* in, Writer* out, std::int32_t index) {
         return Outcome::COMPLETE;
     }
     std::int32_t itemCount = 0;
-    outcome = copyInteger(in, out, &itemCount);
+    outcome = copyInteger<Traced>(in, out, &itemCount);
     if (outcome != Outcome::COMPLETE) {
         return outcome;
     }
@@ -215,7 +239,7 @@ Outcome copyElement(Reader* in, Writer* out, std::int32_t index) {
         }
     }
     for (std::int32_t item = 0; item < itemCount; ++item) {
-        outcome = copyItem<Kind>(in, out);
+        outcome = copyItem<Kind, Traced>(in, out);
         if (outcome != Outcome::COMPLETE) {
             return outcome;
         }
@@ -240,30 +264,33 @@ bool readHead(Reader* in, std::int32_t* elementCount) {
     return true;
 }
 
-template <const ParserKind& Kind>
+template <const ParserKind& Kind, bool Traced>
 Outcome copyElements(Reader* in, Writer* out) {
     std::int32_t elementCount = 0;
     const bool headRead = readHead(in, &elementCount);
     TRACE(Kind.received, elementCount);
-    addTerminator(out->start);
-    addPlatformChars(&out->cursor, Kind.marker, static_cast<std::int32_t>(EYECATCHER_SIZE));
-    addInteger(&out->cursor, static_cast<std::uint32_t>(elementCount));
+    char* cursor = out->cursor;  // a copy: nobody else has the address of the writer's own
+    addTerminator(cursor);
+    addPlatformChars(&cursor, Kind.marker, static_cast<std::int32_t>(EYECATCHER_SIZE));
+    addInteger(&cursor, static_cast<std::uint32_t>(elementCount));
+    out->cursor = cursor;
     out->keep();
     Outcome outcome = headRead ? Outcome::COMPLETE : Outcome::CUT_SHORT;
     for (std::int32_t index = 0; index < elementCount && outcome == Outcome::COMPLETE; ++index) {
-        outcome = copyElement<Kind>(in, out, index);
+        outcome = copyElement<Kind, Traced>(in, out, index);
     }
     return outcome;
 }
 
-template <const ParserKind& Kind>
+template <const ParserKind& Kind, bool Traced>
 int parse(const unsigned char* rawData, char* buffer, std::size_t rawSize, std::size_t capacity) {
-    Reader in = {rawData, rawSize, 0};
-    Writer out = {buffer, capacity, buffer, buffer};
-    const bool hasRoomForHead = capacity >= CONTENT_HEAD_SIZE + TERMINATOR_SIZE;
-    const Outcome outcome = hasRoomForHead ? copyElements<Kind>(&in, &out) : Outcome::TOO_LARGE;
+    constexpr auto SIZE_LIMIT = static_cast<std::size_t>(PTRDIFF_MAX);
+    Reader in = {rawData, static_cast<std::ptrdiff_t>(rawSize < SIZE_LIMIT ? rawSize : SIZE_LIMIT), 0};
+    Writer out = {buffer, buffer + capacity - TERMINATOR_SIZE, buffer};
+    const Outcome outcome = out.hasRoom(CONTENT_HEAD_SIZE) ? copyElements<Kind, Traced>(&in, &out) : Outcome::TOO_LARGE;
     if (outcome == Outcome::CUT_SHORT) {
-        TRACE(parseData_cutShort, static_cast<int>(in.at < rawSize ? in.at : rawSize), static_cast<int>(rawSize),
+        const auto at = static_cast<std::size_t>(in.at);
+        TRACE(parseData_cutShort, static_cast<int>(at < rawSize ? at : rawSize), static_cast<int>(rawSize),
               static_cast<int>(out.complete - buffer));
     } else if (outcome == Outcome::TOO_LARGE) {
         TRACE(parseData_tooLarge, static_cast<int>(capacity));
@@ -275,7 +302,8 @@ int parse(const unsigned char* rawData, char* buffer, std::size_t rawSize, std::
 template <const ParserKind& Kind>
 int tracedParse(const unsigned char* rawData, char* buffer, std::size_t rawSize, std::size_t capacity) {
     TRACE(Kind.entry, rawData, buffer);
-    const int rc = parse<Kind>(rawData, buffer, rawSize, capacity);
+    const bool traced = traceIsOpen(Kind.entry.row.level);  // that of the lines of each field, too
+    const int rc = (traced ? parse<Kind, true> : parse<Kind, false>)(rawData, buffer, rawSize, capacity);
     TRACE(Kind.exit, rawData, buffer);
     return rc;
 }
