@@ -93,12 +93,17 @@ Walk loadWalk(const ResultSetToken& rs) {
             {{rs.queryElementPtr, static_cast<std::int32_t>(rs.queryElementLen)}, rs.queryElementRC}};
 }
 
-void storeWalk(const Walk& walk, ResultSetToken* rs) {
+// What a step inside a query element changes.
+void storeStep(const Walk& walk, ResultSetToken* rs) {
     storeShown(&rs->next, const_cast<char*>(walk.cursor));
-    rs->queryHeaderCount = walk.queryHeaderCount;
     rs->queryIndex = walk.queryIndex;
-    rs->elementCount = walk.elementCount;
     rs->elementResultIndex = walk.elementResultIndex;
+}
+
+void storeWalk(const Walk& walk, ResultSetToken* rs) {
+    storeStep(walk, rs);
+    rs->queryHeaderCount = walk.queryHeaderCount;
+    rs->elementCount = walk.elementCount;
     rs->queryElementPtr = walk.element.text.chars;
     rs->queryElementLen = static_cast<std::uint32_t>(walk.element.text.length);
     rs->queryElementRC = walk.element.rc;
@@ -209,8 +214,11 @@ void storeElement(const QueryElement& element, typename Kind::Record* record) {
     record->queryElementRC = element.rc;
 }
 
+// How a call comes to an item: it goes on inside a query element, or has just read one.
+enum class ItemOf { CURRENT_ELEMENT, NEW_ELEMENT };
+
 // Reads the item at the cursor into the record and steps over it.
-template <typename Kind, const CallTrace& Call>
+template <typename Kind, const CallTrace& Call, ItemOf Element>
 int takeItem(const Content& content, Walk* walk, ResultSetToken* rs, typename Kind::Record* record) {
     typename Kind::Item item;
     const char* behindLength = nullptr;
@@ -230,7 +238,11 @@ int takeItem(const Content& content, Walk* walk, ResultSetToken* rs, typename Ki
     } else {
         ++walk->elementResultIndex;
     }
-    storeWalk(*walk, rs);
+    if constexpr (Element == ItemOf::NEW_ELEMENT) {
+        storeWalk(*walk, rs);
+    } else {
+        storeStep(*walk, rs);
+    }
     TRACE(Call.retrieved, rs);
     return 0;
 }
@@ -261,7 +273,7 @@ int takeFromElement(const Content& content, Walk* walk, ResultSetToken* rs, type
         }
         if (static_cast<std::int32_t>(walk->elementCount) > 0) {
             walk->elementResultIndex = 1;
-            return takeItem<Kind, Call>(content, walk, rs, record);
+            return takeItem<Kind, Call, ItemOf::NEW_ELEMENT>(content, walk, rs, record);
         }
         ++walk->queryIndex;  // an element without items has no entry
     }
@@ -324,7 +336,8 @@ int takeNext(ResultSetToken* rs, typename Kind::Record* record) {
     }
     if (walk.elementResultIndex != 0) {
         return content.endsAt(walk.cursor) ? STAPI_RC_END_OF_RESULT_SET
-                                           : takeItem<Kind, Kind::NEXT>(content, &walk, rs, record);
+                                           : takeItem<Kind, Kind::NEXT, ItemOf::CURRENT_ELEMENT>(content, &walk,
+                                                                                                 rs, record);
     }
     return takeFromElement<Kind, Kind::NEXT>(content, &walk, rs, record,
                                              [&](const char*) { Kind::traceNextElement(rs, walk); });
