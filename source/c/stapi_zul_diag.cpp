@@ -1,5 +1,6 @@
 #include "stapi_zul_diag.h"
 
+#include <sys/mman.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -27,6 +28,20 @@ constexpr std::size_t PREFIX_SIZE = 96;  // the longest prefix has 62 characters
 pthread_mutex_t outputMutex = PTHREAD_MUTEX_INITIALIZER;
 std::FILE* statAPITraceHandle;
 char timeStamp[TIME_STAMP_SIZE];
+
+// The process id, 0 until somebody asks, in a page that the kernel clears in a child process. Null without such a page.
+std::uint32_t* keptPid;
+
+std::uint32_t currentPid() {
+    std::uint32_t pid = keptPid == nullptr ? 0 : __atomic_load_n(keptPid, __ATOMIC_RELAXED);
+    if (pid == 0) {
+        pid = static_cast<std::uint32_t>(getpid());
+        if (keptPid != nullptr) {
+            __atomic_store_n(keptPid, pid, __ATOMIC_RELAXED);
+        }
+    }
+    return pid;
+}
 
 // The table's texts are formats that the compiler has checked against the arguments of every call.
 #pragma GCC diagnostic push
@@ -306,13 +321,29 @@ char* getTimestamp(char* dst) {
 }
 #pragma GCC diagnostic pop
 
+void keepProcessId() {
+    if (keptPid != nullptr) {
+        return;
+    }
+    const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED) {
+        return;
+    }
+    if (madvise(page, size, MADV_WIPEONFORK) != 0) {
+        munmap(page, size);
+        return;
+    }
+    keptPid = static_cast<std::uint32_t*>(page);
+}
+
 int compareTids(pthread_t t1, pthread_t t2) {
     return pthread_equal(t1, t2) != 0 ? 1 : 0;
 }
 
 void getPidTid(std::uint32_t* pid, std::uint32_t* tid) {
     if (pid != nullptr) {
-        *pid = static_cast<std::uint32_t>(getpid());
+        *pid = currentPid();
     }
     if (tid != nullptr) {
         *tid = static_cast<std::uint32_t>(pthread_self());

@@ -237,6 +237,10 @@ char* getTimestamp(char* dst);
 // 1 if the two threads are the same, else 0.
 [[nodiscard]] int compareTids(pthread_t t1, pthread_t t2);
 
+// From then on asking for the process id costs no system call: it is kept where the kernel clears it in a forked child.
+// Where there is no such storage nothing changes. To be called before there is a second thread in the library.
+void keepProcessId();
+
 // Stores the calling process's and thread's ids, 32 bits each; either pointer may be null.
 void getPidTid(std::uint32_t* pid, std::uint32_t* tid);
 

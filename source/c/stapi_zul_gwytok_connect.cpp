@@ -44,10 +44,10 @@ bool retire(GatewayToken* token, GatewayToken* parent) {
     }
     unchain(token, parent);
     __atomic_fetch_or(&token->users, TOKEN_RETIRED, __ATOMIC_ACQ_REL);
-    std::int32_t descriptor = -1;
+    std::int32_t descriptor = __atomic_load_n(&token->socket, __ATOMIC_ACQUIRE);
     // Before there is a descriptor the word itself tells connectToGateway.
-    if (!__atomic_compare_exchange_n(&token->socket, &descriptor, SOCKET_SHUT, false, __ATOMIC_ACQ_REL,
-                                     __ATOMIC_ACQUIRE)) {
+    if (descriptor >= 0 || !__atomic_compare_exchange_n(&token->socket, &descriptor, SOCKET_SHUT, false,
+                                                        __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
         shutdown(descriptor, SHUT_RDWR);
     }
     static_cast<void>(endUse(token));

@@ -24,6 +24,7 @@ pthread_mutex_t initMutex = PTHREAD_MUTEX_INITIALIZER;
 // The caller holds initMutex.
 int initialize() {
     statAPITrace.store(1, std::memory_order_relaxed);
+    keepProcessId();
     int rc = initTrace();
     if (rc != 0) {
         // Kept: after a failure every later call fails here, because traceLock stays initialised.
