@@ -303,7 +303,7 @@ int openStatsSocket(GatewayToken* token, const char* hostname, int port) {
     // Kept: the lines show an empty host.
     if (connectRc == 0) {
         storeShown(&token->connStatus, CONN_CONNECTED);
-        TRACE(openStatsSocket_connected, "", unsignedPort, token->socket);
+        TRACE(openStatsSocket_connected, "", unsignedPort, loadShown(token->socket));
     } else {
         storeShown(&token->connStatus, CONN_CONNECT_FAILED);
         TRACE(openStatsSocket_connectFailed, "", unsignedPort);

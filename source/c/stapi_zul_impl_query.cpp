@@ -20,7 +20,7 @@ struct QueryCall {
     bool takesQueryString;
     bool resetsAfterQuery;  // resets the result set after the query, whatever its result, and leaves the owner code
     Removal removal;
-    int (*run)(const GatewayToken* gwTok, const char* queryString);
+    int (*run)(std::int32_t socketDesc, char* buffer, const char* queryString);
     void (*traceQuerying)(const char* queryString);
     const TracePoint<const void*>& resultSet;
     const TracePoint<const void*>& noBuffer;
@@ -70,7 +70,7 @@ int query(const QueryCall& call, const GatewayToken* gwTok, const char* queryStr
         resetWalk(rs, gwTok->resultSetBuf);
     }
     call.traceQuerying(queryString);
-    const int rc = call.run(gwTok, rs->queryString);
+    const int rc = call.run(loadShown(gwTok->socket), gwTok->resultSetBuf, rs->queryString);
     TRACE(call.resultSet, rs);
     if (call.resetsAfterQuery) {
         resetWalk(rs, gwTok->resultSetBuf);
@@ -133,7 +133,7 @@ constexpr QueryCall GET_STATS = {
     false,
     false,
     Removal::ANY_CODE,
-    [](const GatewayToken* gwTok, const char*) { return commsStats(gwTok->socket, gwTok->resultSetBuf); },
+    [](std::int32_t socketDesc, char* buffer, const char*) { return commsStats(socketDesc, buffer); },
     [](const char*) { TRACE(getStats_querying); },
     getStats_resultSet,
     getStats_noBuffer,
@@ -143,7 +143,7 @@ constexpr QueryCall GET_STAT_IDS = {
     false,
     false,
     Removal::ANY_CODE,
-    [](const GatewayToken* gwTok, const char*) { return commsStatIds(gwTok->socket, gwTok->resultSetBuf); },
+    [](std::int32_t socketDesc, char* buffer, const char*) { return commsStatIds(socketDesc, buffer); },
     [](const char*) { TRACE(getStatIds_querying); },
     getStatIds_resultSet,
     getStatIds_noBuffer,
@@ -154,7 +154,7 @@ constexpr QueryCall GET_RESOURCE_GROUP_IDS = {
     false,
     true,
     Removal::QUERY_CODE,
-    [](const GatewayToken* gwTok, const char*) { return commsResourceGroupsIds(gwTok->socket, gwTok->resultSetBuf); },
+    [](std::int32_t socketDesc, char* buffer, const char*) { return commsResourceGroupsIds(socketDesc, buffer); },
     [](const char*) { TRACE(getResourceGroupIds_querying); },
     getResourceGroupIds_resultSet,
     getResourceGroupIds_noBuffer,
@@ -164,9 +164,7 @@ constexpr QueryCall GET_STATS_BY_STAT_ID = {
     true,
     false,
     Removal::ANY_CODE,
-    [](const GatewayToken* gwTok, const char* ids) {
-        return commsStatsByStatId(gwTok->socket, gwTok->resultSetBuf, ids);
-    },
+    commsStatsByStatId,
     [](const char* queryString) { TRACE(getStatsByStatId_querying, queryString); },
     getStatsByStatId_resultSet,
     getStatsByStatId_noBuffer,
@@ -177,9 +175,7 @@ constexpr QueryCall GET_STATS_BY_STAT_GROUP_ID = {
     true,
     false,
     Removal::EARLIER_CODE,
-    [](const GatewayToken* gwTok, const char* ids) {
-        return commsStatsByStatGroupId(gwTok->socket, gwTok->resultSetBuf, ids);
-    },
+    commsStatsByStatGroupId,
     [](const char* queryString) { TRACE(getStatsByStatGroupId_querying, queryString); },
     getStatsByStatGroupId_resultSet,
     getStatsByStatGroupId_noBuffer,
@@ -189,9 +185,7 @@ constexpr QueryCall GET_STAT_IDS_BY_STAT_GROUP_ID = {
     true,
     false,
     Removal::ANY_CODE,
-    [](const GatewayToken* gwTok, const char* ids) {
-        return commsStatIdsByStatGroupId(gwTok->socket, gwTok->resultSetBuf, ids);
-    },
+    commsStatIdsByStatGroupId,
     [](const char* queryString) { TRACE(getStatIdsByStatGroupId_querying, queryString); },
     getStatIdsByStatGroupId_resultSet,
     getStatIdsByStatGroupId_noBuffer,

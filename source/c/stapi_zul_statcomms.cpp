@@ -80,8 +80,9 @@ int storeVersion(const AdminRequest& admin, GatewayToken* gatewayToken) {
 }
 
 int readVersion(GatewayToken* gatewayToken, FlowReasons* reasons) {
+    const std::int32_t socketDesc = loadShown(gatewayToken->socket);
     AdminRequest admin{};
-    int rc = getInitAdminRequest(gatewayToken->socket, &admin, reasons);
+    int rc = getInitAdminRequest(socketDesc, &admin, reasons);
     if (rc != 0) {
         return rc;
     }
@@ -89,7 +90,7 @@ int readVersion(GatewayToken* gatewayToken, FlowReasons* reasons) {
     prepareCall(&admin, ADMIN_GET_ATTRIBUTE);
     admin.attributeName = STATS_MBEAN_PROTOCOL_VERSION;
     setCallLength(&admin, calculateGetAttrCallLength(admin));
-    rc = flowAdminRequest(gatewayToken->socket, &admin, reasons);
+    rc = flowAdminRequest(socketDesc, &admin, reasons);
     if (rc != 0) {
         return rc;
     }
