@@ -9,10 +9,8 @@ namespace simgateway {
 
 namespace {
 
-// Precede a single string in an invoke body: element count, then the head of an object stream.
+// Precedes a single string in an invoke body: element count, then the head of an object stream.
 constexpr std::uint32_t oneElement = 1;
-constexpr std::uint32_t streamMagicAndVersion = 0xACED0005;
-constexpr std::uint8_t tcString = 0x74;
 
 constexpr std::size_t handshakePadding = 10;
 

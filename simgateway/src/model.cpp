@@ -49,11 +49,22 @@ const std::vector<ResourceGroup>& Model::groups() const {
 }
 
 Reply Model::stats(std::string_view query, std::uint64_t seconds) const {
-    Reply reply(Reply::Content::statistics);
-    const auto addGroup = [&reply, seconds](const ResourceGroup& group) {
+    return select(query, Reply(Reply::Content::statistics), [seconds](Reply& reply, const Statistic& statistic) {
+        reply.stat(statistic.id, statistic.value(seconds));
+    });
+}
+
+Reply Model::statIds(std::string_view query) const {
+    return select(query, Reply(Reply::Content::identifiers),
+                  [](Reply& reply, const Statistic& statistic) { reply.id(statistic.id); });
+}
+
+Reply Model::select(std::string_view query, Reply reply,
+                    const std::function<void(Reply&, const Statistic&)>& addItem) const {
+    const auto addGroup = [&](const ResourceGroup& group) {
         reply.element(group.id);
         for (const Statistic& statistic : group.statistics) {
-            reply.stat(statistic.id, statistic.value(seconds));
+            addItem(reply, statistic);
         }
     };
     if (query.empty()) {
@@ -65,32 +76,7 @@ Reply Model::stats(std::string_view query, std::uint64_t seconds) const {
         if (const ResourceGroup* group = lookUp(groupsById, piece)) {
             addGroup(*group);
         } else if (const Statistic* statistic = lookUp(statisticsById, piece)) {
-            reply.element(piece).stat(statistic->id, statistic->value(seconds));
-        } else {
-            reply.element(piece, unknownElementRc);
-        }
-    }
-    return reply;
-}
-
-Reply Model::statIds(std::string_view query) const {
-    Reply reply(Reply::Content::identifiers);
-    const auto addGroup = [&reply](const ResourceGroup& group) {
-        reply.element(group.id);
-        for (const Statistic& statistic : group.statistics) {
-            reply.id(statistic.id);
-        }
-    };
-    if (query.empty()) {
-        for (const ResourceGroup& group : groupList) {
-            addGroup(group);
-        }
-    }
-    for (const std::string_view piece : split(query)) {
-        if (const ResourceGroup* group = lookUp(groupsById, piece)) {
-            addGroup(*group);
-        } else if (lookUp(statisticsById, piece) != nullptr) {
-            reply.element(piece).id(piece);
+            addItem(reply.element(piece), *statistic);
         } else {
             reply.element(piece, unknownElementRc);
         }

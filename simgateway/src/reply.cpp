@@ -15,12 +15,10 @@ constexpr std::uint8_t tcReference = 0x71;
 constexpr std::uint8_t tcClassDesc = 0x72;
 constexpr std::uint8_t tcObject = 0x73;
 constexpr std::uint8_t tcNull = 0x70;
-constexpr std::uint8_t tcString = 0x74;
 constexpr std::uint8_t tcBlockData = 0x77;
 constexpr std::uint8_t tcEndBlockData = 0x78;
 constexpr std::uint8_t tcBlockDataLong = 0x7A;
 
-constexpr std::uint32_t streamMagicAndVersion = 0xACED0005;
 // Class description flags: externalizable, written in block data mode.
 constexpr std::uint8_t scExternalizableBlockData = 0x0C;
 

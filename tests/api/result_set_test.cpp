@@ -3,54 +3,22 @@
 #include "temp_directory.h"
 #include "walk.h"
 
-#include <unistd.h>
-
 #include <cstring>
-#include <sstream>
 
 namespace {
 
-using apitest::allGroupIds;
-using apitest::allStats;
-using apitest::Connection;
-using apitest::Entries;
-using apitest::ids;
-using apitest::idsOf;
-using apitest::statsOf;
-using apitest::walkIds;
-using apitest::walkStats;
+using namespace apitest;
 using simgateway::Reply;
-using testing::ElementsAre;
-using testing::MatchesRegex;
-using testing::StartsWith;
+using testing::HasSubstr;
 
 constexpr std::size_t QUERY_STRING_MAX = 31999;
 
-class ResultSet : public apitest::GatewayTest {
+class ResultSet : public GatewayTest {
 protected:
     const Connection connection{server};
 };
 
 class IdQuery : public ResultSet {};
-
-class Dump : public apitest::QuietGatewayTest {
-protected:
-    void SetUp() override {
-        QuietGatewayTest::SetUp();
-        ASSERT_EQ(setAPITraceFile(file.c_str()), 0);
-    }
-    std::vector<std::string> lines() const {
-        std::istringstream text(unittest::readFile(file));
-        std::vector<std::string> result;
-        for (std::string line; std::getline(text, line);) {
-            result.push_back(line);
-        }
-        return result;
-    }
-
-    const unittest::TempDirectory directory;
-    const std::string file = directory.file("trace");
-};
 
 TEST_F(ResultSet, copyOutlivesQueriesAndTheConnection) {
     const Entries stats = allStats(simgateway::Model());
@@ -62,41 +30,41 @@ TEST_F(ResultSet, copyOutlivesQueriesAndTheConnection) {
         StatData stat{};
         ASSERT_EQ(getStats(shortLived, &result), 0);
         ASSERT_EQ(getFirstStat(result, &stat), 0);
-        ASSERT_EQ(getNextStat(result, &stat), 0);
         ASSERT_EQ(copyResultSet(result, &statsCopy), 0);
-        EXPECT_NE(statsCopy, result);
-        server.advance(3600);
-        ASSERT_EQ(getStats(shortLived, &result), 0);
-        ASSERT_NE(walkStats(result), stats);
         StatData first{};
         ASSERT_EQ(getNextStat(statsCopy, &first), 0);
-        EXPECT_EQ(apitest::entryOf(first), stats.front()) << "a copy's walk is not started";
+        EXPECT_EQ(entryOf(first), stats.front()) << "a copy's walk is not started";
+        ASSERT_EQ(getNextStat(result, &stat), 0);
+        EXPECT_EQ(entryOf(stat), stats[1]) << "nor does it move the walk that it was copied from";
         ASSERT_EQ(getResourceGroupIds(shortLived, &result), 0);
         ASSERT_EQ(copyResultSet(result, &idsCopy), 0);
     }
-    EXPECT_EQ(walkStats(statsCopy), stats);
-    EXPECT_EQ(walkIds(idsCopy), allGroupIds(simgateway::Model()));
     EXPECT_EQ(closeAllGatewayConnections(), 0);
-    EXPECT_EQ(walkStats(statsCopy), stats);
-
+    EXPECT_EQ(walkIds(idsCopy), allGroupIds(simgateway::Model()));
     ResultSetToken* copyOfCopy = nullptr;
     ASSERT_EQ(copyResultSet(statsCopy, &copyOfCopy), 0);
+    EXPECT_EQ(walkStats(statsCopy), stats);
     EXPECT_EQ(freeResultSet(&statsCopy), 0);
     EXPECT_EQ(statsCopy, nullptr);
-    EXPECT_EQ(freeResultSet(&statsCopy), STAPI_RC_NULL_RESULT_SET);
     EXPECT_EQ(walkStats(copyOfCopy), stats);
     EXPECT_EQ(freeResultSet(&copyOfCopy), 0);
     EXPECT_EQ(freeResultSet(&idsCopy), 0);
 }
 
-TEST_F(ResultSet, ofAConnectionIsNotTheCallersToFree) {
+TEST_F(ResultSet, isDumpedAtLevelZero) {
+    const unittest::TempDirectory directory;
+    const std::string file = directory.file("trace");
+    ASSERT_EQ(setAPITraceLevel(0), 0);
+    ASSERT_EQ(setAPITraceFile(file.c_str()), 0);
     ResultSetToken* result = nullptr;
-    for (const apitest::QueryCall& call : apitest::QUERY_CALLS) {
-        ASSERT_EQ(call.run(connection, &result), 0);
-        EXPECT_EQ(freeResultSet(&result), STAPI_RC_RESULT_SET_NOT_USER_OWNED) << call.name;
-    }
+    ResultSetToken* copy = nullptr;
     ASSERT_EQ(getStats(connection, &result), 0);
-    EXPECT_EQ(walkStats(result), allStats(simgateway::Model()));
+    ASSERT_EQ(copyResultSet(result, &copy), 0);
+    for (const auto& [dumped, owner] : {std::pair(result, "owner(8888)"), {copy, "owner(9999)"}}) {
+        EXPECT_EQ(dumpResultSet(dumped), 0);
+        EXPECT_THAT(unittest::readFile(file), AllOf(HasSubstr(owner), HasSubstr(" : ZULSTSET")));
+    }
+    EXPECT_EQ(freeResultSet(&copy), 0);
 }
 
 TEST_F(IdQuery, joinsGoodIdentifiers) {
@@ -105,8 +73,7 @@ TEST_F(IdQuery, joinsGoodIdentifiers) {
         Reply reply;
         const char* expected;  // nullptr: no identifier is good
     } cases[] = {
-        {"three of one element", ids().element("e").id("a").id("b").id("c"), "a:b:c"},
-        {"over elements", ids().element("e").id("a").element("f").id("b"), "a:b"},
+        {"over elements", ids().element("e").id("a").id("b").element("f").id("c"), "a:b:c"},
         {"positive codes are not good", ids().element("e").id("a").id("b").element("f", 1).id("c"), "a:b"},
         {"failed ones between", ids().element("e").id("a").element("f", -1).element("g").id("b"), "a:b"},
         {"first entry failed", ids().element("e", -1).element("f").id("a").id("b"), ":a:b"},
@@ -123,148 +90,58 @@ TEST_F(IdQuery, joinsGoodIdentifiers) {
         {"no item", ids().element("e"), nullptr},
     };
     for (const auto& each : cases) {
+        SCOPED_TRACE(each.what);
         ResultSetToken* result = idsOf(server, connection, each.reply.bytes());
         char untouched[] = "untouched";
         char* query = untouched;
-        if (each.expected != nullptr) {
-            EXPECT_EQ(getIdQuery(result, &query), 0) << each.what;
-            EXPECT_STREQ(query, each.expected) << each.what;
-        } else {
-            EXPECT_EQ(getIdQuery(result, &query), STAPI_RC_NO_GOOD_IDS) << each.what;
-            EXPECT_EQ(query, untouched) << each.what;
-        }
+        EXPECT_EQ(getIdQuery(result, &query), each.expected == nullptr ? STAPI_RC_NO_GOOD_IDS : 0);
+        EXPECT_STREQ(query, each.expected == nullptr ? "untouched" : each.expected);
         IdData id{};
-        const int rc = getNextId(result, &id);
-        EXPECT_EQ(rc, STAPI_RC_END_OF_RESULT_SET) << each.what << ": the position is not at the end";
+        EXPECT_EQ(getNextId(result, &id), STAPI_RC_END_OF_RESULT_SET) << "the position is not at the end";
     }
 }
 
-TEST_F(IdQuery, takesStatisticsToo) {
-    ResultSetToken* result = statsOf(server, connection,
-                                     Reply(Reply::Content::statistics)
-                                         .element("e")
-                                         .stat("a", "1")
-                                         .stat("b", "2")
-                                         .element("f", -1)
-                                         .element("g", 2)
-                                         .stat("c", "3")
-                                         .element("h")
-                                         .stat("d", "4")
-                                         .bytes());
-    char* query = nullptr;
-    ASSERT_EQ(getIdQuery(result, &query), 0);
-    EXPECT_STREQ(query, "a:b:d");
+TEST_F(IdQuery, startsOverAndBelongsToItsResultSet) {
+    Reply reply(Reply::Content::statistics);
+    reply.element("e").stat("a", "1").stat("b", "2").element("f", -1).element("g", 2).stat("c", "3");
+    ResultSetToken* result = statsOf(server, connection, reply.element("h").stat("d", "4").bytes());
     StatData stat{};
-    EXPECT_EQ(getNextStat(result, &stat), STAPI_RC_END_OF_RESULT_SET);
-    EXPECT_EQ(getFirstStat(result, &stat), 0);
-}
-
-TEST_F(IdQuery, startsOverInTheMiddleOfAWalk) {
-    ResultSetToken* result = idsOf(server, connection, ids().element("e").id("a").id("b").bytes());
-    IdData id{};
-    ASSERT_EQ(getFirstId(result, &id), 0);
-    char* first = nullptr;
-    char* second = nullptr;
-    ASSERT_EQ(getIdQuery(result, &first), 0);
-    ASSERT_EQ(getIdQuery(result, &second), 0);
-    EXPECT_EQ(first, second) << "the string belongs to the result set";
-    EXPECT_STREQ(second, "a:b");
+    ASSERT_EQ(getFirstStat(result, &stat), 0);
     ResultSetToken* copy = nullptr;
     ASSERT_EQ(copyResultSet(result, &copy), 0);
+    char* first = nullptr;
+    char* second = nullptr;
     char* ofCopy = nullptr;
+    ASSERT_EQ(getIdQuery(result, &first), 0);
+    ASSERT_EQ(getIdQuery(result, &second), 0);
     ASSERT_EQ(getIdQuery(copy, &ofCopy), 0);
+    EXPECT_EQ(first, second);
     EXPECT_NE(ofCopy, first);
-    EXPECT_STREQ(ofCopy, "a:b");
+    EXPECT_STREQ(first, "a:b:d");
+    EXPECT_STREQ(ofCopy, "a:b:d");
+    EXPECT_EQ(getNextStat(result, &stat), STAPI_RC_END_OF_RESULT_SET);
     EXPECT_EQ(freeResultSet(&copy), 0);
     ASSERT_EQ(idsOf(server, connection, ids().element("e", -1).bytes()), result);
-    EXPECT_EQ(getIdQuery(result, &first), STAPI_RC_NO_GOOD_IDS);
-    EXPECT_STREQ(second, "a:b") << "a call without a result leaves the string before";
+    EXPECT_EQ(getIdQuery(result, &second), STAPI_RC_NO_GOOD_IDS);
+    EXPECT_STREQ(first, "a:b:d") << "a call without a result leaves the string before";
 }
 
 // Identifiers go in whole as long as the string stays within its limit.
 TEST_F(IdQuery, endsWithTheLastIdentifierThatFits) {
-    const auto text = [](std::size_t size) { return std::string(size, 'x'); };
-    const struct {
-        const char* what;
-        std::size_t first;
-        std::size_t second;
-        std::size_t expected;  // length of the string
-    } cases[] = {
-        {"both fit exactly", 15999, 15999, QUERY_STRING_MAX},
-        {"the second is one too long", 15999, 16000, 15999},
-        {"one that fits exactly", QUERY_STRING_MAX, 1, QUERY_STRING_MAX},
-        {"no room behind the separator", QUERY_STRING_MAX - 1, 1, QUERY_STRING_MAX - 1},
-        {"one character behind it", QUERY_STRING_MAX - 2, 1, QUERY_STRING_MAX},
-    };
-    for (const auto& each : cases) {
-        ResultSetToken* result =
-            idsOf(server, connection, ids().element("e").id(text(each.first)).id(text(each.second)).bytes());
-        char* query = nullptr;
-        ASSERT_EQ(getIdQuery(result, &query), 0) << each.what;
-        EXPECT_EQ(std::strlen(query), each.expected) << each.what;
-        ResultSetToken* answer = nullptr;
-        EXPECT_EQ(getStatsByStatId(connection, query, &answer), 0) << "what it makes can be asked";
+    for (const auto& [first, second, expected] : {std::tuple(15999U, 15999U, QUERY_STRING_MAX),
+                                                  {15999U, 16000U, 15999},
+                                                  {31999U, 1U, QUERY_STRING_MAX},
+                                                  {31998U, 1U, QUERY_STRING_MAX - 1},
+                                                  {31997U, 1U, QUERY_STRING_MAX},
+                                                  {32000U, 1U, 0}}) {
+        const Reply reply = ids().element("e").id(std::string(first, 'x')).id(std::string(second, 'x'));
+        ResultSetToken* result = idsOf(server, connection, reply.bytes());
+        char none[] = "";
+        char* query = none;
+        ASSERT_EQ(getIdQuery(result, &query), expected == 0 ? STAPI_RC_NO_GOOD_IDS : 0) << first;
+        EXPECT_EQ(std::strlen(query), expected) << first;
+        EXPECT_EQ(getStatsByStatId(connection, query, &result), 0) << "what it makes can be asked";
     }
-    ResultSetToken* result = idsOf(server, connection, ids().element("e").id(text(QUERY_STRING_MAX + 1)).bytes());
-    char* query = nullptr;
-    EXPECT_EQ(getIdQuery(result, &query), STAPI_RC_NO_GOOD_IDS);
-}
-
-TEST_F(Dump, showsAResultSetAtLevelZero) {
-    const Connection connection(server);
-    ResultSetToken* result = idsOf(server, connection, ids().element("el").id("ident").bytes());
-    ASSERT_EQ(dumpResultSet(result), 0);
-    // Marker, one element, its text, its code, one item, terminator.
-    EXPECT_THAT(
-        lines(),
-        ElementsAre(MatchesRegex("Dump of ResultSet\\(0x[0-9a-f]+\\) owner\\(8888\\) head\\(0x[0-9a-f]+\\) "
-                                 "next\\(0x[0-9a-f]+\\)"),
-                    std::string(80, '-'),
-                    MatchesRegex("0x[0-9A-F]+: 5A554C49 44534554 01000000 02000000 : ZULIDSET........ "),
-                    MatchesRegex("0x[0-9A-F]+: 656C0000 00000100 00000500 00006964 : el............id "),
-                    MatchesRegex("0x[0-9A-F]+: 656E74                              : ent"), std::string(80, '-')));
-    ResultSetToken* copy = nullptr;
-    ASSERT_EQ(copyResultSet(result, &copy), 0);
-    ASSERT_EQ(dumpResultSet(copy), 0);
-    ASSERT_EQ(lines().size(), 12U);
-    EXPECT_THAT(lines()[6], MatchesRegex("Dump of ResultSet\\(0x[0-9a-f]+\\) owner\\(9999\\).*"));
-    EXPECT_EQ(freeResultSet(&copy), 0);
-}
-
-TEST_F(Dump, endsWithTheBuffer) {
-    const Connection connection(server);
-    ResultSetToken* result = statsOf(server, connection, simgateway::statsOfContentSize(32767).bytes());
-    ASSERT_EQ(dumpResultSet(result), 0);
-    EXPECT_EQ(lines().size(), 2U + (32767 - 4) / 16 + 1 + 1);
-    EXPECT_EQ(lines().back(), std::string(80, '-'));
-}
-
-TEST_F(Dump, showsTheStateAtLevelZero) {
-    ASSERT_EQ(dumpState(), 0);
-    EXPECT_THAT(lines(), ElementsAre("zulstats state dump: API Version=1_1_0_0 Trace Level=0 statAPITraceFile=" + file,
-                                     "Gateway Token List dump", std::string(80, '-'), "The Gateway Token List is EMPTY",
-                                     std::string(80, '-'), "Total number of Gateway Token List entries=0",
-                                     std::string(80, '-')));
-    const Connection first(server);
-    const Connection second(server);
-    ASSERT_NE(idsOf(server, first, ids().element("el").id("ident").bytes()), nullptr);
-    ASSERT_EQ(dumpState(), 0);
-    const std::vector<std::string> all = lines();
-    const std::vector<std::string> state(all.begin() + 7, all.end());
-    const std::string entry = "GatwayToken\\(0x[0-9a-f]+\\) eyecatcher\\(ZULGWTOK\\) port\\(" +
-                              std::to_string(server.port()) +
-                              "\\) connStatus\\(1\\) socket\\([0-9]+\\) connRSToken\\(0x[0-9a-f]+\\) "
-                              "resultSetBuf\\(0x[0-9a-f]+\\) owningPid\\([0-9A-F]+\\) owningTid\\([0-9A-F]+\\) "
-                              "nextGwyTokPtr\\((0x[0-9a-f]+|\\(nil\\))\\)";
-    ASSERT_EQ(state.size(), 17U);
-    EXPECT_THAT(state[3], MatchesRegex("Gateway Token List entry -0001- : " + entry));
-    EXPECT_THAT(state[4], StartsWith("Dump of ResultSet("));
-    EXPECT_THAT(state[6], testing::HasSubstr("ZULIDSET"));
-    EXPECT_EQ(state[9], std::string(80, '-'));
-    EXPECT_THAT(state[10], MatchesRegex("Gateway Token List entry -0002- : " + entry));
-    // A connection without an answer holds the terminator alone.
-    EXPECT_THAT(state[13], MatchesRegex("0x[0-9A-F]+: 0F0E0F0E [0-9A-F]{8} [0-9A-F]{8} [0-9A-F]{8} : "));
-    EXPECT_EQ(state[15], "Total number of Gateway Token List entries=2");
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <ostream>
 #include <string_view>
 
@@ -74,12 +73,15 @@ Entries allStats(const simgateway::Model& model, std::uint64_t seconds) {
     return entries;
 }
 
-Entries allStatIds(const simgateway::Model& model) {
-    Entries entries = allStats(model);
+Entries idsOnly(Entries entries) {
     for (Entry& entry : entries) {
         entry.value.clear();
     }
     return entries;
+}
+
+Entries allStatIds(const simgateway::Model& model) {
+    return idsOnly(allStats(model));
 }
 
 Entries allGroupIds(const simgateway::Model& model) {
@@ -94,10 +96,6 @@ Entries statsOfGroup(const simgateway::Model& model, const std::string& group, s
     Entries entries = allStats(model, seconds);
     std::erase_if(entries, [&](const Entry& entry) { return entry.element != group; });
     return entries;
-}
-
-bool isPrefix(const Entries& entries, const Entries& of) {
-    return entries.size() <= of.size() && std::equal(entries.begin(), entries.end(), of.begin());
 }
 
 }  // namespace apitest

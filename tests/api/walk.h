@@ -35,12 +35,10 @@ using Entries = std::vector<Entry>;
 
 // Entries that an answer of the model has.
 [[nodiscard]] Entries allStats(const simgateway::Model& model, std::uint64_t seconds = 0);
+[[nodiscard]] Entries idsOnly(Entries entries);
 [[nodiscard]] Entries allStatIds(const simgateway::Model& model);
 [[nodiscard]] Entries allGroupIds(const simgateway::Model& model);
 [[nodiscard]] Entries statsOfGroup(const simgateway::Model& model, const std::string& group, std::uint64_t seconds = 0);
-
-// Whether the entries are the first so many of others.
-[[nodiscard]] bool isPrefix(const Entries& entries, const Entries& of);
 
 }  // namespace apitest
 

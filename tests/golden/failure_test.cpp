@@ -3,9 +3,6 @@
 
 #include "child.h"
 #include "failing_malloc.h"
-#include "failing_mutex.h"
-#include "stapi_zul_diag.h"
-#include "stapi_zul_gwytok.h"
 
 #include <gmock/gmock.h>
 
@@ -16,7 +13,7 @@
 #include <functional>
 #include <string>
 #include <thread>
-#include <vector>
+#include <utility>
 
 // A token whose result set cannot be allocated stays allocated itself.
 extern "C" const char* __lsan_default_suppressions();
@@ -33,8 +30,6 @@ using simgateway::Exchange;
 using simgateway::Fault;
 using simgateway::Reply;
 using unittest::AllocationFault;
-using unittest::MutexCall;
-using unittest::MutexFault;
 
 // A host name that no resolver is asked for: a label may have 63 characters.
 const std::string UNRESOLVABLE(64, 'x');
@@ -95,12 +90,8 @@ TEST_F(Conversation, losesConnections) {
         return rc;
     };
     const auto byId = [](GatewayToken* token, ResultSetToken** result) { return getStatsByStatId(token, "a", result); };
-    const auto byGroup = [](GatewayToken* token, ResultSetToken** result) {
-        return getStatsByStatGroupId(token, "g", result);
-    };
-    const auto idsByGroup = [](GatewayToken* token, ResultSetToken** result) {
-        return getStatIdsByStatGroupId(token, "g", result);
-    };
+    const auto byGroup = [](GatewayToken* token, ResultSetToken** rs) { return getStatsByStatGroupId(token, "g", rs); };
+    const auto idsByGroup = [](GatewayToken* token, auto** rs) { return getStatIdsByStatGroupId(token, "g", rs); };
     const auto tooLarge = simgateway::idsOfContentSize(32768).bytes();
     EXPECT_EQ(query({.headerRc = 0xF004}, getStats), STAPI_RC_GATEWAY_CONNECTION_LOST);
     EXPECT_EQ(query({.closeAfter = 50}, getStatIds), STAPI_RC_GATEWAY_CONNECTION_LOST);
@@ -147,64 +138,54 @@ TEST_F(Conversation, belongsToSomebodyElse) {
 
 // Every allocation of every call fails once; the calls say so and the library goes on.
 TEST_F(Conversation, runsOutOfMemory) {
-    GatewayToken* source = nullptr;
     GatewayToken* token = nullptr;
     ResultSetToken* result = nullptr;
     ResultSetToken* copy = nullptr;
-    char* text = nullptr;
     ResultSetToken* stats = nullptr;
-    const struct {
-        const char* name;
-        std::function<int()> call;
-        std::function<void()> undo;
-    } calls[] = {
-        {"open", [&] { return openGatewayConnection(server.port(), &token, &text); },
-         [&] {
-             std::free(text);
-             text = nullptr;
-             closeAllGatewayConnections();
-         }},
-        {"query", [&] { return getStatsByStatGroupId(token, "none", &result); },
-         [&] {
-             closeGatewayConnection(&token);  // out of step with its Gateway
-             token = open();
-         }},
-        {"copy", [&] { return copyResultSet(stats, &copy); },
-         [&] {
-             ResultSetToken* second = nullptr;
-             copyResultSet(copy, &second);
-             dumpResultSet(copy);
-             StatData stat{};
-             getFirstStat(copy, &stat);
-             getIdQuery(copy, &text);
-             freeResultSet(&second);
-             freeResultSet(&copy);
-         }},
-        {"getIdQuery", [&] { return getIdQuery(stats, &text); }, [] {}},
-        {"close", [&] { return closeGatewayConnection(&token); }, [&] { token = open(); }},
-    };
+    char* text = nullptr;
     const Recording recording("no-memory", 1, server, Keep::POINTS);
-    for (const auto& each : calls) {
-        if (std::string(each.name) == "query") {
-            source = open();
-            token = open();
-            ASSERT_EQ(getStats(source, &stats), 0);
-        }
-        // Up to the call that makes fewer allocations than the one that is to fail.
+    // Up to the call that makes fewer allocations than the one that is to fail.
+    const auto failEach = [](const std::function<int()>& call, const std::function<void()>& undo) {
         bool failed = true;
         for (int nth = 1; failed; ++nth) {
             {
                 const AllocationFault fault(nth);
-                const int rc = each.call();
+                const int rc = call();
                 failed = fault.attempts() >= nth;
                 // A reply that there is no memory for stays unread, and the next exchange meets it.
                 EXPECT_THAT(rc, testing::AnyOf(0, STAPI_RC_NO_MEMORY, STAPI_RC_GATEWAY_REQUEST_FAILED,
                                                STAPI_RC_GATEWAY_CONNECTION_LOST))
-                    << each.name << " " << nth;
+                    << nth;
             }
-            each.undo();
+            undo();
         }
-    }
+    };
+    failEach([&] { return openGatewayConnection(server.port(), &token, &text); },
+             [&] {
+                 std::free(std::exchange(text, nullptr));
+                 closeAllGatewayConnections();
+             });
+    GatewayToken* const source = open();
+    token = open();
+    const auto reopen = [&] {
+        closeGatewayConnection(&token);  // out of step with its Gateway
+        token = open();
+    };
+    ASSERT_EQ(getStats(source, &stats), 0);
+    failEach([&] { return getStatsByStatGroupId(token, "none", &result); }, reopen);
+    failEach([&] { return copyResultSet(stats, &copy); },
+             [&] {
+                 ResultSetToken* second = nullptr;
+                 copyResultSet(copy, &second);
+                 dumpResultSet(copy);
+                 StatData stat{};
+                 getFirstStat(copy, &stat);
+                 getIdQuery(copy, &text);
+                 freeResultSet(&second);
+                 freeResultSet(&copy);
+             });
+    failEach([&] { return getIdQuery(stats, &text); }, [] {});
+    failEach([&] { return closeGatewayConnection(&token); }, [&] { token = open(); });
 }
 
 // A list longer than a walk over it goes.
@@ -219,25 +200,6 @@ TEST_F(Conversation, hasTooManyConnections) {
     EXPECT_EQ(dumpState(), 0);
     EXPECT_EQ(closeAllGatewayConnections(), STAPI_RC_GTL_CORRUPT);
     EXPECT_EQ(closeAllGatewayConnections(), 0);
-}
-
-// A lock that cannot be released is told and otherwise ignored.
-TEST_F(Conversation, keepsLocks) {
-    GatewayToken* token = open();
-    const Recording recording("failed-locks", 1, server, Keep::ALL);
-    ResultSetToken* result = nullptr;
-    for (StapiLock* lock : {&gtlLock, &traceLock}) {
-        {
-            const MutexFault fault(MutexCall::UNLOCK, &lock->mutex, EINVAL, EINVAL);
-            if (lock == &gtlLock) {
-                EXPECT_EQ(getStats(token, &result), 0);
-            } else {
-                EXPECT_EQ(getAPITraceLevel(nullptr), STAPI_RC_NULL_POINTER);
-            }
-        }
-        pthread_mutex_unlock(&lock->mutex);
-    }
-    EXPECT_EQ(getStats(token, &result), 0);
 }
 
 }  // namespace

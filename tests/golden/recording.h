@@ -20,12 +20,10 @@ enum class Keep {
     POINTS  // trace points only: no dumps, banners and lists, and no lock lines
 };
 
-// Compares with the golden file `name`, or writes it where the environment variable ZULSTATS_UPDATE_GOLDEN is set. The
-// whole trace, whatever is kept of it, must consist of lines that the tables of trace points know, each open at
-// `level`. `directory` and `port` differ from run to run and have no place in a golden file. Where
-// ZULSTATS_TEST_TRACE_DIR names a directory, the trace as it is goes there too.
-void compare(const std::string& name, const std::string& trace, int level, Keep keep, const std::string& directory,
-             int port);
+// Compares with the golden file `name`, or writes it where the environment variable ZULSTATS_UPDATE_GOLDEN is set.
+// `directory` and `port` differ from run to run and have no place in a golden file. Where ZULSTATS_TEST_TRACE_DIR names
+// a directory, the trace as it is goes there too.
+void compare(const std::string& name, const std::string& trace, Keep keep, const std::string& directory, int port);
 
 // Directs the trace to a file while it lives, then compares.
 class Recording {
@@ -42,7 +40,6 @@ public:
 private:
     const unittest::TempDirectory directory;
     const std::string name;
-    const int highest;
     const Keep keep;
     const int port;
 };

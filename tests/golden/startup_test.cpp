@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <functional>
+#include <vector>
 
 namespace {
 
@@ -33,73 +34,47 @@ const Failure FAILURES[] = {
     {"list-lock-taken", STAPI_RC_LOCK_ALREADY_INITIALIZED, [] { EXPECT_EQ(initializeLock(&gtlLock), 0); }},
 };
 
-// Every exported call, with arguments that would succeed, or fail in another way, in an initialised library.
-const std::function<int()> CALLS[] = {
-    [] { return openGatewayConnection(0, nullptr, nullptr); },
-    [] { return openRemoteGatewayConnection(nullptr, 0, nullptr, nullptr); },
-    [] { return closeGatewayConnection(nullptr); },
-    [] { return closeAllGatewayConnections(); },
-    [] { return getStats(nullptr, nullptr); },
-    [] { return getStatIds(nullptr, nullptr); },
-    [] { return getResourceGroupIds(nullptr, nullptr); },
-    [] { return getStatsByStatId(nullptr, nullptr, nullptr); },
-    [] { return getStatsByStatGroupId(nullptr, nullptr, nullptr); },
-    [] { return getStatIdsByStatGroupId(nullptr, nullptr, nullptr); },
-    [] { return getFirstStat(nullptr, nullptr); },
-    [] { return getNextStat(nullptr, nullptr); },
-    [] { return getFirstId(nullptr, nullptr); },
-    [] { return getNextId(nullptr, nullptr); },
-    [] { return copyResultSet(nullptr, nullptr); },
-    [] { return freeResultSet(nullptr); },
-    [] { return dumpResultSet(nullptr); },
-    [] { return getIdQuery(nullptr, nullptr); },
-    [] { return getStatsAPIVersion(nullptr); },
-    [] { return getAPITraceLevel(nullptr); },
-    [] { return setAPITraceLevel(3); },
-    [] { return setAPITraceFile(nullptr); },
-    [] { return dumpState(); },
-};
-static_assert(std::size(CALLS) == 23);
-
-// Whichever call comes first gets the failure's own code; all later ones say that the trace cannot be initialised.
-TEST(Startup, failsForGood) {
-    for (const Failure& failure : FAILURES) {
-        for (std::size_t first = 0; first < std::size(CALLS); ++first) {
-            const int wrong = unittest::runInChild([&] {
-                if (std::freopen("/dev/null", "w", stderr) == nullptr) {
-                    return 100;
-                }
-                failure.cause();
-                // The first in the list is two calls: it opens by way of the second one.
-                const int expected = first == 0 ? STAPI_RC_TRACE_INIT_FAILED : failure.code;
-                int count = CALLS[first]() == expected ? 0 : 1;
-                for (const std::function<int()>& call : CALLS) {
-                    count += call() == STAPI_RC_TRACE_INIT_FAILED ? 0 : 1;
-                }
-                return count;
-            });
-            EXPECT_EQ(wrong, 0) << failure.name << ", call " << first;
-        }
-    }
+// The calls with a zero for each argument.
+template <typename... Call>
+std::vector<std::function<int()>> withZeros(Call... call) {
+    constexpr auto one = []<typename... Arguments>(int (*function)(Arguments...)) {
+        return [function] { return function(Arguments{}...); };
+    };
+    return {one(call)...};
 }
 
-TEST(Startup, saysWhyItFails) {
+// Every exported call. In an initialised library they would succeed, or fail in another way.
+const std::vector<std::function<int()>> CALLS = withZeros(
+    openGatewayConnection, openRemoteGatewayConnection, closeGatewayConnection, closeAllGatewayConnections, getStats,
+    getStatIds, getResourceGroupIds, getStatsByStatId, getStatsByStatGroupId, getStatIdsByStatGroupId, getFirstStat,
+    getNextStat, getFirstId, getNextId, copyResultSet, freeResultSet, dumpResultSet, getIdQuery, getStatsAPIVersion,
+    getAPITraceLevel, setAPITraceLevel, setAPITraceFile, dumpState);
+
+// Whichever call comes first gets the failure's own code and says why; all later ones say that the trace cannot be
+// initialised. The first in the list is two calls: it opens by way of the second one.
+TEST(Startup, failsForGood) {
+    ASSERT_EQ(CALLS.size(), 23U);
     for (const Failure& failure : FAILURES) {
         const unittest::TempDirectory directory;
         const std::string file = directory.file("stderr");
-        const int wrong = unittest::runInChild([&] {
-            if (std::freopen(file.c_str(), "w", stderr) == nullptr) {
-                return 100;
-            }
-            failure.cause();
-            const int first = closeAllGatewayConnections();
-            const int second = closeAllGatewayConnections();
-            std::fflush(stderr);
-            return first == failure.code && second == STAPI_RC_TRACE_INIT_FAILED ? 0 : 1;
-        });
-        EXPECT_EQ(wrong, 0) << failure.name;
-        golden::compare(std::string("startup-") + failure.name, unittest::readFile(file), 1, Keep::ALL,
-                        directory.file(""), 0);
+        for (const std::function<int()>& call : CALLS) {
+            SCOPED_TRACE(testing::Message() << failure.name << ", call " << &call - CALLS.data());
+            const int wrong = unittest::runInChild([&] {
+                if (std::freopen(file.c_str(), "w", stderr) == nullptr) {
+                    return 100;
+                }
+                failure.cause();
+                const int first = call();
+                const bool isTwo = &call == CALLS.data();
+                const int second = isTwo ? first : call();
+                std::fflush(stderr);
+                const int expected = isTwo ? STAPI_RC_TRACE_INIT_FAILED : failure.code;
+                return first == expected && second == STAPI_RC_TRACE_INIT_FAILED ? 0 : 1;
+            });
+            EXPECT_EQ(wrong, 0);
+            golden::compare(std::string("startup-") + failure.name, unittest::readFile(file), Keep::ALL,
+                            directory.file(""), 0);
+        }
     }
 }
 

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "raw_client.h"
-#include "walk.h"
 
 namespace simtest {
 namespace {
@@ -89,9 +88,7 @@ TEST(Session, refusalsLeaveTheConnectionOpen) {
         {"healthy call", call},
         {"wrong auth data", authSecondRequest(auth, hex("A1 00 00 01 A2 00 00 01 A3 00 00 02")), 0, 17},
         {"non-zero last auth word", request(1, auth, "Auth", word(1) + data + word(9)), 0, 17},
-        {"second step without its echo word", authSecondRequest(0, data), 0xF001},
         {"first step with an echo word", request(1, 5, "Auth", word(0)), 0xF001},
-        {"handshake with an echo word", request(5, 5, "BASE", slice(handshakeRequest, 33)), 0xF001},
         {"call with the echo word of another exchange", invokeRequest(auth, handle, "GET_STATS"), 0xF001},
         {"attribute with a wrong handle", getAttributeRequest(admin, handle + 1), 0, 33},
         {"unknown attribute", getAttributeRequest(admin, handle, "protocols"), 0, 0, 1},
@@ -134,24 +131,16 @@ TEST(Session, malformedRequestEndsOnlyItsConnection) {
         {"eyecatcher", changed(init, 0, 'g'), adminInit},
         {"version", changed(init, 5, 0x71), adminInit},
         {"return code in a request", changed(init, 15, 1), adminInit},
-        {"flow type", changed(init, 11, 2), unknown},
         {"name", changed(init, 24, 'a'), unknown},
         {"name of 25 characters", request(1, 0, std::string(25, 'A'), word(0)), unknown},
         {"negative data length", changed(init, 30, 0x80), unknown},
-        {"huge data length", changed(init, 30, 0x7F), unknown},
         {"admin without a body", request(1, 0, "Admin", {}), unknown},
         {"unknown admin call type", request(1, 0, "Admin", word(2)), unknown},
-        {"long init body", request(1, 0, "Admin", word(0) + word(0)), adminInit},
-        {"long first auth body", request(1, 0, "Auth", word(0) + word(0)), authFirst},
         {"short second auth body", request(1, 0, "Auth", word(1) + word(0)), authSecond},
         {"close with a body", request(10, 0xFFFFFFFF, "BASE", hex("00")), close},
-        {"handshake without a body", request(5, 0, "BASE", {}), handshake},
         {"handshake padding", changed(handshakeRequest, 50, 1), handshake},
-        {"handshake language", changed(handshakeRequest, 35, 'E'), handshake},
         {"call length", changed(call, 45, 1), invoke},
         {"swapped locale", changed(changed(call, 48, 'u'), 49, 's'), invoke},
-        {"query shorter than announced", changed(call, call.size() - 26, 2), invoke},
-        {"stream tag of the query", changed(call, call.size() - 28, 0x73), invoke},
         {"parameter count", changed(call, call.size() - 33, 2), invoke},
         {"call of another length", request(1, 0, "Admin", slice(call, 34, call.size() - 1)), invoke},
     };
@@ -166,31 +155,11 @@ TEST(Session, malformedRequestEndsOnlyItsConnection) {
     RawClient(server.port()).send(slice(call, 0, 60));
     ASSERT_TRUE(server.waitForRequests(std::size(cases) + 2, patience));
     EXPECT_EQ(toHex(server.requests().back().bytes), toHex(slice(call, 0, 60)));
-    EXPECT_EQ(bystander.exchange(adminInitRequest).size(), 46U);
-}
-
-TEST(Session, requestsInSmallPiecesAndInOnePiece) {
-    Server server;
-    RawClient client(server.port());
-    for (const std::uint8_t byte : handshakeRequest) {
-        client.send({byte});
+    for (const std::uint8_t byte : adminInitRequest) {  // in small pieces
+        bystander.send({byte});
     }
-    EXPECT_EQ(client.exchange(authFirstRequest + adminInitRequest).size(), 51U);
-    EXPECT_EQ(client.exchange({}).size(), 53U);
-    EXPECT_EQ(client.exchange({}).size(), 46U);
-}
-
-TEST(Session, modelTimeMovesOnRequest) {
-    Server server;
-    RawClient client(server.port());
-    const auto uptime = [&client] {
-        return Walked::stats(client.query("GET_STATS", "daemon.uptime.seconds")).elements.at(0).items.at(0).second;
-    };
-    EXPECT_EQ(uptime(), "0");
-    EXPECT_EQ(uptime(), "0");
-    server.advance(90);
-    EXPECT_EQ(uptime(), "90");
-    EXPECT_EQ(Walked::ids(client.query("RESOURCE_GROUPS")).summary, "*/10 ");
+    EXPECT_EQ(bystander.exchange(authFirstRequest).size(), 46U);
+    EXPECT_EQ(bystander.exchange({}).size(), 53U);
 }
 
 }  // namespace

@@ -49,6 +49,9 @@ public:
     Reply resourceGroups(std::string_view query) const;
 
 private:
+    Reply select(std::string_view query, Reply reply,
+                 const std::function<void(Reply&, const Statistic&)>& addItem) const;
+
     std::vector<ResourceGroup> groupList;
     std::unordered_map<std::string_view, const ResourceGroup*> groupsById;
     std::unordered_map<std::string_view, const Statistic*> statisticsById;

@@ -1,13 +1,16 @@
-// Connections closed, and the state dumped, by another thread than the one that uses them.
+// Connections and settings that another thread changes than the one that uses them.
 #include "fixture.h"
 
-#include <atomic>
+#include <unistd.h>
+
+#include <cstdio>
 #include <thread>
 
 namespace apitest {
 namespace {
 
-class ForeignClose : public QuietGatewayTest {};
+using ForeignClose = QuietGatewayTest;
+using ForeignSettings = QuietGatewayTest;
 
 // Waits until the Gateway has `count` requests of a kind, with the thread that sent the last one waiting for its
 // answer.
@@ -55,48 +58,40 @@ TEST_F(ForeignClose, endsAnOpeningInProgress) {
     EXPECT_EQ(openDescriptors(), descriptors);
 }
 
-// Threads open, query and walk a copy, while one closes everything and one dumps the state, over and over.
-TEST_F(ForeignClose, ofEverythingAtAnyTime) {
-    setAPITraceFile("/dev/null");
-    std::atomic<int> working = 3;
-    std::atomic<int> entries = 0;
+// Settings change while others trace; every line of the result stays whole.
+TEST_F(ForeignSettings, leaveTheTraceWhole) {
+    const std::string path = testing::TempDir() + "zulstats-threads-" + std::to_string(getpid()) + ".trace";
+    ASSERT_EQ(setAPITraceFile(path.c_str()), 0);
+    ASSERT_EQ(setAPITraceLevel(3), 0);
     std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
+    for (int number = 0; number < 8; ++number) {
         threads.emplace_back([&] {
-            for (int round = 0; round < 150; ++round) {
-                GatewayToken* token = nullptr;
+            for (int i = 0; i < 20; ++i) {
                 char* version = nullptr;
-                if (openGatewayConnection(server.port(), &token, &version) != 0) {
-                    continue;
-                }
-                free(version);
-                ResultSetToken* result = nullptr;
-                const int rc = getStats(token, &result);
-                EXPECT_TRUE(rc == 0 || rc == STAPI_RC_GATEWAY_CONNECTION_LOST || rc == STAPI_RC_GATEWAY_TOKEN_NOT_FOUND)
-                    << rc;
-                entries += rc == 0;
-                closeGatewayConnection(&token);
+                EXPECT_EQ(getStatsAPIVersion(&version), 0);
             }
-            --working;
+            const Connection connection(server);
         });
     }
-    threads.emplace_back([&] {
-        while (working > 0) {
-            closeAllGatewayConnections();
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-    });
-    threads.emplace_back([&] {
-        for (int level = 0; working > 0; level = (level + 1) % 4) {
-            dumpState();
-            setAPITraceLevel(level);
-        }
-    });
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(setAPITraceLevel(i % 2 == 0 ? 5 : 3), 0);
+        EXPECT_EQ(setAPITraceFile(path.c_str()), 0);
+    }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_GT(entries, 0);
-    EXPECT_TRUE(server.waitForConnections(0, PATIENCE));
+    ASSERT_EQ(setAPITraceLevel(0), 0);
+    ASSERT_EQ(setAPITraceFile(nullptr), 0);
+    std::FILE* trace = std::fopen(path.c_str(), "re");
+    ASSERT_NE(trace, nullptr);
+    std::size_t count = 0;
+    for (char line[1024]; std::fgets(line, sizeof line, trace) != nullptr; ++count) {
+        // Each begins as a trace line, a dump line or a banner does, and goes up to its line end.
+        EXPECT_THAT(line, testing::MatchesRegex("([0-9]|0x|\\*\\*\\*\\* QAL).*\n"));
+    }
+    EXPECT_GT(count, 500U);
+    std::fclose(trace);
+    std::remove(path.c_str());
 }
 
 }  // namespace
