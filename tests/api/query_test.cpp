@@ -2,6 +2,7 @@
 #include "fixture.h"
 #include "walk.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -215,10 +216,32 @@ TEST_F(FailedQuery, concernsItsOwnConnectionUntilTheGatewayIsGone) {
     EXPECT_EQ(openAndClose(server), STAPI_RC_CONNECTION_REFUSED);
 }
 
+// The identifiers that a query string names may be text of the connection that the failing query removes; the trace shows
+// them on the way out.
+TEST_F(FailedQuery, withIdentifiersOfTheConnectionItself) {
+    ASSERT_EQ(setAPITraceFile("/dev/null"), 0);
+    ASSERT_EQ(setAPITraceLevel(3), 0);
+    for (const QueryCall& call : QUERY_CALLS) {
+        Connection connection(server);
+        char* query = nullptr;
+        ASSERT_EQ(getIdQuery(idsOf(server, connection, ids().element("").id("a").bytes()), &query), 0);
+        server.inject(Exchange::invoke, {.headerRc = 1});
+        ResultSetToken* result = nullptr;
+        EXPECT_EQ(call.run(connection, &result, query), STAPI_RC_GATEWAY_REQUEST_FAILED);
+        if (!call.staysAfterFailure) {
+            *connection.address() = nullptr;
+        }
+    }
+}
+
 // A signal that the application handles ends the wait, and with it the connection. The second descriptor is beyond what
 // a set of select holds.
 TEST_F(FailedQuery, byASignalWhileItWaits) {
     std::signal(SIGUSR1, [](int) {});
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
     for (const std::size_t taken : {0U, 1100U}) {
         std::vector<int> descriptors(taken);
         for (int& descriptor : descriptors) {

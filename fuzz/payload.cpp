@@ -1,0 +1,171 @@
+// A reply's payload into a result set, which is what a reader of its own lays, and everything that reads one.
+#include "peer.h"
+
+#include "stapi_zul_resultsetbuffer.h"
+#include "stapi_zul_statcomms.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr std::size_t WORD = 4;
+constexpr std::size_t HEAD_SIZE = EYECATCHER_SIZE + WORD;
+
+char expected[RESULT_SET_BUFFER_SIZE];
+std::size_t completeSize;
+char idQuery[QUERY_STRING_BUFFER_SIZE];
+
+struct Reader {
+    Input in;
+    std::size_t capacity;
+    bool overrun;  // a skip has left the payload: nothing can be read
+    bool tooLarge;
+    std::size_t used;
+
+    bool skip(std::size_t count) {
+        overrun = in.take(count).size < count || overrun;
+        return true;
+    }
+    [[nodiscard]] bool has(std::size_t count) const {
+        return !overrun && in.size >= count;
+    }
+    bool jump() {
+        return has(2) && in.data[0] < 0x80 && skip(in.word());
+    }
+    bool store(const void* from, std::size_t count) {
+        tooLarge = used + count + WORD > capacity;
+        std::memcpy(expected + used, from, tooLarge ? 0 : count);
+        used += tooLarge ? 0 : count;
+        return !tooLarge;
+    }
+    bool text() {
+        const unsigned length = has(2) ? in.word() : 0x8000;
+        return length < 0x8000 && has(length) && store(&length, WORD) && store(in.take(length).data, length);
+    }
+    bool word(std::int32_t* value) {
+        *value = has(WORD) ? static_cast<std::int32_t>(in.word(4)) : (overrun = true, 0);
+        return !overrun && store(value, WORD);
+    }
+};
+
+void layContent(Reader* reader, bool statistics) {
+    std::int32_t elements = reader->in.size != 0 ? 1 : 0;
+    std::memcpy(expected, statistics ? STATS_CONTENT_MARKER : IDS_CONTENT_MARKER, EYECATCHER_SIZE);
+    reader->used = EYECATCHER_SIZE;
+    static_cast<void>(reader->in.byte() == 1 && reader->word(&elements));
+    std::memcpy(expected + EYECATCHER_SIZE, &elements, WORD);
+    completeSize = reader->used = HEAD_SIZE;
+    for (; elements > 0; --elements) {
+        std::int32_t rc = 0;
+        std::int32_t items = 0;
+        if (!reader->skip(6) || !reader->jump() || !reader->skip(13) || !reader->jump() || !reader->skip(13) ||
+            !reader->has(1) || !reader->skip(reader->in.byte() == 0x77 ? 1 : 4) || !reader->text() ||
+            !reader->word(&rc) || (rc >= 0 && !reader->word(&items))) {
+            return;
+        }
+        completeSize = items > 0 ? completeSize : reader->used;
+        if (statistics && rc >= 0 && !(reader->skip(2) && reader->jump() && reader->skip(8))) {
+            return;
+        }
+        for (; items > 0; --items) {
+            reader->skip(statistics ? 7 : 0);
+            if (!reader->text() || (statistics && !reader->text())) {
+                return;
+            }
+            reader->skip(statistics ? 2 : 0);
+            completeSize = reader->used;
+        }
+        reader->skip(statistics && rc >= 0 ? 0 : 1);
+    }
+}
+
+// Whether this is the text at *at in the expected content, over which *at moves.
+bool isText(const ResultSetToken* rs, const char* chars, std::int32_t length, const char** at) {
+    const char* from = *at;
+    *at += WORD + loadWord(from);
+    return static_cast<std::uint32_t>(length) == loadWord(from) && chars - rs->head == from + WORD - expected;
+}
+
+// A record of either walk: what comes before a value is common to both.
+union Record {
+    StatData stat;
+    IdData id;
+};
+
+int step(bool statistics, bool first, ResultSetToken* rs, Record* record) {
+    return statistics ? (first ? getFirstStat : getNextStat)(rs, &record->stat)
+                      : (first ? getFirstId : getNextId)(rs, &record->id);
+}
+
+void walk(ResultSetToken* rs, bool statistics, bool first) {
+    Record both = {};
+    const StatData& record = both.stat;
+    int rc = step(statistics, first, rs, &both);
+    const char* at = expected + HEAD_SIZE;
+    const char* end = expected + completeSize;
+    // A count that is the terminator ends the walk: that of elements for First calls, that of items for all.
+    while (at < end && !(first && loadWord(expected + EYECATCHER_SIZE) == RESULT_SET_TERMINATOR)) {
+        const char* element = at;
+        at += WORD + loadWord(at) + WORD;
+        const auto elementRc = static_cast<std::int32_t>(loadWord(at - WORD));
+        const std::uint32_t items = elementRc < 0 ? 1 : loadWord(at);
+        at += elementRc < 0 ? 0 : WORD;
+        end = items == RESULT_SET_TERMINATOR ? at : end;
+        for (auto left = static_cast<std::int32_t>(items); left > 0 && (at < end || elementRc < 0); --left) {
+            const char* elementText = element;
+            REQUIRE(rc == 0 && record.queryElementRC == elementRc);
+            REQUIRE(isText(rs, record.queryElementPtr, record.queryElementLen, &elementText));
+            REQUIRE(elementRc < 0 || isText(rs, record.statIdPtr, record.statIdLen, &at));
+            REQUIRE(elementRc < 0 || !statistics || isText(rs, record.statValuePtr, record.statValueLen, &at));
+            rc = step(statistics, false, rs, &both);
+        }
+    }
+    const ResultSetToken before = *rs;
+    REQUIRE(rc == STAPI_RC_END_OF_RESULT_SET);
+    REQUIRE(first || step(statistics, false, rs, &both) == STAPI_RC_END_OF_RESULT_SET);
+    REQUIRE(std::memcmp(rs, &before, sizeof before) == 0);
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    Input in = {data, size};
+    const bool statistics = in.byte() % 2 == 0;
+    const std::size_t capacity = 64 + in.word() % (RESULT_SET_BUFFER_SIZE - 63);
+    const unsigned turn = turnOf(in);
+    auto* payload = static_cast<std::uint8_t*>(std::malloc(in.size + 1)) + 1;
+    // Copies and dumps take a whole buffer.
+    auto* content = turn % 64 < 2 ? allocateResultSetBuffer() : static_cast<char*>(std::malloc(capacity));
+    std::memcpy(payload, in.data, in.size);
+
+    const int rc = (statistics ? parseStatsData : parseIdsData)(payload, content, in.size, capacity);
+    Reader reader = {{payload, in.size}, capacity, false, false, 0};
+    layContent(&reader, statistics);
+    REQUIRE(rc == (reader.tooLarge ? STAPI_RC_FLOW_CONTENT_TOO_LARGE : 0) && completeSize + WORD <= capacity);
+    REQUIRE(std::memcmp(content, expected, completeSize) == 0);
+    REQUIRE(loadWord(content + completeSize) == RESULT_SET_TERMINATOR);
+
+    ResultSetToken rs{};
+    rs.owner = USER_OWNED;
+    rs.head = content;
+    rs.next = content;
+    rs.verifiedQueryString = idQuery;
+    Record record = {};
+    walk(&rs, statistics, false);
+    walk(&rs, statistics, true);
+    REQUIRE(step(!statistics, true, &rs, &record) == STAPI_RC_WRONG_RESULT_SET_CONTENT);
+    char* built = nullptr;
+    REQUIRE(turn % 16 != 2 || isOneOf(getIdQuery(&rs, &built), 0, STAPI_RC_NO_GOOD_IDS));
+    if (turn % 64 == 1) {
+        ResultSetToken* copy = nullptr;
+        REQUIRE(copyResultSet(&rs, &copy) == 0 && std::memcmp(copy->head, content, completeSize + WORD) == 0);
+        walk(copy, statistics, false);
+        copy->head[HEAD_SIZE + turn / 64 % (completeSize + WORD - HEAD_SIZE)] ^= 0x5A;  // what no parser would lay
+        REQUIRE(isOneOf(getIdQuery(copy, &built), 0, STAPI_RC_NO_GOOD_IDS));
+        REQUIRE(freeResultSet(&copy) == 0 && copy == nullptr);
+    }
+    REQUIRE(turn % 512 != 0 || completeSize >= 512 || dumpResultSet(&rs) == 0);
+    std::free(content);
+    std::free(payload - 1);
+    return 0;
+}
