@@ -1,0 +1,142 @@
+#include "faults.h"
+
+#include "child.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+namespace faults {
+namespace {
+
+using apitest::Entries;
+using apitest::QUERY_CALLS;
+
+constexpr int STATISTICS = 2;
+const simgateway::Model MODEL(1, STATISTICS);
+
+}  // namespace
+
+const std::string& oneStatistic() {
+    return MODEL.groups().back().statistics.back().id;
+}
+
+Entries answerOf(int query, bool everything) {
+    Entries entries = query == 2 ? apitest::allGroupIds(MODEL) : apitest::allStats(MODEL);
+    if (query > 2 && !everything) {
+        entries = {{oneStatistic(), 0, oneStatistic(), entries.back().value}};
+    }
+    return QUERY_CALLS[query].statistics ? entries : apitest::idsOnly(entries);
+}
+
+std::string stepName(int step) {
+    constexpr const char* OTHERS[] = {"init", "open", "copyResultSet", "getIdQuery", "close", "closeAll"};
+    return step >= QUERY && step < COPY ? QUERY_CALLS[step - QUERY].name
+                                        : OTHERS[step < QUERY ? step : step - COPY + 2];
+}
+
+void converse(const Server& server, const Expected& expected, int level, int queries, int errnoBefore) {
+    GatewayToken* token = nullptr;
+    ResultSetToken* result = nullptr;
+    ResultSetToken* copy = nullptr;
+    char mark[] = "1_0_0_0";
+    char* version = mark;
+    char* ids = nullptr;
+    bool alive = false;
+
+    const auto codesOf = [&](int number) {
+        const bool noStorage = hooks.onward && number > expected.step && number < CLOSE;
+        return number == expected.step                           ? expected.codes
+               : expected.step == INIT                           ? Codes{STAPI_RC_TRACE_INIT_FAILED}
+               : !alive && number >= QUERY && number < CLOSE_ALL ? Codes{STAPI_RC_GATEWAY_TOKEN_NOT_FOUND}
+               : noStorage                                       ? (number < COPY ? REFUSED : Codes{STAPI_RC_NO_MEMORY})
+               : number == expected.step + 1                     ? expected.next
+                                                                 : Codes{0};
+    };
+    const auto step = [&](int number, const std::function<int()>& call) {
+        hooks.step = number;
+        std::fill_n(hooks.nth, CALLS, 0);
+        hooks.on = true;
+        errno = errnoBefore;
+        const int rc = call();
+        hooks.on = false;
+        EXPECT_THAT(codesOf(number), testing::Contains(rc)) << stepName(number);
+        return rc;
+    };
+
+    step(INIT, [] { return setAPITraceLevel(0); });
+    if (level > 0) {
+        setAPITraceFile("/dev/null");
+        setAPITraceLevel(level);
+    }
+    const auto openDescriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    const auto descriptors = openDescriptors();
+    const bool opened = step(OPEN, [&] { return openGatewayConnection(server.port(), &token, &version); }) == 0;
+    alive = opened;
+    EXPECT_TRUE(opened ? token != nullptr && version != mark : token == nullptr && version == mark);
+    EXPECT_TRUE(!opened || expected.answer == Answer::ANY ||
+                (expected.answer == Answer::NONE ? version == nullptr : std::strcmp(version, mark) == 0));
+    std::free(opened ? version : nullptr);
+    const int last = expected.next.empty() ? expected.step : COPY;
+    for (int number = QUERY; opened && number < QUERY + queries && number <= last; ++number) {
+        const apitest::QueryCall& query = QUERY_CALLS[number - QUERY];
+        const Answer answer = number == expected.step ? expected.answer : Answer::OWN;
+        ResultSetToken* latest = nullptr;
+        const int rc = step(number, [&] { return query.run(token, &latest, oneStatistic().c_str()); });
+        EXPECT_EQ(rc == 0, latest != nullptr);
+        alive = alive && (rc == 0 || query.staysAfterFailure);
+        if (rc == 0) {
+            result = latest;
+            const Entries entries = query.statistics ? apitest::walkStats(result) : apitest::walkIds(result);
+            EXPECT_TRUE(answer == Answer::ANY || entries == answerOf(number - QUERY, answer == Answer::OF_EVERYTHING));
+        }
+    }
+    if (alive && last == COPY && QUERY + queries == COPY) {
+        if (step(COPY, [&] { return copyResultSet(result, &copy); }) == 0) {
+            EXPECT_EQ(apitest::walkIds(copy), apitest::walkIds(result));
+        }
+        EXPECT_TRUE(copy == nullptr || freeResultSet(&copy) == 0);
+        step(ID_QUERY, [&] { return getIdQuery(result, &ids); });
+    }
+    if (opened) {
+        step(CLOSE, [&] { return closeGatewayConnection(&token); });
+    }
+    step(CLOSE_ALL, closeAllGatewayConnections);
+    // The Gateway closes its end a moment later, and a checking tool's pipe of a thread goes.
+    auto left = openDescriptors();
+    for (int i = 0; i < 5000 && left > descriptors; ++i, left = openDescriptors()) {
+        usleep(1000);
+    }
+    EXPECT_LE(left, descriptors);
+    EXPECT_EQ(hooks.held, expected.held);
+}
+
+void Walk::point(const std::string& point, const std::function<void(Server&)>& body) {
+    const auto work = [&] {
+        Server server({.stats = STATISTICS});
+        body(server);
+        return testing::UnitTest::GetInstance()->Failed() ? 1 : 0;
+    };
+    const bool wanted = only.empty() || only == point || point == "reference";
+    const int rc = wanted ? unittest::runInChild(work) : 0;
+    points += wanted ? 1 : 0;
+    if (rc != 0) {
+        ++failures;
+        std::printf("failed with %d: fault_walk %s %s\n", rc, name.c_str(), point.c_str());
+    }
+}
+
+void Walk::reference(bool allocations, int level, int queries) {
+    *record = {};
+    point("reference", [&](const Server& server) {
+        hooks.allocations = allocations;
+        hooks.recording = true;
+        converse(server, {}, level, queries);
+    });
+}
+
+}  // namespace faults
