@@ -1,18 +1,23 @@
 // The diagnostic trace: lines, levels, dumps, threads and destination.
 #include "stapi_zul_diag.h"
+#include "zulstats.h"
 
 #include "child.h"
 #include "guarded_block.h"
+#include "socket_calls.h"
 #include "trace_capture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -311,6 +316,58 @@ TEST(TraceThreads, linesStayWholeWhileTheDestinationSwitches) {
     EXPECT_EQ(texts, 2 * ROUNDS);
     EXPECT_EQ(states, 2 * ROUNDS);
     EXPECT_EQ(locks, 4 * (2 * ROUNDS + switches));
+}
+
+// Whether checks and trace lines name the calling process.
+bool namesTheCaller() {
+    std::uint32_t pid = 0;
+    getPidTid(&pid, nullptr);
+    TraceCapture trace(1);
+    TRACE(test_entry);
+    const auto line = parseTraceLine(trace.takeRaw().at(0));
+    return pid == static_cast<std::uint32_t>(getpid()) && line && line->pid == pid;
+}
+
+// The library keeps the process id, or asks each time where the kernel has no storage for it. Either way a child has its
+// own, a cloned one too, of which the C library does not know.
+TEST(ProcessId, isTheCallersOwn) {
+    for (const bool kept : {true, false}) {
+        SCOPED_TRACE(kept);
+        EXPECT_EQ(runInChild([kept] {
+                      SocketCalls calls;
+                      if (!kept) {
+                          calls.madviseError = EINVAL;
+                      }
+                      keepProcessId();
+                      if (!namesTheCaller() || runInChild([] { return namesTheCaller() ? 0 : 1; }) != 0) {
+                          return 1;
+                      }
+                      const auto clone = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0));
+                      if (clone == 0) {
+                          _exit(namesTheCaller() ? 0 : 2);
+                      }
+                      int status = -1;
+                      return waitpid(clone, &status, 0) == clone && status == 0 ? 0 : 3;
+                  }),
+                  0);
+    }
+}
+
+// The second of two first calls comes while the first is at work, and waits for it.
+TEST(FirstCall, ofTwoThreadsAtOnce) {
+    static std::thread second;
+    static std::atomic<int> secondRc = -1;
+    EXPECT_EQ(runInChild([] {
+                  SocketCalls calls;
+                  calls.beforeMadvise = [] {
+                      second = std::thread([] { secondRc = closeAllGatewayConnections(); });
+                      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                  };
+                  const int rc = closeAllGatewayConnections();
+                  second.join();
+                  return rc == 0 && secondRc == 0 ? 0 : 1;
+              }),
+              0);
 }
 
 }  // namespace

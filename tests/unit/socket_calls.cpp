@@ -41,6 +41,7 @@ int __real_select(int limit, fd_set* readSet, fd_set* writeSet, fd_set* exceptio
 int __real_getsockopt(int descriptor, int level, int option, void* value, socklen_t* size);
 int __real_ioctl(int descriptor, unsigned long request, ...);
 std::time_t __real_time(std::time_t* result);
+int __real_madvise(void* at, std::size_t size, int advice) noexcept;
 
 int __wrap_socket(int domain, int type, int protocol) {
     if (calls != nullptr && calls->beforeSocket != nullptr) {
@@ -91,6 +92,13 @@ int __wrap_ioctl(int descriptor, unsigned long request, ...) {
         calls->modeOptions.push_back(option);
     }
     return __real_ioctl(descriptor, request, option);
+}
+
+int __wrap_madvise(void* at, std::size_t size, int advice) noexcept {
+    if (calls != nullptr && calls->beforeMadvise != nullptr) {
+        calls->beforeMadvise();
+    }
+    return fails(&unittest::SocketCalls::madviseError) ? -1 : __real_madvise(at, size, advice);
 }
 
 std::time_t __wrap_time(std::time_t* result) {

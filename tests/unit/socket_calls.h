@@ -1,5 +1,5 @@
-// Socket calls with the results a test prescribes. Every socket, connect, select, getsockopt, ioctl and time of this
-// program's own objects goes through here; without a script each does its work.
+// System calls with the results a test prescribes. Every socket, connect, select, getsockopt, ioctl, time and madvise of
+// this program's own objects goes through here; without a script each does its work.
 #ifndef SOCKET_CALLS_H
 #define SOCKET_CALLS_H
 
@@ -26,9 +26,11 @@ struct SocketCalls {
     SocketCalls& operator=(const SocketCalls&) = delete;
 
     void (*beforeSocket)() = nullptr;           // called before socket does its work
+    void (*beforeMadvise)() = nullptr;          // called before madvise does its work
     std::optional<int> socketError{};           // errno with which socket fails
     std::optional<int> connectError{};          // errno with which connect fails
     std::optional<int> pendingError{};          // SO_ERROR of every socket
+    std::optional<int> madviseError{};          // errno with which madvise fails
     std::vector<SelectResult> selectResults{};  // one a call; after the last select does its work
     std::vector<std::time_t> times{};           // one a call; after the last time does its work
 
