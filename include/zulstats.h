@@ -160,8 +160,8 @@ ZULSTATS_API int openRemoteGatewayConnection(const char* hostname, int port, Gat
  * with the empty string.
  *
  * After STAPI_RC_GATEWAY_CONNECTION_LOST or STAPI_RC_GATEWAY_REQUEST_FAILED the connection is closed and removed, and
- * its token and result set are gone. getStatsByStatGroupId alone leaves the connection to the caller to close: a further
- * query on it may read the failed one's answer, or wait for one that never comes.
+ * its token and result set are gone. getStatsByStatGroupId alone leaves the connection to the caller to close: a
+ * further query on it may read the failed one's answer, or wait for one that never comes.
  *
  * Each returns 0, STAPI_RC_NULL_GATEWAY_TOKEN, STAPI_RC_NULL_QUERY_STRING (the calls with a query string),
  * STAPI_RC_NULL_RESULT_SET_POINTER, STAPI_RC_GATEWAY_TOKEN_NOT_FOUND, STAPI_RC_RESULT_SET_PID_MISMATCH,

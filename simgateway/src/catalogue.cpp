@@ -20,7 +20,8 @@ constexpr std::uint64_t stateSeconds = 300;  // a state name lasts at least this
 // Fills one group. Statistic identifiers are the group's identifier and a suffix.
 class GroupWriter {
 public:
-    GroupWriter(ResourceGroup& target, std::uint64_t modelSeed) : group(target), seed(modelSeed) {}
+    GroupWriter(ResourceGroup& target, std::uint64_t modelSeed) : group(target), seed(modelSeed) {
+    }
 
     Counter counterOf(std::string_view suffix, std::uint64_t rate) const {
         return Counter(keyOf(seed, idOf(suffix)), rate);
@@ -71,7 +72,9 @@ public:
     }
 
 private:
-    std::string idOf(std::string_view suffix) const { return group.id + "." + std::string(suffix); }
+    std::string idOf(std::string_view suffix) const {
+        return group.id + "." + std::string(suffix);
+    }
 
     ResourceGroup& group;
     const std::uint64_t seed;

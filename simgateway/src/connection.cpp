@@ -16,7 +16,8 @@ Connection::Connection(Descriptor accepted, std::uint32_t connection, Session pr
       session(std::move(protocol)),
       control(serverControl),
       stop(serverStop),
-      seconds(std::move(modelTime)) {}
+      seconds(std::move(modelTime)) {
+}
 
 void Connection::run() noexcept {
     try {

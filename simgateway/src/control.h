@@ -17,7 +17,8 @@ namespace simgateway {
 // Shared by the connection threads and the callers of the server; every member takes the lock itself.
 class Control {
 public:
-    explicit Control(bool keepRequestsToo) : keepRequests(keepRequestsToo) {}
+    explicit Control(bool keepRequestsToo) : keepRequests(keepRequestsToo) {
+    }
 
     void inject(Exchange exchange, Fault fault);
     std::size_t pendingFaults(Exchange exchange) const;
@@ -40,8 +41,8 @@ private:
     static constexpr std::size_t kinds = static_cast<std::size_t>(Exchange::unknown);
 
     const bool keepRequests;
-    mutable std::mutex lock;                      // guards all that follows
-    mutable std::condition_variable changed;      // a request recorded, a connection opened or closed
+    mutable std::mutex lock;                  // guards all that follows
+    mutable std::condition_variable changed;  // a request recorded, a connection opened or closed
     std::array<std::deque<Fault>, kinds> faults;
     std::array<std::optional<Bytes>, kinds> payloads;
     std::vector<Request> received;

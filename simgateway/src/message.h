@@ -12,7 +12,7 @@ namespace simgateway {
 inline constexpr std::uint32_t protocolLevel = 0x00700000;  // the version word
 inline constexpr std::string_view eyecatcherText = "Gate";
 
-inline constexpr std::int32_t flowTypeRequest = 1;    // auth and admin
+inline constexpr std::int32_t flowTypeRequest = 1;  // auth and admin
 inline constexpr std::int32_t flowTypeHandshake = 5;
 inline constexpr std::int32_t flowTypeClose = 10;
 
@@ -20,8 +20,8 @@ inline constexpr std::uint32_t callTypeInit = 0;
 inline constexpr std::uint32_t callTypeGetAttribute = 1;
 inline constexpr std::uint32_t callTypeInvoke = 5;
 
-inline constexpr std::size_t fixedHeaderSize = 24;      // up to the name
-inline constexpr std::size_t headerTailSize = 5;        // flag byte and data length
+inline constexpr std::size_t fixedHeaderSize = 24;  // up to the name
+inline constexpr std::size_t headerTailSize = 5;    // flag byte and data length
 inline constexpr std::uint32_t longestName = 24;
 inline constexpr std::int32_t largestBody = 1 << 20;
 

@@ -69,7 +69,8 @@ std::int32_t countOf(std::size_t size) {
 
 }  // namespace
 
-Reply::Reply(Content content) : kind(content) {}
+Reply::Reply(Content content) : kind(content) {
+}
 
 Reply::Element& Reply::last() {
     if (parts.empty()) {

@@ -22,7 +22,8 @@ std::uint64_t keyOf(std::uint64_t seed, std::string_view name) {
 Counter::Counter(std::uint64_t counterKey, std::uint64_t nominalRate)
     : key(counterKey),
       rate((nominalRate * (50 + mix(counterKey, 1) % 101) + 99) / 100),
-      base(1000 + nominalRate * (mix(counterKey, 2) % 100000)) {}
+      base(1000 + nominalRate * (mix(counterKey, 2) % 100000)) {
+}
 
 // The jitter stays at or below half the rate, the least step of a second.
 std::uint64_t Counter::at(std::uint64_t seconds) const {
@@ -30,7 +31,8 @@ std::uint64_t Counter::at(std::uint64_t seconds) const {
 }
 
 Gauge::Gauge(std::uint64_t gaugeKey, std::int64_t lowest, std::int64_t highest)
-    : key(gaugeKey), low(lowest), high(highest) {}
+    : key(gaugeKey), low(lowest), high(highest) {
+}
 
 std::int64_t Gauge::point(std::uint64_t index) const {
     const auto range = static_cast<std::uint64_t>(high - low) + 1;

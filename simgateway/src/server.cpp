@@ -53,9 +53,12 @@ public:
           listener(listenOnLoopback(options.port)),
           boundPort(localPort(listener)),
           start(Clock::now()),
-          acceptor([this] { acceptAll(); }) {}
+          acceptor([this] { acceptAll(); }) {
+    }
 
-    ~Impl() { stop(); }
+    ~Impl() {
+        stop();
+    }
 
     void stop() {
         const std::lock_guard guard(stopLock);
@@ -135,7 +138,7 @@ private:
     }
 
     StopSignal stopSignal;
-    Descriptor listener;          // used by the acceptor's thread; closed by stop() after its end
+    Descriptor listener;  // used by the acceptor's thread; closed by stop() after its end
 
 public:
     const std::uint16_t boundPort;
@@ -143,12 +146,13 @@ public:
 private:
     const Clock::time_point start;
     std::atomic<std::uint64_t> advanced{0};  // seconds added by advance()
-    std::list<Worker> workers;    // belongs to the acceptor's thread, after its end to stop()
-    std::mutex stopLock;          // held through stop()
-    std::thread acceptor;         // last, so that it starts when all else is there
+    std::list<Worker> workers;               // belongs to the acceptor's thread, after its end to stop()
+    std::mutex stopLock;                     // held through stop()
+    std::thread acceptor;                    // last, so that it starts when all else is there
 };
 
-Server::Server(Options options) : impl(std::make_unique<Impl>(std::move(options))) {}
+Server::Server(Options options) : impl(std::make_unique<Impl>(std::move(options))) {
+}
 
 Server::~Server() = default;
 

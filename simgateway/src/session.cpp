@@ -69,7 +69,8 @@ struct Session::Answer {
 };
 
 Session::Session(std::uint32_t connection, const Options& serverOptions, const Model& serverModel)
-    : number(connection), options(serverOptions), model(serverModel) {}
+    : number(connection), options(serverOptions), model(serverModel) {
+}
 
 bool Session::accepts(Exchange exchange, const Bytes& message) const {
     try {
@@ -113,8 +114,8 @@ void Session::checkForm(Exchange exchange, const Bytes& message) const {
     }
 }
 
-Bytes Session::answer(Exchange exchange, const Bytes& message, const Fault& fault,
-                      const std::optional<Bytes>& payload, std::uint64_t seconds) {
+Bytes Session::answer(Exchange exchange, const Bytes& message, const Fault& fault, const std::optional<Bytes>& payload,
+                      std::uint64_t seconds) {
     ++replies;
     const Header request = decodeHeader(message);
     Answer answer;
@@ -158,8 +159,8 @@ bool Session::echoFits(Exchange exchange, const Header& request) const {
     }
 }
 
-Session::Answer Session::usualAnswer(Exchange exchange, const Header& header, const Bytes& message,
-                                     const Fault& fault, std::uint64_t seconds) const {
+Session::Answer Session::usualAnswer(Exchange exchange, const Header& header, const Bytes& message, const Fault& fault,
+                                     std::uint64_t seconds) const {
     const std::uint32_t low24 = number & 0xFFFFFF;
     switch (exchange) {
     case Exchange::handshake: {

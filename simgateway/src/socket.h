@@ -12,14 +12,21 @@ namespace simgateway {
 // Owns one descriptor, -1 for none.
 class Descriptor {
 public:
-    explicit Descriptor(int number = -1) : fd(number) {}
-    ~Descriptor() { reset(); }
-    Descriptor(Descriptor&& other) noexcept : fd(other.fd) { other.fd = -1; }
+    explicit Descriptor(int number = -1) : fd(number) {
+    }
+    ~Descriptor() {
+        reset();
+    }
+    Descriptor(Descriptor&& other) noexcept : fd(other.fd) {
+        other.fd = -1;
+    }
     Descriptor& operator=(Descriptor&& other) noexcept;
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
 
-    int get() const { return fd; }
+    int get() const {
+        return fd;
+    }
     void reset();
 
 private:
@@ -31,7 +38,9 @@ class StopSignal {
 public:
     StopSignal();
     void raise();
-    int descriptor() const { return readEnd.get(); }
+    int descriptor() const {
+        return readEnd.get();
+    }
 
 private:
     Descriptor readEnd;

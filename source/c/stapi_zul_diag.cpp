@@ -16,6 +16,7 @@ constinit StapiLock traceLock = {};
 char* statAPITraceFilename;
 const char* const defaultTraceFilename = "stderr";
 int traceHeaderWrite;
+std::uint32_t* keptPid;
 
 namespace {
 
@@ -28,20 +29,6 @@ constexpr std::size_t PREFIX_SIZE = 96;  // the longest prefix has 62 characters
 pthread_mutex_t outputMutex = PTHREAD_MUTEX_INITIALIZER;
 std::FILE* statAPITraceHandle;
 char timeStamp[TIME_STAMP_SIZE];
-
-// The process id, 0 until somebody asks, in a page that the kernel clears in a child process. Null without such a page.
-std::uint32_t* keptPid;
-
-std::uint32_t currentPid() {
-    std::uint32_t pid = keptPid == nullptr ? 0 : __atomic_load_n(keptPid, __ATOMIC_RELAXED);
-    if (pid == 0) {
-        pid = static_cast<std::uint32_t>(getpid());
-        if (keptPid != nullptr) {
-            __atomic_store_n(keptPid, pid, __ATOMIC_RELAXED);
-        }
-    }
-    return pid;
-}
 
 // The table's texts are formats that the compiler has checked against the arguments of every call.
 #pragma GCC diagnostic push
@@ -337,15 +324,10 @@ void keepProcessId() {
     keptPid = static_cast<std::uint32_t*>(page);
 }
 
-int compareTids(pthread_t t1, pthread_t t2) {
-    return pthread_equal(t1, t2) != 0 ? 1 : 0;
-}
-
-void getPidTid(std::uint32_t* pid, std::uint32_t* tid) {
-    if (pid != nullptr) {
-        *pid = currentPid();
+std::uint32_t askForPid() {
+    const auto pid = static_cast<std::uint32_t>(getpid());
+    if (keptPid != nullptr) {
+        __atomic_store_n(keptPid, pid, __ATOMIC_RELAXED);
     }
-    if (tid != nullptr) {
-        *tid = static_cast<std::uint32_t>(pthread_self());
-    }
+    return pid;
 }

@@ -18,8 +18,8 @@ inline constexpr int STAPI_RC_SOCKET_NETWORK_UNREACHABLE = -105;
 inline constexpr std::int32_t SOCKET_SHUT = -2;
 
 // Connects, then flows handshake and authorisation, whose failures show in the first admin exchange only. Stores the
-// descriptor as soon as there is one and never closes it; where it finds SOCKET_SHUT it goes no further and fails. 0 or a
-// code of this layer but STAPI_RC_SOCKET_CONNECT_TIMEOUT.
+// descriptor as soon as there is one and never closes it; where it finds SOCKET_SHUT it goes no further and fails. 0 or
+// a code of this layer but STAPI_RC_SOCKET_CONNECT_TIMEOUT.
 [[nodiscard]] int connectToGateway(std::uint32_t port, const char* host, std::int32_t* socketDescriptorPtr);
 
 // Waits up to 60 seconds for a connect in progress: 0, STAPI_RC_SOCKET_CONNECT_TIMEOUT, or

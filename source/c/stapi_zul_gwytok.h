@@ -107,8 +107,8 @@ int dumpGatewayTokens();
 // takes gtlLock and looks the token up. Any other value: the caller holds gtlLock and the token is the list's head.
 int deleteGatewayToken(GatewayToken** gwTokPtr, int lockRequired);
 
-// Ends the use that the caller has begun and deletes the token as with lockRequired 1, in one section of gtlLock: once a
-// token is free its address may be that of another. Also STAPI_RC_GATEWAY_CONNECTION_LOST: the connection was closed
+// Ends the use that the caller has begun and deletes the token as with lockRequired 1, in one section of gtlLock: once
+// a token is free its address may be that of another. Also STAPI_RC_GATEWAY_CONNECTION_LOST: the connection was closed
 // meanwhile.
 int deleteUsedGatewayToken(GatewayToken** gwTokPtr);
 

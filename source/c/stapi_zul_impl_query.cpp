@@ -83,8 +83,8 @@ bool isCommsFailure(int rc) {
     return rc == STAPI_RC_GATEWAY_CONNECTION_LOST || rc == STAPI_RC_GATEWAY_REQUEST_FAILED;
 }
 
-// A query string as an exit line shows it. It may be one of getIdQuery, text of the connection that the call removes: from
-// the use of the connection on the line shows a copy.
+// A query string as an exit line shows it. It may be one of getIdQuery, text of the connection that the call removes:
+// from the use of the connection on the line shows a copy.
 struct ShownText {
     const char* text;
     char* copy;  // owned
@@ -97,8 +97,8 @@ void keepForExitLine(ShownText* shown, const char* queryString) {
 
 // The body of every query call, between its entry and exit lines; initRc is the result of the initialisation, shown is
 // null for calls whose exit line does not show the query string.
-int runQuery(const QueryCall& call, int initRc, GatewayToken* gwTok, const char* queryString, ResultSetToken** statRSPtr,
-             ShownText* shown = nullptr) {
+int runQuery(const QueryCall& call, int initRc, GatewayToken* gwTok, const char* queryString,
+             ResultSetToken** statRSPtr, ShownText* shown = nullptr) {
     int rc = initRc;
     if (rc == 0) {
         rc = checkArguments(call, gwTok, queryString, statRSPtr);

@@ -335,9 +335,9 @@ int takeNext(ResultSetToken* rs, typename Kind::Record* record) {
         TRACE(Kind::NOT_STARTED, rs, walk.cursor);
     }
     if (walk.elementResultIndex != 0) {
-        return content.endsAt(walk.cursor) ? STAPI_RC_END_OF_RESULT_SET
-                                           : takeItem<Kind, Kind::NEXT, ItemOf::CURRENT_ELEMENT>(content, &walk,
-                                                                                                 rs, record);
+        return content.endsAt(walk.cursor)
+                   ? STAPI_RC_END_OF_RESULT_SET
+                   : takeItem<Kind, Kind::NEXT, ItemOf::CURRENT_ELEMENT>(content, &walk, rs, record);
     }
     return takeFromElement<Kind, Kind::NEXT>(content, &walk, rs, record,
                                              [&](const char*) { Kind::traceNextElement(rs, walk); });

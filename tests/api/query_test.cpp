@@ -216,8 +216,8 @@ TEST_F(FailedQuery, concernsItsOwnConnectionUntilTheGatewayIsGone) {
     EXPECT_EQ(openAndClose(server), STAPI_RC_CONNECTION_REFUSED);
 }
 
-// The identifiers that a query string names may be text of the connection that the failing query removes; the trace shows
-// them on the way out.
+// The identifiers that a query string names may be text of the connection that the failing query removes; the trace
+// shows them on the way out.
 TEST_F(FailedQuery, withIdentifiersOfTheConnectionItself) {
     ASSERT_EQ(setAPITraceFile("/dev/null"), 0);
     ASSERT_EQ(setAPITraceLevel(3), 0);

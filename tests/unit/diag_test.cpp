@@ -328,8 +328,8 @@ bool namesTheCaller() {
     return pid == static_cast<std::uint32_t>(getpid()) && line && line->pid == pid;
 }
 
-// The library keeps the process id, or asks each time where the kernel has no storage for it. Either way a child has its
-// own, a cloned one too, of which the C library does not know.
+// The library keeps the process id, or asks each time where the kernel has no storage for it. Either way a child has
+// its own, a cloned one too, of which the C library does not know.
 TEST(ProcessId, isTheCallersOwn) {
     for (const bool kept : {true, false}) {
         SCOPED_TRACE(kept);

@@ -5,8 +5,8 @@
 
 namespace unittest {
 
-// While it lives, counts the calling thread's allocations and lets the nth fail, or, given a function, calls that before
-// it; with 0 none fails. One at a time.
+// While it lives, counts the calling thread's allocations and lets the nth fail, or, given a function, calls that
+// before it; with 0 none fails. One at a time.
 class AllocationFault {
 public:
     explicit AllocationFault(int nth, void (*before)() = nullptr);

@@ -222,8 +222,8 @@ void closeAll() {
     static_cast<void>(deleteGatewayTokens());
 }
 
-// Another thread closes the connection: before it has a socket, when it is about to be handed out, and once it is in use.
-// Each time the call in progress fails and releases everything, and nothing of a later connection.
+// Another thread closes the connection: before it has a socket, when it is about to be handed out, and once it is in
+// use. Each time the call in progress fails and releases everything, and nothing of a later connection.
 TEST_F(TokenList, closingWhileItIsUsed) {
     const Server gateway;
     const auto descriptors = openDescriptors();

@@ -1,5 +1,5 @@
-// System calls with the results a test prescribes. Every socket, connect, select, getsockopt, ioctl, time and madvise of
-// this program's own objects goes through here; without a script each does its work.
+// System calls with the results a test prescribes. Every socket, connect, select, getsockopt, ioctl, time and madvise
+// of this program's own objects goes through here; without a script each does its work.
 #ifndef SOCKET_CALLS_H
 #define SOCKET_CALLS_H
 

@@ -27,23 +27,23 @@ inline constexpr std::int32_t wrongHandleRc = 33;         // admin rc: not the h
 // order of their declaration: the body is shaped first, then the header, then the way the bytes travel.
 struct Fault {
     // Query payload, applied to the replies that the model builds.
-    std::optional<std::uint8_t> arrayFlag{};    // first payload byte; the element count follows only after 0x01
-    std::optional<std::uint8_t> blockTag{};     // tag of every element's block: 0x77 short length, else long length
-    std::optional<std::int32_t> elementRc{};    // return code of one query element; a negative one drops its items
-    std::size_t elementIndex = 0;               // the element that elementRc is for
+    std::optional<std::uint8_t> arrayFlag{};  // first payload byte; the element count follows only after 0x01
+    std::optional<std::uint8_t> blockTag{};   // tag of every element's block: 0x77 short length, else long length
+    std::optional<std::int32_t> elementRc{};  // return code of one query element; a negative one drops its items
+    std::size_t elementIndex = 0;             // the element that elementRc is for
 
     // Body. For getAttribute and invoke the payload is what follows the exception flag; for the other kinds of
     // exchange it is the whole body.
     std::optional<Bytes> payload{};
-    bool authRefused = false;                   // auth steps: word 0 = 0, auth rc = authRefusedRc, no auth data
-    std::optional<std::int32_t> word0{};        // first body word of auth and admin replies
-    std::optional<std::int32_t> replyRc{};      // second body word: auth rc, admin rc
-    std::optional<std::uint8_t> exceptionFlag{}; // body byte 8 of getAttribute and invoke replies
-    bool noBody = false;                        // data length 0
-    std::optional<std::size_t> bodySize{};      // cut (or filled with zeros) to this size; the data length agrees
+    bool authRefused = false;                     // auth steps: word 0 = 0, auth rc = authRefusedRc, no auth data
+    std::optional<std::int32_t> word0{};          // first body word of auth and admin replies
+    std::optional<std::int32_t> replyRc{};        // second body word: auth rc, admin rc
+    std::optional<std::uint8_t> exceptionFlag{};  // body byte 8 of getAttribute and invoke replies
+    bool noBody = false;                          // data length 0
+    std::optional<std::size_t> bodySize{};        // cut (or filled with zeros) to this size; the data length agrees
 
     // Header.
-    std::optional<std::string> eyecatcher{};    // exactly 4 characters
+    std::optional<std::string> eyecatcher{};  // exactly 4 characters
     std::optional<std::uint32_t> version{};
     std::optional<std::int32_t> flowType{};
     std::optional<std::uint32_t> echoWord{};    // word at offset 12; a follow-up request brings it back
@@ -51,34 +51,34 @@ struct Fault {
     std::optional<std::string> name{};          // the name; its length word agrees
     std::optional<std::uint32_t> nameLength{};  // the length word alone
     std::optional<std::uint8_t> headerFlag{};
-    std::optional<std::int32_t> dataLength{};   // the length word alone
+    std::optional<std::int32_t> dataLength{};  // the length word alone
 
     // The whole message.
     std::optional<Bytes> rawReply{};
 
     // Travel.
-    bool silent = false;                        // no reply; open until the peer closes or stop()
-    std::chrono::milliseconds delay{0};         // before the first byte
-    std::size_t writeSize = 0;                  // bytes per write, 0 for the whole reply in one
-    std::chrono::milliseconds writePause{0};    // between two writes
-    std::optional<std::size_t> closeAfter{};    // bytes sent before the close; 0 sends no reply
-    bool reset = false;                         // that close is a reset instead of an orderly end
+    bool silent = false;                      // no reply; open until the peer closes or stop()
+    std::chrono::milliseconds delay{0};       // before the first byte
+    std::size_t writeSize = 0;                // bytes per write, 0 for the whole reply in one
+    std::chrono::milliseconds writePause{0};  // between two writes
+    std::optional<std::size_t> closeAfter{};  // bytes sent before the close; 0 sends no reply
+    bool reset = false;                       // that close is a reset instead of an orderly end
 };
 
 // One request as it arrived, header and body. Bytes of an incomplete request are there as far as they came.
 struct Request {
     Exchange exchange = Exchange::unknown;
     Bytes bytes{};
-    std::uint32_t connection = 0;            // 1 for the first connection that the server accepted
+    std::uint32_t connection = 0;  // 1 for the first connection that the server accepted
 };
 
 struct Options {
-    std::uint16_t port = 0;                  // 0: any free port
+    std::uint16_t port = 0;  // 0: any free port
     std::string protocolVersion = "1_0_0_0";
     std::uint64_t seed = 1;
-    int stats = 150;                         // number of statistics in the model
-    double speed = 0;                        // model seconds per real second; 0: time stands still but for advance()
-    bool keepRequests = true;                // false: requests() stays empty
+    int stats = 150;           // number of statistics in the model
+    double speed = 0;          // model seconds per real second; 0: time stands still but for advance()
+    bool keepRequests = true;  // false: requests() stays empty
 };
 
 // Listens on 127.0.0.1 from construction on. Every member may be called from any thread.
