@@ -60,5 +60,15 @@ TEST(Content, queriesNeedTheConnectionsBuffer) {
     gtListHeadPtr = nullptr;
 }
 
+TEST(Content, textCopyOfNothingIsRefused) {
+    char text[] = "";
+    char* copy = text;
+    for (const auto copyText : {dup2ASCIIString, dup2NativeString}) {
+        EXPECT_EQ(copyText(nullptr, &copy), TEXT_COPY_REFUSED);
+        EXPECT_EQ(copyText("text", nullptr), TEXT_COPY_REFUSED);
+        EXPECT_EQ(copy, text);
+    }
+}
+
 }  // namespace
 }  // namespace unittest
