@@ -74,7 +74,7 @@ TEST_F(Opening, foldsFaultsOfTheGateway) {
         EXPECT_EQ(server.pendingFaults(each.exchange), 0U) << each.what;
         EXPECT_TRUE(server.waitForConnections(0, PATIENCE)) << each.what;
     }
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_TRUE(descriptorsComeTo(before));
 }
 
 // Of a version longer than the longest copy there is none: the connection opens, the caller's pointer is left alone.
@@ -127,7 +127,7 @@ TEST_F(Closing, succeedsWhateverTheGatewaySays) {
         Connection connection(server);
         EXPECT_EQ(closeGatewayConnection(connection.address()), 0);
     }
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_TRUE(descriptorsComeTo(before));
     Connection connection(server);
     server.stop();
     EXPECT_EQ(closeGatewayConnection(connection.address()), 0);

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <thread>
 
 namespace apitest {
 
@@ -94,6 +95,14 @@ int openDescriptors() {
     // The one that reads the directory is always among them.
     const std::filesystem::directory_iterator entries("/proc/self/fd");
     return static_cast<int>(std::distance(begin(entries), end(entries))) - 1;
+}
+
+bool descriptorsComeTo(int count) {
+    const auto limit = std::chrono::steady_clock::now() + PATIENCE;
+    while (openDescriptors() != count && std::chrono::steady_clock::now() < limit) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return openDescriptors() == count;
 }
 
 }  // namespace apitest

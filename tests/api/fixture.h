@@ -117,6 +117,10 @@ inline constexpr QueryCall QUERY_CALLS[] = {
 // Descriptors that are open in this process.
 [[nodiscard]] int openDescriptors();
 
+// Whether that comes to be so many: the Gateway is this process's too, and may still be about to accept a connection
+// that is closed already.
+[[nodiscard]] bool descriptorsComeTo(int count);
+
 }  // namespace apitest
 
 #endif

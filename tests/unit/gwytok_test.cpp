@@ -38,6 +38,14 @@ std::ptrdiff_t openDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
+// Whether that comes to be so many: the Gateway may still be about to accept a connection that is closed already.
+bool descriptorsComeTo(std::ptrdiff_t count) {
+    for (int i = 0; i < 1000 && openDescriptors() != count; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return openDescriptors() == count;
+}
+
 // Begins with an initialised library and an empty list, and deletes what is left at the end.
 class TokenList : public testing::Test {
 protected:
@@ -171,8 +179,7 @@ TEST_F(TokenList, creationWithoutMemory) {
             if (fault.taken() - fault.released() != (nth == 2 || nth == 3 ? 1 : 0)) {
                 return 6;
             }
-            gateway.waitForConnections(0, std::chrono::seconds(5));
-            return openDescriptors() != descriptors ? 7 : reached ? 1 : 0;
+            return !descriptorsComeTo(descriptors) ? 7 : reached ? 1 : 0;
         });
         EXPECT_TRUE(result == 0 || result == 1) << result;
     }
@@ -270,8 +277,7 @@ TEST_F(TokenList, closingWhileItIsUsed) {
         closeAll();
         EXPECT_EQ(allocations.taken(), allocations.released());
     }
-    EXPECT_TRUE(gateway.waitForConnections(0, std::chrono::seconds(5)));
-    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_TRUE(descriptorsComeTo(descriptors));
 }
 
 TEST_F(TokenList, dumpAndDeletionOfAllEndAtTheLimit) {
