@@ -1,0 +1,254 @@
+#!/usr/bin/env python3
+"""Runs zulstat as its users do, against simulated Gateways that behave and that do not.
+
+    commands_test.py ZULSTAT ODD_GATEWAY SLOW_RESOLVER ZULSTATS_H
+"""
+import contextlib
+import csv
+import io
+import json
+import os
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import time
+import unittest
+
+ZULSTAT, ODD, RESOLVER, HEADER = sys.argv[1:5]
+ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {'LC_ALL': 'C.UTF-8'}
+
+
+@contextlib.contextmanager
+def gateway(*arguments):
+    """Runs a Gateway; its port."""
+    with subprocess.Popen([ODD, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE) as process:
+        yield process.stdout.readline().decode().strip()
+
+
+def run(port, *arguments, text=True, **options):
+    environment = ENVIRONMENT | options.pop('environment', {})
+    return subprocess.run([ZULSTAT, '-p', str(port), *arguments], text=text, env=environment, timeout=30,
+                          **{'stdout': subprocess.PIPE, 'stderr': subprocess.PIPE, **options})
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(('127.0.0.1', 0))
+        return probe.getsockname()[1]
+
+
+def lines_of(text):
+    return text.split('\n')[:-1]
+
+
+def entries_json(output):
+    document = json.loads(output)
+    assert document['schema'] == 'zulstat/1'
+    entries = []
+    for element in document['elements']:
+        head = (element['element'], element['rc'])
+        entries += [(*head, '', '')] * (element['rc'] < 0)
+        entries += [(*head, item['id'], item.get('value', '')) for item in element['items']]
+    return entries
+
+
+def entries_csv(output):
+    rows = list(csv.reader(io.StringIO(output.decode('utf-8', 'replace'), newline='')))
+    assert rows[0] == ['time', 'target', 'element', 'rc', 'id', 'value']
+    return [(row[2], int(row[3]), row[4], row[5]) for row in rows[1:]]
+
+
+def entries_plain(output):
+    rows = [line.split('\t') for line in lines_of(output.decode('utf-8', 'replace'))]
+    return [(row[2], int(row[3]), row[0], row[1]) for row in rows]
+
+
+SAMPLE = re.compile(r'(\w+)(?:\{(.*)\})? (\S+)')
+LABEL = re.compile(r'(\w+)="((?:[^"\\\n]|\\.)*)",?')
+ESCAPES = {'\\n': '\n', '\\"': '"', '\\\\': '\\'}
+
+
+def entries_openmetrics(output):
+    lines = lines_of(output.decode())
+    assert lines[-1] == '# EOF' and lines.count('# EOF') == 1
+    entries, seen, family, families = [], set(), None, set()
+    for line in lines[:-1]:
+        if line.startswith('# TYPE '):
+            family = line.split(' ')[2]
+            assert family not in families, family
+            families.add(family)
+        elif not line.startswith('# HELP '):
+            name, labels, value = SAMPLE.fullmatch(line).groups()
+            assert name == family and (name, labels) not in seen and float(value) == float(value), line
+            seen.add((name, labels))
+            assert LABEL.sub('', labels or '') == '', line
+            label = {k: re.sub(r'\\.', lambda m: ESCAPES[m[0]], v) for k, v in LABEL.findall(labels or '')}
+            if name == 'zulstat_element_rc':
+                entries += [(label['element'], '', '')] * (float(value) < 0)
+            elif 'id' in label:
+                shown = '' if name == 'zulstat_identifier' else label.get('value', value)
+                entries.append((label['element'], label['id'], shown))
+    return entries
+
+
+class Healthy(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.port = cls.enterClassContext(gateway())
+
+    def test_formats_agree(self):
+        for query in (['stats'], ['stats', '-g', 'conn', 'host:nosuch'], ['stats', 'host.name:host.load.1m', 'nosuch'],
+                      ['ids'], ['ids', '-g', 'host'], ['groups'], ['groups', '-l']):
+            with self.subTest(query):
+                outputs = {f: run(self.port, *query, '-o', f, text=False).stdout
+                           for f in ('json', 'jsonl', 'csv', 'plain', 'openmetrics', 'table')}
+                expected = entries_json(outputs['json'])
+                self.assertGreater(len(expected), 2)
+                self.assertEqual(outputs['jsonl'].count(b'\n'), 1)
+                self.assertEqual(entries_json(outputs['jsonl']), expected)
+                self.assertEqual(entries_csv(outputs['csv']), expected)
+                self.assertEqual(entries_plain(outputs['plain']), expected)
+                self.assertCountEqual(entries_openmetrics(outputs['openmetrics']), [(e, i, v) for e, _, i, v in expected])
+                rows = lines_of(outputs['table'].decode())[1:]
+                self.assertEqual([row.split()[0] for row in rows], [i or e for e, _, i, _ in expected])
+                self.assertTrue(all(v in row for row, (_, _, _, v) in zip(rows, expected)))
+
+    @unittest.skipUnless(shutil.which('promtool'), 'promtool is not installed')
+    def test_promtool_accepts_openmetrics(self):
+        metrics = run(self.port, 'stats', '-o', 'openmetrics').stdout
+        subprocess.run(['promtool', 'check', 'metrics'], input=metrics, text=True, check=True, timeout=30)
+
+    def test_exit_codes(self):
+        port = self.port
+        for code, arguments in (
+                (0, ['stats']), (0, ['ping', '-c', '2', '-i', '0']), (0, ['explain', '-122', 'no-memory']),
+                (0, ['watch', '--help']), (0, ['-V']), (0, ['stats', '-I', '*', '-o', 'csv', '-H', 'localhost']),
+                (1, ['stats', 'nosuch']), (1, ['stats', '-I', 'nosuch*']), (1, ['explain', '77']),
+                (2, []), (2, ['stats', '-Z']), (2, ['stats', '-o', 'xml']), (2, ['-T', 'nan', 'stats']),
+                (2, ['stats', 'a', '-g', 'b']), (2, ['stats', '']), (2, ['stats', 'x' * 32766]), (2, ['-p', '0', 'ids']),
+                (2, ['watch', '1', '2', '-i', '3']), (2, ['watch', '0']), (2, ['nosuch']), (2, ['-H', '', 'ids']),
+                (3, ['stats', '-p', str(free_port())]), (3, ['stats', '-H', 'nosuch.invalid']),
+                (6, ['stats', '--trace-file', '/nosuch/file', '--trace', '1']),
+                (0, ['check', 'host.cpu.count', '-w', '1:', '-c', '1:']), (1, ['check', 'host.cpu.count', '-w', '@1:99']),
+                (2, ['check', 'host.cpu.count', '-w', '1', '-c', '~:1']), (2, ['check', 'x', '-p', str(free_port())]),
+                (3, ['check', 'nosuch']), (3, ['check', 'host.name', '-w', '1']), (3, ['check', 'x', '-w', 'y']),
+                (3, ['check'])):
+            with self.subTest(arguments):
+                result = run(port, *arguments)
+                self.assertEqual(result.returncode, code, result)
+                self.assertEqual(bool(result.stderr), code != 0 and not result.stdout.startswith('ZULSTAT'), result)
+
+        self.assertEqual(run(port, 'check', 'host.cpu.count', '-w', '10', '-c', '5:20').stdout,
+                         "ZULSTAT OK - host.cpu.count is 8 | 'host.cpu.count'=8;10;5:20\n")
+
+    def test_environment_and_flags(self):
+        environment = {'ZULSTAT_PORT': '1', 'ZULSTAT_HOST': 'nosuch.invalid', 'ZULSTAT_TIMEOUT': '9'}
+        result = run(self.port, 'groups', '-H', '127.0.0.1', '--no-header', environment=environment)
+        self.assertIn('conn', lines_of(result.stdout))
+        self.assertEqual(run(self.port, 'groups', environment={'ZULSTAT_TIMEOUT': 'x'}).returncode, 2)
+
+    def test_globs(self):
+        ids = [line.split()[0] for line in lines_of(run(
+            self.port, '-X', '*.total', 'stats', '-g', 'conn', '-I', 'conn.[l-z]*', '-X', '*', '--no-header').stdout)]
+        self.assertIn('conn.limit', ids)
+        self.assertFalse([i for i in ids if i.endswith('.total') or not re.match('conn.[l-z]', i)])
+
+    def test_codes_are_those_of_the_header(self):
+        with open(HEADER, encoding='utf-8') as header:
+            defined = {name: int(number.strip('()'))
+                       for name, number in re.findall(r'#define (STAPI_RC_\w+) (\(?-?\d+\)?)', header.read())}
+        listed = {name: int(number) for number, name in re.findall(r'^ *(-?\d+)  (\w+)$', run(1, 'explain').stdout, re.M)}
+        self.assertEqual(listed, defined)
+        by_number = run(1, 'explain', *map(str, defined.values())).stdout
+        self.assertEqual(by_number, run(1, 'explain', *defined).stdout)
+        self.assertEqual(by_number.count('What to do:'), len(defined))
+
+    def test_output_that_cannot_be_written(self):
+        with open('/dev/full', 'w', encoding='utf-8') as full:
+            result = run(self.port, 'stats', stdout=full)
+            self.assertEqual((result.returncode, result.stderr.count('\n')), (6, 1))
+        for output in ('stats -o json', '--help', 'explain'):
+            read_end, write_end = os.pipe()
+            os.close(read_end)
+            result = run(self.port, *output.split(), stdout=write_end)
+            os.close(write_end)
+            self.assertEqual((result.returncode, result.stderr), (0, ''))
+
+
+class Stalling(unittest.TestCase):
+    def check_deadline(self, port, waiting, *arguments, code=4, **options):
+        start = time.monotonic()
+        result = run(port, '-T', '1', *(arguments or ['stats', '-g', 'conn']), **options)
+        self.assertLess(time.monotonic() - start, 1.5)
+        self.assertEqual(result.returncode, code, result)
+        self.assertIn(f'within 1 s ({waiting})', result.stderr + result.stdout)
+        return result
+
+    def test_silence_in_each_phase(self):
+        for fault in ('silent', 'half'):
+            for exchange, waiting, code in (('handshake', 'opening the connection', 4),
+                                            ('open', 'opening the connection', 4),
+                                            ('query', 'connection open, waiting for group conn', 4),
+                                            ('close', 'connection open, waiting for the answer to the close request', 0)):
+                with self.subTest(fault=fault, exchange=exchange), gateway(fault, exchange) as port:
+                    self.check_deadline(port, waiting, code=code)
+
+    def test_silent_listener_and_resolver(self):
+        with socket.create_server(('127.0.0.1', 0)) as listener:
+            self.check_deadline(listener.getsockname()[1], 'opening the connection', 'ping')
+            self.check_deadline(listener.getsockname()[1], 'opening the connection', 'check', 'x', code=2)
+        self.check_deadline(1, 'resolving the host name', environment={
+            'LD_PRELOAD': RESOLVER, 'ASAN_OPTIONS': 'verify_asan_link_order=0:detect_leaks=0'})
+
+    def test_ends_at_once_and_leaves_no_worker(self):
+        for number, code in ((signal.SIGINT, 130), (signal.SIGTERM, 130), (signal.SIGKILL, -9)):
+            with self.subTest(number), gateway('silent', 'query') as port:
+                process = subprocess.Popen([ZULSTAT, '-p', port, '-T', '60', 'stats'], env=ENVIRONMENT,
+                                           stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                self.addCleanup(process.kill)
+                time.sleep(0.5)
+                with open(f'/proc/{process.pid}/task/{process.pid}/children', encoding='ascii') as children:
+                    self.assertEqual(len(children.read().split()), 1)
+                start = time.monotonic()
+                process.send_signal(number)
+                _, errors = process.communicate(timeout=10)  # the worker holds standard error open
+                self.assertLess(time.monotonic() - start, 0.5)
+                self.assertEqual((process.returncode, errors), (code, b''))
+
+    def test_troubles_of_the_gateway(self):
+        for arguments, query, message in (
+                (('close', 'open'), ['stats'], 'lost the connection'), (('close', 'query'), ['stats'], 'lost the connection'),
+                (('refuse', 'query'), ['stats', '-g', 'conn'], r'STAPI_RC_GATEWAY_REQUEST_FAILED \(-122\)'),
+                (('big',), ['stats'], r'hint: An answer over 32767 bytes .*\(-g GROUP')):
+            with self.subTest(arguments), gateway(*arguments) as port:
+                result = run(port, *query)
+                self.assertEqual((result.returncode, result.stdout), (5, ''), result)
+                self.assertRegex(result.stderr, message)
+
+
+class Hostile(unittest.TestCase):
+    def test_every_format_survives_hostile_texts(self):
+        with gateway('hostile') as port:
+            outputs = {f: run(port, 'stats', '-o', f, text=False).stdout
+                       for f in ('json', 'csv', 'plain', 'openmetrics', 'table')}
+        expected = entries_json(outputs['json'])
+        self.assertEqual(len(expected), 12)
+        self.assertEqual(expected[0], ('line\nbreak', 0, 'tab\tid', 'a,b "quoted"\r\nsecond'))
+        self.assertEqual(expected[1][3], '\ufffd' * 3 + ' not UTF-8')
+        self.assertEqual(expected[7], ('bad\x07', -7, '', ''))
+        self.assertEqual(entries_csv(outputs['csv']), expected)
+        self.assertCountEqual(entries_openmetrics(outputs['openmetrics']), [(e, i, v) for e, _, i, v in expected])
+        self.assertIn(b'\x1b[31mred\t\xff\xfe\xe2\x82 not UTF-8\t', outputs['plain'])
+        numbers = [item.get('number') for element in json.loads(outputs['json'])['elements'] for item in element['items']]
+        self.assertEqual(numbers, [None, None, None, 1, 2, None, None, None, 2**64 - 1, None, -12.5])
+        table = outputs['table'].decode()
+        self.assertEqual(table.count('\n'), 13)
+        self.assertFalse([c for c in table if c != '\n' and (ord(c) < 32 or c in '\u202e\x7f')])
+        self.assertIn('\\x1b[31mred', table)
+
+
+if __name__ == '__main__':
+    unittest.main(argv=sys.argv[:1], verbosity=1)

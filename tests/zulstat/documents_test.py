@@ -1,0 +1,109 @@
+#!/usr/bin/env python3
+"""Holds the man pages, the README and the completions against what the programs print.
+
+    documents_test.py ZULSTAT ZULSTAT_SIM SOURCE
+"""
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import unittest
+
+ZULSTAT, SIM, SOURCE = (pathlib.Path(argument).resolve() for argument in sys.argv[1:4])
+PAGE, SIM_PAGE, README, BASH, ZSH = (SOURCE / name for name in (
+    'docs/man/zulstat.1.scd', 'docs/man/zulstat-sim.1.scd', 'README.md', 'zulstat/completion/zulstat.bash',
+    'zulstat/completion/_zulstat'))
+ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {
+    'LC_ALL': 'C.UTF-8', 'PATH': f'{ZULSTAT.parent}:{os.environ["PATH"]}'}
+
+
+def output(*command, **environment):
+    return subprocess.run(command, env=ENVIRONMENT | environment, text=True, timeout=30, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, check=False).stdout
+
+
+HELP = output(ZULSTAT, '--help')
+COMMANDS = re.findall(r'^  (\w+) ', HELP.split('\nCommands:\n')[1], re.M)
+
+
+def help_options(text):
+    return {option for head in re.findall(r'^ +(-\S+)', text, re.M) for option in head.split(',')}
+
+
+def page_options(page, title):
+    section = re.search(rf'^#+ {title}\n(.*?)^#', page.read_text(), re.M | re.S)[1]
+    return {option for head in re.findall(r'^\*-.*', section, re.M) for option in re.findall(r'\*(-.*?)\*', head)}
+
+
+def bash_words(*words):
+    """What Tab offers behind the last word."""
+    script = 'source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _zulstat; printf "%s\\n" "${COMPREPLY[@]}"'
+    return set(output('bash', '-uc', script, BASH, 'zulstat', *words).split())
+
+
+def zsh_options(command):
+    """The options of a command's branch and of the arrays that it names."""
+    text = ZSH.read_text()
+    branch = re.search(rf'^    {command}\)(.*?);;', text, re.M | re.S)[1]
+    for name in re.findall(r'\$(\w+)', branch):
+        branch += re.search(rf'^{name}=\((.*?)^\)', text, re.M | re.S)[1]
+    return {option for braces, single in re.findall(r"\{(-\S+?)\}'\[|'(?:\([^)]*\))?(-[\w-]+)\[", branch)
+            for option in (braces or single).split(',')}
+
+
+def steady(text, port):
+    """Without what differs from run to run: the port, the time, durations."""
+    text = re.sub(rf'(:| ){port}\b', r'\g<1>PORT', text)
+    text = re.sub(r'[-\d]+T[\d:]+\.\d+Z|[\d./]+ ms', 'TIME', text)
+    return re.sub(r'("wall": |"monotonic": |_seconds"?:? )[\d.e-]+', r'\1TIME', text)
+
+
+class Documents(unittest.TestCase):
+    maxDiff = None
+
+    def test_options_are_those_of_the_help(self):
+        self.assertEqual(page_options(PAGE, 'OPTIONS'), help_options(HELP))
+        self.assertEqual(bash_words('-'), help_options(HELP))
+        self.assertEqual(page_options(SIM_PAGE, 'OPTIONS'), help_options(output(SIM, '--help')))
+        self.assertEqual(re.findall(r'^## ([a-z]+)$', PAGE.read_text().split('# FORMATS')[0], re.M), COMMANDS)
+        for command in COMMANDS:
+            with self.subTest(command):
+                own = help_options(output(ZULSTAT, command, '--help'))
+                everywhere = own | help_options(HELP) - {'-V', '--version'}
+                self.assertEqual(page_options(PAGE, command), own - {'-h', '--help'})
+                self.assertEqual(bash_words(command, '-'), everywhere)
+                self.assertEqual(zsh_options(command), everywhere)
+
+    def test_words_offered(self):
+        formats = re.search(r'FORMAT +(.*)', HELP)[1].replace(' or ', ', ').split(', ')
+        for words, offered in (
+                ([''], COMMANDS), (['st'], ['stats']), (['stats', ''], []), (['-o', ''], formats), (['-o', 'csv', 'w'], ['watch']),
+                (['-p', '1', 'stats', '--output', '=', 'j'], ['json', 'jsonl']),
+                (['-H', 'stats', '--trace-file', f'{PAGE}'[:-4]], [f'{PAGE}'])):
+            with self.subTest(words):
+                self.assertEqual(bash_words(*words), set(offered))
+        self.assertEqual(re.findall(r"^    '(\w+):", ZSH.read_text(), re.M), COMMANDS)
+        self.assertIn(f':format:({" ".join(formats)})', ZSH.read_text())
+        self.assertIn(f'*{"*, *".join(formats[:-1])}* or *{formats[-1]}*', PAGE.read_text())
+        if shutil.which('zsh'):
+            self.assertEqual(output('zsh', '-n', ZSH), '')
+
+    def test_examples_print_what_is_shown(self):
+        """Examples are the blocks that begin with a prompt."""
+        for page, arguments in ((PAGE, ()), (README, ()), (SIM_PAGE, ('--stats', '2000'))):
+            blocks = ''.join(re.findall(r'^```\n(\$ .*?)^```$', page.read_text(), re.M | re.S))
+            examples = re.findall(r'^\$ (.*)\n((?:(?!\$ ).*\n)*)', blocks, re.M)
+            self.assertTrue(examples)
+            with subprocess.Popen([SIM, '--port', '0', '--speed', '0', *arguments], stdout=subprocess.PIPE, text=True) as sim:
+                port = sim.stdout.readline().strip().rpartition(':')[2]
+                for command, shown in examples:
+                    with self.subTest(page=page.name, command=command):
+                        printed = output('bash', '-c', command, ZULSTAT_PORT=port)
+                        self.assertEqual(steady(printed, port), steady(shown, '7531'))
+                sim.terminate()
+
+
+if __name__ == '__main__':
+    unittest.main(argv=sys.argv[:1], verbosity=1)

@@ -1,0 +1,106 @@
+// Texts, numbers, globs and ranges of zulstat.
+#include "text.h"
+
+#include <gtest/gtest.h>
+
+#include "range.h"
+
+namespace zulstat {
+
+TEST(ZulstatText, EscapesWhatATerminalWouldObey) {
+    using namespace std::string_literals;
+    const std::pair<std::string, std::string> cases[] = {
+        {"plain gr\xc3\xbc\xc3\x9f", "plain gr\xc3\xbc\xc3\x9f"},
+        {"a\nb\tc\\\x1b[0m\x7f\0"s, "a\\nb\\tc\\\\\\x1b[0m\\x7f\\x00"},
+        {"\xc2\x9b\xe2\x80\xae", "\\u009b\\u202e"},
+        {"\xff\xc3 \xe4\xb8", "\\xff\\xc3 \\xe4\\xb8"},
+        {"\xc0\xaf\xed\xa0\x80", "\\xc0\\xaf\\xed\\xa0\\x80"},
+        {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
+    };
+    for (const auto& [bytes, expected] : cases) {
+        EXPECT_EQ(escapeForTerminal(bytes), expected);
+    }
+    EXPECT_EQ(repairUtf8("a\xff\xe2\x82z\n"), "a\xEF\xBF\xBD\xEF\xBF\xBDz\n");
+    EXPECT_EQ(columnWidth("gr\xc3\xbc\xe4\xb8\xad"), 5u);
+    EXPECT_EQ(padLeft("\xc3\xbc", 3), "  \xc3\xbc");
+}
+
+TEST(ZulstatText, TakesForNumbersWhatLosesNothing) {
+    for (const char* text : {"0", "-1", "8.04", "1e5", "-12.50", "0.0", "123456789012345e-20", "9223372036854775807",
+                             "18446744073709551615", "-9223372036854775808"}) {
+        EXPECT_TRUE(parseNumber(text)) << text;
+    }
+    for (const char* text : {"",
+                             "-",
+                             "007",
+                             "+5",
+                             "5.",
+                             ".5",
+                             " 5",
+                             "5 ",
+                             "0x10",
+                             "1_0",
+                             "nan",
+                             "inf",
+                             "-0",
+                             "1e",
+                             "1e999",
+                             "1e-400",
+                             "18446744073709551616",
+                             "-9223372036854775809",
+                             "0.1234567890123456",
+                             "12,5"}) {
+        EXPECT_FALSE(parseNumber(text)) << text;
+    }
+    const auto distance = [](const char* later, const char* earlier) {
+        return difference(*parseNumber(later), *parseNumber(earlier));
+    };
+    EXPECT_EQ(distance("18446744073709551615", "18446744073709551613"), 2);
+    EXPECT_EQ(distance("9223372036854775806", "9223372036854775807"), -1);
+    EXPECT_EQ(distance("-5", "7"), -12);
+    EXPECT_EQ(distance("5", "-7"), 12);
+    EXPECT_EQ(distance("18446744073709551615", "-1"), 18446744073709551616.0);
+    EXPECT_EQ(distance("1.5", "1"), 0.5);
+}
+
+TEST(ZulstatText, GlobsMatchWholeTexts) {
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {"conn.*", "conn.open", true},
+        {"conn.*", "xconn.open", false},
+        {"*", "", true},
+        {"a*b*c", "axxbxxbc", true},
+        {"a*b*c", "axxbxx", false},
+        {"?", "", false},
+        {"[a-c]x", "bx", true},
+        {"[!a-c]x", "bx", false},
+        {"a?z", "a\xc3\xbcz", true},
+        {"a?z", "a\xffz", true},
+        {"[abc", "[abc", true},
+        {"\\*", "*", true},
+        {"*a*a*a*a*a*b", "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", false},
+    };
+    for (const auto& [glob, text, expected] : cases) {
+        EXPECT_EQ(globMatches(glob, text), expected) << glob << " " << text;
+    }
+    const std::vector<GlobRule> rules = {{true, "a.b"}, {false, "a.*"}, {true, "a.c"}};
+    EXPECT_TRUE(keeps(rules, "a.b"));
+    EXPECT_FALSE(keeps(rules, "a.c"));
+    EXPECT_FALSE(keeps(rules, "z"));
+    EXPECT_TRUE(keeps({{false, "a.*"}}, "z"));
+}
+
+TEST(ZulstatRange, AlertsAsPluginsDo) {
+    const std::tuple<const char*, double, bool> cases[] = {
+        {"10", 10, false},    {"10", -1, true},     {"10", 10.1, true}, {"10:", 9, true},
+        {"10:", 11, false},   {"~:10", -99, false}, {"~:10", 11, true}, {"10:20", 21, true},
+        {"@10:20", 20, true}, {"@10:20", 9, false}, {":5", 6, true},
+    };
+    for (const auto& [text, value, expected] : cases) {
+        EXPECT_EQ(parseRange(text)->alerts(value), expected) << text << " " << value;
+    }
+    for (const char* text : {"", ":", "@", "20:10", "x", "1:2:3", "1:x", "nan", "inf", "1~"}) {
+        EXPECT_FALSE(parseRange(text)) << text;
+    }
+}
+
+}  // namespace zulstat

@@ -1,0 +1,150 @@
+#!/usr/bin/env python3
+"""Runs zulstat's watch, top and demo as their users do: in pipes and terminals, with Gateways that restart.
+
+    watch_test.py ZULSTAT ZULSTAT_SIM ODD_GATEWAY
+"""
+import contextlib
+import csv
+import json
+import os
+import pty
+import re
+import select
+import signal
+import subprocess
+import sys
+import tempfile
+import termios
+import time
+import unittest
+
+ZULSTAT, SIM, ODD = sys.argv[1:4]
+ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {
+    'LC_ALL': 'C.UTF-8', 'TERM': 'xterm', 'PATH': os.path.dirname(SIM) + ':' + os.environ['PATH']}
+ID, COUNTER = 'conn.open.now', 'conn.accepted.total'
+
+
+def run(port, *arguments):
+    return subprocess.run([ZULSTAT, '-p', str(port), *arguments], capture_output=True, text=True, env=ENVIRONMENT, timeout=30)
+
+
+@contextlib.contextmanager
+def started(*arguments, **options):
+    pipes = {'stdin': subprocess.PIPE, 'stdout': subprocess.PIPE, 'stderr': subprocess.PIPE}
+    with subprocess.Popen(arguments, text=True, **{'env': ENVIRONMENT, **pipes, **options}) as process:
+        try:
+            yield process
+        finally:
+            process.kill()
+
+
+@contextlib.contextmanager
+def simulator(port=0):
+    with started(SIM, '--port', str(port), '--speed', '100') as process:
+        yield process.stdout.readline().strip().split(':')[1]
+        process.terminate()
+        process.wait(10)
+
+
+class Watch(unittest.TestCase):
+    def test_rows_and_rates(self):
+        with simulator() as port:
+            start = time.monotonic()
+            result = run(port, 'watch', '0.2', '6', ID, COUNTER, 'host.name', '-r', '*', '--header-every', '6')
+            self.assertTrue(0.9 < time.monotonic() - start < 2, 'six samples have five intervals')
+            falling = run(port, 'watch', '0.05', '40', ID, '-r', ID, '--no-header').stdout
+            partly = run(port, 'watch', '0.05', '2', ID, 'nosuch', '-d', ID)
+        self.assertEqual((result.returncode, result.stderr), (0, ''))
+        rows = [line.split() for line in result.stdout.splitlines()]
+        self.assertEqual([i for i, row in enumerate(rows) if row[0] == 'TIME'], [0, 7, 14])
+        self.assertRegex(rows[1][0], r'^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$')
+        first, *rates = [row[2] for row in rows if row[1] == COUNTER]
+        self.assertTrue(first == '-' and min(float(rate.removesuffix('/s')) for rate in rates) > 0, rates)
+        self.assertEqual({row[2] for row in rows if row[1] == 'host.name'}, {'zulhost'})
+        # A value that falls on the same connection has no rate, and never a negative one.
+        self.assertRegex(falling, r'^\S+  \S+ +-\n(\S+  \S+ +(R|\d[0-9.e+-]*/s)\n){39}$')
+        self.assertIn(' R\n', falling)
+        self.assertEqual((partly.returncode, partly.stdout.count('nosuch'), partly.stderr.count('nosuch')), (1, 2, 1))
+        self.assertRegex(partly.stdout.splitlines()[3], r' ([+-]\d+|0)$')
+
+    def test_formats(self):
+        with simulator() as port:
+            jsonl, table, plain, metrics = (run(port, 'watch', '0.05', '3', ID, 'nosuch', '-q', '-o', f).stdout
+                                            for f in ('jsonl', 'csv', 'plain', 'openmetrics'))
+        documents = [json.loads(line) for line in jsonl.splitlines()]
+        self.assertEqual([(d['fresh_connection'], d['elements'][1]['rc']) for d in documents],
+                         [(True, -1), (False, -1), (False, -1)])
+        self.assertEqual([row[2] for row in csv.reader(table.splitlines())], ['element'] + [ID, 'nosuch'] * 3)
+        self.assertEqual([line.split('\t')[3] for line in plain.splitlines()], [ID, 'nosuch'] * 3)
+        self.assertEqual(metrics.count('# EOF\n'), 3)
+
+    def test_gateway_restarts(self):
+        # In each format, what the output has once after the first samples.
+        for form, *once in (('table', ' -- no connection --\n', ' -\n'), ('csv', ',,-102,,\n'), ('jsonl', 'connection":true')):
+            arguments = [ZULSTAT, 'watch', '0.2', COUNTER, '-o', form, *['-r*'] * (form == 'table'), '-p']
+            with self.subTest(form), contextlib.ExitStack() as stack:
+                with simulator() as port:
+                    watch = stack.enter_context(started(*arguments, port))
+                    quitter = stack.enter_context(started(*arguments, port, '--no-reconnect'))
+                    for _ in range(4):  # flushed per sample
+                        self.assertTrue(watch.stdout.readline() and quitter.stdout.readline())
+                self.assertEqual(quitter.wait(2), 5)
+                self.assertRegex(watch.stderr.readline(), r'^zulstat: lost the connection .*; trying again$')
+                time.sleep(0.7)  # for attempts that fail, without a word
+                with simulator(port):
+                    self.assertIn('again after', watch.stderr.readline())
+                    time.sleep(0.5)
+                    watch.send_signal(signal.SIGINT)
+                    output, errors = watch.communicate(timeout=5)
+                self.assertEqual((watch.returncode, errors), (0, ''))
+                self.assertEqual([output.count(text) for text in once], [1] * len(once), output)
+                self.assertNotIn(' R\n', output)
+
+    def test_demo_in_a_pipe(self):
+        for end, code in ((signal.SIGTERM, 0), (signal.SIGKILL, -9), (None, 0)):
+            with tempfile.TemporaryDirectory() as directory, started(
+                    ZULSTAT, 'demo', '-o', 'jsonl', env=ENVIRONMENT | {'TMPDIR': directory}) as process:
+                port = json.loads(process.stdout.readline())['target']['port']
+                _ = process.send_signal(end) if end else process.stdout.close()
+                self.assertEqual((process.wait(5), os.listdir(directory)), (code, []))
+                deadline = time.monotonic() + 3
+                while run(port, 'ids').returncode != 3:
+                    self.assertLess(time.monotonic(), deadline, 'the simulator goes on')
+
+
+class FullScreen(unittest.TestCase):
+    def dialogue(self, port, *arguments, end, talk, **environment):
+        """Types keys and waits for texts to appear; the process has to end with 0 and the terminal as it was."""
+        master, slave = pty.openpty()
+        self.addCleanup(lambda: (os.close(master), os.close(slave)))
+        termios.tcsetwinsize(slave, (20, 90))
+        modes = termios.tcgetattr(slave)
+        with started(ZULSTAT, '-p', port, *arguments, env=ENVIRONMENT | environment, stdin=slave, stdout=slave) as process:
+            for keys, text in talk:
+                os.write(master, keys) if isinstance(keys, bytes) else keys()
+                shown, deadline = b'', time.monotonic() + 5
+                while text.encode() not in shown:
+                    self.assertLess(time.monotonic(), deadline, (text, shown))
+                    shown += os.read(master, 65536) if select.select([master], [], [], 0.1)[0] else b''
+            os.write(master, end) if isinstance(end, bytes) else process.send_signal(end)
+            self.assertEqual((process.wait(2), termios.tcgetattr(slave)), (0, modes))
+
+    def test_top_and_watch(self):
+        with contextlib.ExitStack() as stack:
+            port = stack.enter_context(simulator())
+            self.dialogue(port, 'top', ID, talk=[(b'', ID)], end=signal.SIGTERM, LC_ALL='C')
+            self.dialogue(port, 'watch', '0.2', ID, talk=[(b'', '\x1b[K'), (b'', ID)], end=signal.SIGINT)
+            self.dialogue(port, 'top', '-i', '0.2', end=b'q', talk=[
+                (b'', ID), (b'', '\u2588'), (b'/worker.q', 'worker.queue.now'), (b'\r\x1b', 'conn.backlog.now'),
+                (b'h', 'leaves it'), (b'x', 'conn.idle.now'), (b'p', 'paused'), (b'p', 'connected'),
+                (stack.close, 'next attempt')])
+        self.assertEqual([run(port, *words).returncode for words in (['top'], ['watch'], ['watch', '-j', '-r*'])], [2, 3, 2])
+
+    def test_keys_work_while_the_gateway_is_silent(self):
+        with started(ODD, 'silent', 'query') as gateway:
+            self.dialogue(gateway.stdout.readline().strip(), 'top', talk=[(b'', 'waiting for all statistics')], end=b'q')
+
+
+if __name__ == '__main__':
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # a job in the background inherits that it is ignored
+    unittest.main(argv=sys.argv[:1], verbosity=1)

@@ -1,0 +1,153 @@
+#include "commands.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <optional>
+#include <string>
+
+#include "codes.h"
+#include "collect.h"
+#include "format.h"
+#include "interrupt.h"
+#include "options.h"
+#include "output.h"
+#include "report.h"
+#include "text.h"
+
+namespace zulstat {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// One deadline for a whole command.
+class TimeLeft {
+public:
+    explicit TimeLeft(const Options& options) : end(Clock::now() + options.timeoutMs()) {
+    }
+    std::chrono::milliseconds operator()() const {
+        return std::max(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()), std::chrono::milliseconds(0));
+    }
+
+private:
+    Clock::time_point end;
+};
+
+// What was asked for is there: a Gateway that does not answer the close request is worth a note only.
+int closeQuietly(Collector& collector, std::chrono::milliseconds timeLeft, const Options& options) {
+    const std::optional<Failure> failure = collector.close(timeLeft);
+    if (failure && failure->kind != FailureKind::interrupted) {
+        note(options, "closing: " + describeFailure(*failure, options));
+    }
+    return failure && failure->kind == FailureKind::interrupted ? exitInterrupted : exitOk;
+}
+
+std::string sizeText(const Sample& sample) {
+    return fmt::format("{} of {} bytes ({} %)", sample.contentSize, resultSetLimit,
+                       sample.contentSize * 100 / resultSetLimit);
+}
+
+// Turns the answer to a query for groups into one with the number of statistics of each. Asks for one group at a time,
+// so that no answer grows too large.
+std::optional<Failure> countStatistics(Collector& collector, Sample& groups, const TimeLeft& timeLeft) {
+    for (Element& element : groups.elements) {
+        for (Item& group : element.items) {
+            Outcome outcome = collector.collect({What::idsByGroup, {group.id}}, timeLeft());
+            if (outcome.failure) {
+                return outcome.failure;
+            }
+            group.value = std::to_string(itemCount(outcome.sample));
+        }
+    }
+    groups.hasValues = true;
+    return std::nullopt;
+}
+
+double milliseconds(double seconds) {
+    return seconds * 1000;
+}
+
+}  // namespace
+
+int runQuery(const Options& options) {
+    const TimeLeft timeLeft(options);
+    const Query query = options.query();
+    Collector collector(options.collector());
+    Outcome outcome = collector.collect(query, timeLeft());
+    if (!outcome.failure) {
+        filter(outcome.sample, options.globs);
+        outcome.failure = options.counts ? countStatistics(collector, outcome.sample, timeLeft) : std::nullopt;
+    }
+    if (outcome.failure) {
+        return reportFailure(*outcome.failure, query, options);
+    }
+    const Sample& sample = outcome.sample;
+    print(formatSample(options.format.value_or(Format::table), sample, options.header));
+    detail(options, fmt::format("protocol {}, opened in {:.1f} ms, answered in {:.1f} ms, {}",
+                                escapeForTerminal(sample.protocol), milliseconds(sample.openSeconds),
+                                milliseconds(sample.querySeconds), sizeText(sample)));
+    const int closed = closeQuietly(collector, timeLeft(), options);
+    const int reported = reportSample(sample, options);
+    return closed != exitOk ? closed : reported;
+}
+
+int runPing(const Options& options) {
+    constexpr long defaultCount = 4;
+    const long count = options.count.value_or(defaultCount);
+    const Query query{What::stats, {}};
+    Collector collector(options.collector());
+    double least = std::numeric_limits<double>::infinity();
+    double most = 0;
+    double sum = 0;
+    for (long done = 0; done < count; ++done) {
+        if (done > 0 && !sleepUnlessInterrupted(options.intervalMs())) {
+            return exitInterrupted;
+        }
+        const Outcome outcome = collector.collect(query, options.timeoutMs());
+        if (outcome.failure) {
+            return reportFailure(*outcome.failure, query, options);
+        }
+        const Sample& sample = outcome.sample;
+        if (sample.freshConnection) {
+            print(fmt::format("{}: open in {:.1f} ms, protocol {}\n", escapeForTerminal(targetText(options.target)),
+                              milliseconds(sample.openSeconds), escapeForTerminal(sample.protocol)));
+        }
+        const double time = milliseconds(sample.querySeconds);
+        print(
+            fmt::format("query {}: {:.1f} ms, {} entries, {}\n", done + 1, time, itemCount(sample), sizeText(sample)));
+        least = std::min(least, time);
+        most = std::max(most, time);
+        sum += time;
+    }
+    print(fmt::format("{} queries, min/avg/max {:.1f}/{:.1f}/{:.1f} ms\n", count, least,
+                      sum / static_cast<double>(count), most));
+    return closeQuietly(collector, options.timeoutMs(), options);
+}
+
+int runExplain(const Options& options) {
+    if (options.codes.empty()) {
+        for (const Code& code : allCodes()) {
+            print(fmt::format("{:>5}  {}\n       {}\n", code.number, code.name, code.meaning));
+        }
+        return exitOk;
+    }
+    int exitCode = exitOk;
+    for (const std::string& text : options.codes) {
+        if (const Code* code = findCode(text)) {
+            print(fmt::format("{} ({})\n  What happened: {}.\n  What to do:    {}\n", code->name, code->number,
+                              code->meaning, code->advice));
+        } else {
+            complain(
+                fmt::format("'{}' is no code of the library. The codes of query elements are the Gateway's own; "
+                            "'zulstat explain' lists the library's",
+                            escapeForTerminal(text)));
+            exitCode = exitPartly;
+        }
+    }
+    return exitCode;
+}
+
+}  // namespace zulstat

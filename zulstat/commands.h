@@ -1,0 +1,13 @@
+// The commands that end after one query or a few. Each returns the exit code and throws what print() throws.
+#pragma once
+
+namespace zulstat {
+
+struct Options;
+
+int runQuery(const Options& options);  // stats, ids, groups
+int runPing(const Options& options);
+int runExplain(const Options& options);
+int runCheck(const Options& options);
+
+}  // namespace zulstat

@@ -1,0 +1,38 @@
+// A sample as text, in the formats of -o.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "sample.h"
+
+namespace zulstat {
+
+// table        for people; odd bytes escaped
+// plain        one line per entry, columns separated by tabs: id, value, element, rc; bytes as they came
+// json         one document, indented
+//              {"schema": "zulstat/1", "target": {"host", "port"}, "protocol", "query": {"what", "ids": [...]},
+//               "time": ISO 8601, "wall", "monotonic", "open_seconds", "query_seconds": seconds, "fresh_connection",
+//               "size": bytes, "elements": [{"element", "rc", "items": [{"id", "value", "number"}...]}...]}
+//              where "value" is the Gateway's text, absent in lists of identifiers, and "number" is there only for a
+//              value that parseNumber takes
+// jsonl        the same document in one line
+// csv          RFC 4180, columns time,target,element,rc,id,value
+// openmetrics  metric families and "# EOF"
+enum class Format { table, plain, json, jsonl, csv, openmetrics };
+
+std::optional<Format> formatByName(std::string_view name);
+
+// Ends with a line end unless it is empty. `header` false leaves out the header row of table and csv, which a series
+// of samples has once.
+std::string formatSample(Format format, const Sample& sample, bool header = true);
+
+// 2026-11-21T12:34:01.123Z
+std::string isoTime(double wallTime);
+// host:port, [host]:port for an IPv6 address
+std::string targetText(const Target& target);
+// "stats", "stats-by-id", ...: the query's name in json and in messages.
+std::string_view whatName(What what);
+
+}  // namespace zulstat

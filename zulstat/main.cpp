@@ -1,0 +1,88 @@
+// zulstat: shows the statistics of a Gateway.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <exception>
+#include <string_view>
+
+#include "commands.h"
+#include "demo.h"
+#include "interrupt.h"
+#include "options.h"
+#include "output.h"
+#include "report.h"
+#include "text.h"
+#include "top.h"
+#include "watch.h"
+#include "worker.h"
+
+namespace {
+
+using namespace zulstat;
+
+// A descriptor that was closed before the start would be taken by the next socket, and that written to. A write to
+// standard output, opened for reading, still fails as on a closed one.
+void fillStandardDescriptors() {
+    for (int descriptor = 0; descriptor <= STDERR_FILENO; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) < 0) {
+            open("/dev/null", descriptor == STDERR_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
+}
+
+int run(const Options& options) {
+    switch (options.command) {
+    case Command::stats:
+    case Command::ids:
+    case Command::groups:
+        return runQuery(options);
+    case Command::watch:
+        return runWatch(options);
+    case Command::top:
+        return runTop(options);
+    case Command::ping:
+        return runPing(options);
+    case Command::explain:
+        return runExplain(options);
+    case Command::check:
+        return runCheck(options);
+    case Command::demo:
+        return runDemo(options);
+    }
+    return exitInternal;
+}
+
+int parseAndRun(int argc, char** argv) {
+    try {
+        return run(parseOptions(argc, argv));
+    } catch (const TextWanted& wanted) {
+        print(wanted.text);
+        return exitOk;
+    } catch (const UsageError& error) {
+        complain(escapeForTerminal(error.text));
+        complain("try 'zulstat --help' or 'zulstat COMMAND --help'");
+        return error.exitCode;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 1 && argv[1] == workerArgument) {
+        return runWorker(argc, argv);
+    }
+    fillStandardDescriptors();
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        catchInterrupts();
+        return parseAndRun(argc, argv);
+    } catch (const OutputClosed&) {
+        return exitOk;
+    } catch (const Interrupted&) {
+        return exitInterrupted;
+    } catch (const std::exception& error) {
+        complain(error.what());
+        return exitInternal;
+    }
+}

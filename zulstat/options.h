@@ -1,0 +1,69 @@
+// The command line and the environment.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "collect.h"
+#include "format.h"
+#include "range.h"
+#include "sample.h"
+#include "text.h"
+
+namespace zulstat {
+
+enum class Command { stats, ids, groups, watch, top, ping, explain, check, demo };
+
+struct Options {
+    Command command = Command::stats;
+
+    Target target;
+    double timeout = 5;            // seconds
+    std::optional<Format> format;  // of -o or -j; each command has a default
+    std::vector<GlobRule> globs;   // -I and -X
+    bool header = true;
+    bool color = true;  // false for --no-color, NO_COLOR, TERM=dumb and where standard output is not a terminal
+    bool quiet = false;
+    bool verbose = false;
+    int traceLevel = 0;
+    std::string traceFile;
+
+    std::vector<std::string> ids;     // stats, watch, top; one for check
+    std::vector<std::string> groups;  // -g of stats, ids, watch, top; never together with ids
+
+    bool counts = false;  // groups -l
+
+    // watch and top (interval, and whether to reconnect); ping (interval and count).
+    double interval = 1;              // seconds, at least 0.05
+    std::optional<long> count;        // without it watch goes on until it is interrupted
+    std::vector<std::string> rates;   // -r: globs of identifiers shown per second
+    std::vector<std::string> deltas;  // -d: globs of identifiers shown as differences
+    long headerEvery = 20;            // 0: only once
+    bool reconnect = true;
+
+    std::vector<std::string> codes;  // explain
+    std::optional<Range> warning;    // check
+    std::optional<Range> critical;
+
+    std::chrono::milliseconds timeoutMs() const;
+    std::chrono::milliseconds intervalMs() const;
+    CollectorOptions collector() const;  // with the interrupt descriptor
+    // What stats, ids, watch, top and check ask for: everything, the ids or the groups.
+    Query query() const;
+};
+
+// Thrown for a bad command line; main() prints it and ends with exitUsage, or the plugin's "unknown" for check.
+struct UsageError {
+    std::string text;
+    int exitCode;
+};
+// Thrown for -h and -V.
+struct TextWanted {
+    std::string text;
+};
+
+Options parseOptions(int argc, const char* const* argv);
+
+}  // namespace zulstat

@@ -1,0 +1,150 @@
+#include "report.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "codes.h"
+#include "options.h"
+#include "text.h"
+#include "zulstats.h"
+
+namespace zulstat {
+
+namespace {
+
+// The meaning of a code, the reason for it where there is one, the code.
+std::string meaningOf(int rc, const std::string& reason = {}) {
+    const Code* code = findCode(rc);
+    return code == nullptr
+               ? codeText(rc)
+               : fmt::format("{}{}, {}", code->meaning, reason.empty() ? "" : " (" + reason + ")", codeText(rc));
+}
+
+bool asksForEverything(const Query& query) {
+    return query.what == What::stats || query.what == What::ids || query.what == What::groups;
+}
+
+}  // namespace
+
+int exitCodeFor(const Failure& failure) {
+    switch (failure.kind) {
+    case FailureKind::deadline:
+        return exitDeadline;
+    case FailureKind::cannotConnect:
+        return exitCannotConnect;
+    case FailureKind::lost:
+    case FailureKind::refused:
+        return exitLost;
+    case FailureKind::interrupted:
+        return exitInterrupted;
+    case FailureKind::libraryCode:
+    case FailureKind::internal:
+        break;
+    }
+    return exitInternal;
+}
+
+std::string describeFailure(const Failure& failure, const Options& options) {
+    const std::string target = escapeForTerminal(targetText(options.target));
+    const std::string text = escapeForTerminal(failure.text);
+    switch (failure.kind) {
+    case FailureKind::deadline:
+        return fmt::format("no answer from {} within {} s ({})", target, options.timeout, text);
+    case FailureKind::cannotConnect:
+        return fmt::format("cannot connect to {}: {}", target, meaningOf(failure.rc, text));
+    case FailureKind::lost:
+        return fmt::format("lost the connection to {} {}: {}", target,
+                           failure.phase == Phase::opening ? "while opening it" : "during a query",
+                           codeText(failure.rc));
+    case FailureKind::refused:
+        return fmt::format("no usable answer from {} {}: {}", target,
+                           failure.phase == Phase::opening ? "while opening the connection" : "to the query",
+                           meaningOf(failure.rc));
+    case FailureKind::libraryCode:
+        return meaningOf(failure.rc);
+    case FailureKind::interrupted:
+        return fmt::format("interrupted ({})", text);
+    case FailureKind::internal:
+        break;
+    }
+    return fmt::format("internal error: {}", text);
+}
+
+std::string hintFor(const Failure& failure, const Query& query) {
+    if (failure.kind == FailureKind::deadline) {
+        return failure.phase == Phase::opening
+                   ? "Is it a Gateway that listens there, and does a firewall let the connection through?"
+               : failure.phase == Phase::resolving ? "Is the name server reachable? An address (-H) does without it."
+                                                   : "The Gateway may be busy: try a longer time (-T).";
+    }
+    if (failure.phase == Phase::opening &&
+        (failure.kind == FailureKind::lost || failure.kind == FailureKind::refused)) {
+        return "Is it a Gateway that listens there? Its log may say why it ended the conversation.";
+    }
+    if (failure.rc == STAPI_RC_GATEWAY_REQUEST_FAILED && asksForEverything(query)) {
+        return fmt::format(
+            "An answer over {} bytes fails like this: ask by group (-g GROUP; 'zulstat groups' lists them).",
+            resultSetLimit);
+    }
+    const Code* code = findCode(failure.rc);
+    return code == nullptr || failure.rc == 0 ? "" : std::string(code->advice);
+}
+
+void complain(std::string_view text) {
+    const std::string line = fmt::format("zulstat: {}\n", text);
+    std::string_view rest = line;
+    while (!rest.empty()) {
+        const ssize_t size = write(STDERR_FILENO, rest.data(), rest.size());
+        if (size < 0 && errno != EINTR) {
+            return;  // nobody reads it
+        }
+        rest.remove_prefix(size > 0 ? static_cast<std::size_t>(size) : 0);
+    }
+}
+
+void note(const Options& options, std::string_view text) {
+    if (!options.quiet) {
+        complain(text);
+    }
+}
+
+void detail(const Options& options, std::string_view text) {
+    if (options.verbose) {
+        complain(text);
+    }
+}
+
+int reportFailure(const Failure& failure, const Query& query, const Options& options) {
+    if (failure.kind != FailureKind::interrupted) {
+        complain(describeFailure(failure, options));
+        if (const std::string hint = hintFor(failure, query); !hint.empty()) {
+            note(options, "hint: " + hint);
+        }
+    }
+    return exitCodeFor(failure);
+}
+
+int reportSample(const Sample& sample, const Options& options) {
+    const std::size_t failed = failedElements(sample);
+    if (failed > 0) {
+        std::string names;
+        for (const Element& element : sample.elements) {
+            if (element.rc < 0) {
+                names +=
+                    fmt::format("{}{} (rc {})", names.empty() ? "" : ", ", escapeForTerminal(element.text), element.rc);
+            }
+        }
+        note(options, fmt::format("{} of {} query elements failed: {}", failed, sample.elements.size(), names));
+        note(options, "hint: 'zulstat ids' and 'zulstat groups' list what the Gateway knows.");
+        return exitPartly;
+    }
+    if (itemCount(sample) == 0) {
+        note(options, options.globs.empty() ? "the Gateway's answer is empty" : "nothing matches -I and -X");
+        return exitPartly;
+    }
+    return exitOk;
+}
+
+}  // namespace zulstat

@@ -1,0 +1,42 @@
+// Messages on standard error, and exit codes.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "collect.h"
+
+namespace zulstat {
+
+struct Options;
+
+enum ExitCode {
+    exitOk = 0,
+    exitPartly = 1,  // some query elements failed, or nothing matched
+    exitUsage = 2,
+    exitCannotConnect = 3,
+    exitDeadline = 4,
+    exitLost = 5,  // the connection, or the request, by the Gateway
+    exitInternal = 6,
+    exitInterrupted = 130,
+};
+
+int exitCodeFor(const Failure& failure);
+
+// One line without "zulstat: " and line end, and what to do about it (empty where nothing helps). Neither has odd
+// bytes.
+std::string describeFailure(const Failure& failure, const Options& options);
+std::string hintFor(const Failure& failure, const Query& query);
+
+// "zulstat: TEXT\n" on standard error; note() not with -q, detail() only with -v.
+void complain(std::string_view text);
+void note(const Options& options, std::string_view text);
+void detail(const Options& options, std::string_view text);
+
+// complain() with the failure and its hint; returns its exit code. An interruption is no message.
+int reportFailure(const Failure& failure, const Query& query, const Options& options);
+
+// The summary of failed elements and of nothing matched, and the exit code: exitOk or exitPartly.
+int reportSample(const Sample& sample, const Options& options);
+
+}  // namespace zulstat

@@ -1,0 +1,125 @@
+#include "screen.h"
+
+#include <langinfo.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <map>
+#include <string>
+
+#include "options.h"
+#include "report.h"
+#include "terminal.h"
+
+#define NCURSES_NOMACROS
+#include <curses.h>
+
+namespace zulstat {
+
+namespace {
+
+constexpr short redPair = 1;
+
+SCREEN* terminal = nullptr;
+
+// Signals that would end the program with the terminal as it is become one that ends it in order.
+void endInOrder(int) {
+    raise(SIGTERM);
+}
+
+void catchOtherSignals() {
+    for (const int number : {SIGHUP, SIGQUIT}) {
+        if (std::signal(number, endInOrder) == SIG_IGN) {
+            std::signal(number, SIG_IGN);
+        }
+    }
+}
+
+}  // namespace
+
+Screen::Screen(bool useColor) {
+    if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
+        throw UsageError{"top needs a terminal; 'zulstat watch' works without", exitUsage};
+    }
+    std::setlocale(LC_ALL, "");
+    std::setlocale(LC_NUMERIC, "C");
+    unicode = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
+    terminal = canRedraw() ? newterm(nullptr, stdout, stdin) : nullptr;
+    if (terminal == nullptr) {
+        throw UsageError{"top cannot use this terminal (TERM); 'zulstat watch' does not need it", exitUsage};
+    }
+    color = useColor && has_colors();
+    if (color) {
+        start_color();
+        use_default_colors();
+        init_pair(redPair, COLOR_RED, -1);
+    }
+    catchOtherSignals();
+    cbreak();
+    noecho();
+    keypad(stdscr, TRUE);
+    nodelay(stdscr, TRUE);
+    set_escdelay(25);
+    curs_set(0);
+}
+
+Screen::~Screen() {
+    endwin();
+    delscreen(terminal);
+    terminal = nullptr;
+}
+
+int Screen::rows() const {
+    return getmaxy(stdscr);
+}
+
+int Screen::columns() const {
+    return getmaxx(stdscr);
+}
+
+void Screen::clear() {
+    ::werase(stdscr);
+}
+
+void Screen::put(int row, int column, std::string_view text, Style style) {
+    if (row < 0 || row >= rows() || column >= columns()) {
+        return;
+    }
+    std::string cut = cutToWidth(text, static_cast<std::size_t>(columns() - column));
+    if (!unicode) {
+        std::replace_if(
+            cut.begin(), cut.end(), [](unsigned char c) { return c >= 0x80; }, '?');
+    }
+    const attr_t red = color ? static_cast<attr_t>(COLOR_PAIR(redPair)) : A_BOLD;
+    const attr_t attributes = style == Style::bold     ? A_BOLD
+                              : style == Style::dim    ? A_DIM
+                              : style == Style::header ? A_REVERSE
+                              : style == Style::bad    ? red
+                                                       : A_NORMAL;
+    wattron(stdscr, static_cast<int>(attributes));
+    mvwaddstr(stdscr, row, column, cut.c_str());
+    wattroff(stdscr, static_cast<int>(attributes));
+}
+
+void Screen::update() {
+    wrefresh(stdscr);
+}
+
+std::optional<int> Screen::key() {
+    static const std::map<int, int> keys = {
+        {KEY_UP, keyUp},     {KEY_DOWN, keyDown},  {KEY_PPAGE, keyPageUp},        {KEY_NPAGE, keyPageDown},
+        {KEY_HOME, keyHome}, {KEY_END, keyEnd},    {KEY_RESIZE, keyResize},       {KEY_ENTER, keyEnter},
+        {'\n', keyEnter},    {'\b', keyBackspace}, {KEY_BACKSPACE, keyBackspace},
+    };
+    const int code = wgetch(stdscr);
+    if (code == ERR) {
+        return std::nullopt;
+    }
+    const auto place = keys.find(code);
+    return place != keys.end() ? place->second : code < 0x80 ? code : keyOther;
+}
+
+}  // namespace zulstat

@@ -1,0 +1,46 @@
+// The terminal as a full screen with keys.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace zulstat {
+
+enum class Style : std::uint8_t { normal, bold, dim, header, bad };
+
+// Keys that are no ASCII characters.
+enum Key : int { keyUp = 0x100, keyDown, keyPageUp, keyPageDown, keyHome, keyEnd, keyResize, keyOther };
+inline constexpr int keyEnter = '\r';
+inline constexpr int keyEscape = 0x1B;
+inline constexpr int keyBackspace = 0x7F;
+
+// One at a time. The destructor restores the terminal.
+class Screen {
+public:
+    // Throws UsageError where standard input and output are no terminal that can do this.
+    explicit Screen(bool color);
+    ~Screen();
+    Screen(const Screen&) = delete;
+    Screen& operator=(const Screen&) = delete;
+
+    int rows() const;
+    int columns() const;
+    bool utf8() const {
+        return unicode;
+    }
+
+    void clear();
+    // Cut at the right edge. The text has no control characters.
+    void put(int row, int column, std::string_view text, Style style = Style::normal);
+    void update();
+
+    // The next key, an ASCII character or a Key, if one was pressed. Poll standard input for more.
+    std::optional<int> key();
+
+private:
+    bool unicode = false;
+    bool color = false;
+};
+
+}  // namespace zulstat

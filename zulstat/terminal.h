@@ -1,0 +1,25 @@
+// The terminal behind standard output.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace zulstat {
+
+struct TerminalSize {
+    std::size_t rows = 24;
+    std::size_t columns = 80;
+};
+TerminalSize terminalSize();
+
+// Whether standard output is a terminal that understands cursor movement.
+bool canRedraw();
+
+// The longest beginning of a text without control characters that fits into this many terminal columns.
+std::string cutToWidth(std::string_view text, std::size_t columns);
+
+// 13:05:01, in the user's time zone.
+std::string clockTime(double wallTime);
+
+}  // namespace zulstat

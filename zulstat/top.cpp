@@ -1,0 +1,343 @@
+#include "top.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "format.h"
+#include "interrupt.h"
+#include "options.h"
+#include "reconnect.h"
+#include "report.h"
+#include "screen.h"
+#include "terminal.h"
+#include "text.h"
+#include "top_rows.h"
+
+namespace zulstat {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::array<double, 10> intervals = {0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 30, 60};
+constexpr int firstRow = 3;  // below title, state and column titles
+constexpr std::size_t sparkWidth = 20;
+constexpr std::size_t rateWidth = 12;
+
+constexpr std::array<const char*, 13> helpLines = {
+    "q          leave",
+    "s          sort by the next column: id, value, rate",
+    "r          reverse the order",
+    "/          filter by a part of the identifier or a glob; Esc clears it",
+    "p, space   pause and go on",
+    "+ -        longer and shorter interval",
+    "arrows, PgUp, PgDn, Home, End   scroll",
+    "h, ?       this help; any key leaves it",
+    "",
+    "RATE is the change per second since the former sample (with -d its difference):",
+    "R a counter that fell, - no former sample on this connection, empty where a value",
+    "goes up and down. HISTORY shows the last 20 values from their least to their largest;",
+    "a space is a gap.",
+};
+
+class Top {
+public:
+    explicit Top(const Options& given)
+        : options(given),
+          query(given.query()),
+          interval(given.interval),
+          rows(given),
+          collector(given.collector()),
+          cadence(Clock::now(), given.intervalMs()),
+          backoff(given.intervalMs()),
+          screen(std::make_unique<Screen>(given.color)) {
+    }
+
+    int run() {
+        std::optional<Failure> end;
+        nextTry = Clock::now();
+        while (!leaving && !interrupted() && !end) {
+            end = sample();
+            draw();
+            wait();
+            while (const std::optional<int> pressed = screen->key()) {
+                press(*pressed);
+            }
+        }
+        screen.reset();
+        return end ? reportFailure(*end, query, options) : exitOk;
+    }
+
+private:
+    // Returns the failure that ends it all.
+    std::optional<Failure> sample() {
+        if (!collector.busy() && !paused && Clock::now() >= nextTry) {
+            collector.begin(query, options.timeoutMs());
+            began = Clock::now();
+        }
+        std::optional<Outcome> outcome = collector.advance();
+        if (!outcome) {
+            return std::nullopt;
+        }
+        if (!outcome->failure) {
+            filter(outcome->sample, options.globs);
+            rows.take(outcome->sample);
+            last = std::move(outcome->sample);
+            lost.clear();
+            backoff.reset();
+            nextTry = cadence.after(Clock::now());
+            return std::nullopt;
+        }
+        if (!last || !options.reconnect || !mayPass(*outcome->failure)) {
+            return outcome->failure;
+        }
+        if (lost.empty()) {
+            rows.gap();
+        }
+        lost = describeFailure(*outcome->failure, options);
+        nextTry = Clock::now() + backoff.next();
+        return std::nullopt;
+    }
+
+    // Until a key, an answer, a signal or the next moment at which something is to be done.
+    void wait() {
+        using std::chrono::milliseconds;
+        milliseconds limit(1000);  // the state line counts
+        if (collector.busy()) {
+            limit = std::min(limit, collector.remaining());
+        } else if (!paused) {
+            limit = std::min(limit, std::chrono::ceil<milliseconds>(nextTry - Clock::now()));
+        }
+        std::array<pollfd, 3> watched = {{{STDIN_FILENO, POLLIN, 0},
+                                          {interruptDescriptor(), POLLIN, 0},
+                                          {collector.busy() ? collector.descriptor() : -1, POLLIN, 0}}};
+        const int ready =
+            poll(watched.data(), watched.size(), static_cast<int>(std::max(limit, milliseconds(0)).count()));
+        leaving = leaving || (ready > 0 && (watched[0].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0);
+    }
+
+    void press(int key) {
+        const int page = std::max(screen->rows() - firstRow - 1, 1);
+        if (key == keyResize) {
+            return;
+        }
+        if (help) {
+            help = false;
+            return;
+        }
+        if (typing) {
+            type(key);
+            return;
+        }
+        switch (key) {
+        case keyUp:
+            --scroll;
+            break;
+        case keyDown:
+            ++scroll;
+            break;
+        case keyPageUp:
+            scroll -= page;
+            break;
+        case keyPageDown:
+            scroll += page;
+            break;
+        case keyHome:
+            scroll = 0;
+            break;
+        case keyEnd:
+            scroll = static_cast<int>(rows.count());
+            break;
+        case keyEscape:
+            filterText.clear();
+            break;
+        case 'q':
+        case 'Q':
+            leaving = true;
+            break;
+        case 's':
+            sort = sort == SortBy::id ? SortBy::value : sort == SortBy::value ? SortBy::rate : SortBy::id;
+            scroll = 0;
+            break;
+        case 'r':
+            reverse = !reverse;
+            break;
+        case '/':
+            typing = true;
+            break;
+        case 'p':
+        case ' ':
+            paused = !paused;
+            break;
+        case '+':
+        case '=':
+            setInterval(std::max(interval, *std::upper_bound(intervals.begin(), intervals.end() - 1, interval)));
+            break;
+        case '-':
+            setInterval(std::min(
+                interval, *std::upper_bound(intervals.rbegin(), intervals.rend() - 1, interval, std::greater())));
+            break;
+        case 'h':
+        case '?':
+            help = true;
+            break;
+        default:
+            break;
+        }
+    }
+
+    void type(int key) {
+        if (key == keyEnter || key == keyEscape) {
+            typing = false;
+            filterText = key == keyEscape ? "" : filterText;
+        } else if (key == keyBackspace && !filterText.empty()) {
+            filterText.pop_back();
+        } else if (key >= ' ' && key < keyBackspace) {
+            filterText += static_cast<char>(key);
+        }
+        scroll = 0;
+    }
+
+    void setInterval(double seconds) {
+        const std::chrono::milliseconds step(static_cast<long>(seconds * 1000));
+        interval = seconds;
+        cadence = Cadence(Clock::now(), step);
+        backoff = Backoff(step);
+        nextTry = lost.empty() ? cadence.after(Clock::now()) : nextTry;
+    }
+
+    std::string state() const {
+        const double waited = std::chrono::duration<double>(Clock::now() - began).count();
+        if (paused) {
+            return "paused";
+        }
+        if (!lost.empty()) {
+            const double left = std::chrono::duration<double>(nextTry - Clock::now()).count();
+            return collector.busy() ? "trying again: " + lost
+                                    : fmt::format("next attempt in {:.0f} s: {}", std::max(left, 0.0), lost);
+        }
+        if (collector.busy() && (waited >= 1 || !last)) {
+            return fmt::format("waiting {:.0f} s: {}", waited,
+                               escapeForTerminal(describeWait(collector.phase(), query)));
+        }
+        return "connected";
+    }
+
+    void draw() {
+        screen->clear();
+        const std::string protocol = last ? "  protocol " + escapeForTerminal(last->protocol) : "";
+        const std::string time = last ? "  " + clockTime(last->wallTime) : "";
+        screen->put(0, 0,
+                    fmt::format("zulstat {}{}{}  every {} s", escapeForTerminal(targetText(options.target)), protocol,
+                                time, interval),
+                    Style::bold);
+        screen->put(1, 0, state(), lost.empty() ? Style::normal : Style::bad);
+        if (help) {
+            for (std::size_t line = 0; line < helpLines.size(); ++line) {
+                screen->put(firstRow + static_cast<int>(line), 2, helpLines[line]);
+            }
+        } else {
+            drawRows();
+        }
+        screen->update();
+    }
+
+    void drawRows() {
+        const std::vector<const TopRow*> shown = rows.select(sort, reverse, filterText);
+        const int room = std::max(screen->rows() - firstRow - 1, 0);
+        const int count = static_cast<int>(shown.size());
+        scroll = std::clamp(scroll, 0, std::max(count - room, 0));
+
+        const auto columns = static_cast<std::size_t>(std::max(screen->columns(), 0));
+        std::size_t idWidth = 10;
+        std::size_t valueWidth = 10;
+        for (const TopRow* row : shown) {
+            idWidth = std::max(idWidth, columnWidth(row->id));
+            valueWidth = std::max(valueWidth, columnWidth(row->value));
+        }
+        const std::size_t fixed = idWidth + rateWidth + sparkWidth + 6;
+        valueWidth = std::min(valueWidth, std::max<std::size_t>(columns > fixed ? columns - fixed : 0, 24));
+        const std::size_t others = valueWidth + rateWidth + sparkWidth + 6;
+        idWidth = std::min(idWidth, std::max<std::size_t>(columns > others ? columns - others : 0, 16));
+        const int valueColumn = static_cast<int>(idWidth) + 2;
+        const int rateColumn = valueColumn + static_cast<int>(valueWidth) + 2;
+        const int sparkColumn = rateColumn + static_cast<int>(rateWidth) + 2;
+        const auto mark = [&](SortBy column, const char* name) {
+            return std::string(name) + (sort != column ? "" : reverse ? " ^" : " v");
+        };
+        screen->put(2, 0, std::string(columns, ' '), Style::header);
+        screen->put(2, 0, mark(SortBy::id, "ID"), Style::header);
+        screen->put(2, valueColumn, padLeft(mark(SortBy::value, "VALUE"), valueWidth), Style::header);
+        screen->put(2, rateColumn, padLeft(mark(SortBy::rate, "RATE"), rateWidth), Style::header);
+        screen->put(2, sparkColumn, "HISTORY", Style::header);
+        for (int line = 0; line < room && scroll + line < count; ++line) {
+            const TopRow& row = *shown[static_cast<std::size_t>(scroll + line)];
+            const Style style = row.failed ? Style::bad : lost.empty() ? Style::normal : Style::dim;
+            screen->put(firstRow + line, 0, cutToWidth(row.id, idWidth), style);
+            screen->put(firstRow + line, valueColumn, padLeft(cutToWidth(row.value, valueWidth), valueWidth), style);
+            screen->put(firstRow + line, rateColumn, padLeft(row.rate, rateWidth), style);
+            if (row.number) {
+                screen->put(firstRow + line, sparkColumn, sparkline(row.history, sparkWidth, screen->utf8()), style);
+            }
+        }
+        drawFooter(shown.size(), room);
+    }
+
+    void drawFooter(std::size_t shown, int room) {
+        const int row = screen->rows() - 1;
+        if (typing) {
+            screen->put(row, 0, "filter: " + filterText + "_  (Enter keeps it, Esc clears it)", Style::bold);
+            return;
+        }
+        std::string text = "q leave  s sort  r reverse  / filter  p pause  + - interval  h help";
+        if (static_cast<int>(shown) > room) {
+            text += fmt::format("  {}-{} of {}", scroll + 1, scroll + room, shown);
+        }
+        if (!filterText.empty()) {
+            text = fmt::format("filter {}: {} of {} (Esc clears it)  ", filterText, shown, rows.count()) + text;
+        }
+        screen->put(row, 0, text, Style::dim);
+    }
+
+    const Options& options;
+    const Query query;
+    double interval;
+    TopRows rows;
+    Collector collector;
+    Cadence cadence;
+    Backoff backoff;
+    std::unique_ptr<Screen> screen;
+
+    std::optional<Sample> last;
+    std::string lost;  // why there is no connection; empty while there is one
+    Clock::time_point nextTry;
+    Clock::time_point began;
+    std::string filterText;
+    SortBy sort = SortBy::id;
+    int scroll = 0;
+    bool reverse = false;
+    bool paused = false;
+    bool typing = false;
+    bool help = false;
+    bool leaving = false;
+};
+
+}  // namespace
+
+int runTop(const Options& options) {
+    if (options.traceLevel > 0 && options.traceFile.empty() && isatty(STDERR_FILENO) == 1) {
+        throw UsageError{"the trace would fall into the screen: name a file with --trace-file", exitUsage};
+    }
+    return Top(options).run();
+}
+
+}  // namespace zulstat

@@ -1,0 +1,116 @@
+#include "watch.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+#include "format.h"
+#include "interrupt.h"
+#include "options.h"
+#include "output.h"
+#include "reconnect.h"
+#include "report.h"
+#include "text.h"
+#include "watch_display.h"
+
+namespace zulstat {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+bool sleepUntil(Clock::time_point moment) {
+    return sleepUnlessInterrupted(std::chrono::ceil<std::chrono::milliseconds>(moment - Clock::now()));
+}
+
+class Watch {
+public:
+    explicit Watch(const Options& given)
+        : options(given),
+          query(given.query()),
+          display(makeWatchDisplay(given)),
+          collector(given.collector()),
+          cadence(Clock::now(), given.intervalMs()),
+          backoff(given.intervalMs()) {
+    }
+
+    int run() {
+        for (;;) {
+            Outcome outcome = collector.collect(query, options.timeoutMs());
+            if (!outcome.failure) {
+                take(outcome.sample);
+                if (options.count && shown >= *options.count) {
+                    collector.close(options.timeoutMs());
+                    return exitCode;
+                }
+            } else if (outcome.failure->kind == FailureKind::interrupted) {
+                return exitOk;
+            } else if (shown == 0 || !options.reconnect || !mayPass(*outcome.failure)) {
+                return reportFailure(*outcome.failure, query, options);
+            } else {
+                lose(*outcome.failure);
+            }
+            if (!sleepUntil(wakeUp)) {
+                return exitOk;
+            }
+        }
+    }
+
+private:
+    void take(Sample& sample) {
+        filter(sample, options.globs);
+        if (lostSince && !display->showsState()) {
+            note(options,
+                 fmt::format("connected to {} again after {:.1f} s", escapeForTerminal(targetText(options.target)),
+                             std::chrono::duration<double>(Clock::now() - *lostSince).count()));
+        }
+        lostSince.reset();
+        backoff.reset();
+        display->show(sample);
+        // Said once, and on a terminal seen in the table.
+        const bool incomplete = failedElements(sample) > 0 || itemCount(sample) == 0;
+        if (incomplete && exitCode == exitOk) {
+            exitCode = display->showsState() ? exitPartly : reportSample(sample, options);
+        }
+        ++shown;
+        wakeUp = cadence.after(Clock::now());
+    }
+
+    void lose(const Failure& failure) {
+        const bool first = !lostSince;
+        const auto pause = backoff.next();
+        if (first) {
+            lostSince = Clock::now();
+        }
+        if (first && !display->showsState()) {
+            complain(describeFailure(failure, options) + "; trying again");
+        }
+        display->gap(failure, first, pause);
+        wakeUp = Clock::now() + pause;
+    }
+
+    const Options& options;
+    const Query query;
+    std::unique_ptr<WatchDisplay> display;
+    Collector collector;
+    Cadence cadence;
+    Backoff backoff;
+    std::optional<Clock::time_point> lostSince;
+    Clock::time_point wakeUp;
+    long shown = 0;
+    int exitCode = exitOk;
+};
+
+}  // namespace
+
+int runWatch(const Options& options) {
+    try {
+        return Watch(options).run();
+    } catch (const Interrupted&) {
+        return exitOk;
+    }
+}
+
+}  // namespace zulstat

@@ -1,0 +1,32 @@
+// How watch shows its samples.
+#pragma once
+
+#include <chrono>
+#include <memory>
+
+#include "collect.h"
+
+namespace zulstat {
+
+struct Options;
+
+class WatchDisplay {
+public:
+    WatchDisplay() = default;
+    virtual ~WatchDisplay() = default;
+    WatchDisplay(const WatchDisplay&) = delete;
+    WatchDisplay& operator=(const WatchDisplay&) = delete;
+
+    virtual void show(const Sample& sample) = 0;
+    // No sample could be had. Called after each attempt, `first` for the one that ended a series.
+    virtual void gap(const Failure& failure, bool first, std::chrono::milliseconds retryIn) = 0;
+    // Whether gap() tells the user already what the messages on standard error would.
+    virtual bool showsState() const {
+        return false;
+    }
+};
+
+// A table drawn again and again on a terminal, rows in a pipe, or documents, as the options and standard output want.
+std::unique_ptr<WatchDisplay> makeWatchDisplay(const Options& options);
+
+}  // namespace zulstat
