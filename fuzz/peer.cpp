@@ -48,7 +48,7 @@ unsigned turnOf(Input input) {
 }
 
 void chooseTrace(const Input& input) {
-    const auto turn = static_cast<int>(turnOf(input) % 96);
+    const auto turn = static_cast<int>(turnOf(input) % 6144);
     REQUIRE(setAPITraceLevel(turn < 6 ? turn : 0) == 0);
 }
 
@@ -60,7 +60,7 @@ ssize_t __real_send(int, const void*, std::size_t, int);
 
 // A quarantine that fits the cache: the targets allocate little and often.
 const char* __asan_default_options() {
-    return "quarantine_size_mb=2:malloc_context_size=6";
+    return "quarantine_size_mb=2:malloc_context_size=6:allocator_release_to_os_interval_ms=-1";
 }
 
 int LLVMFuzzerInitialize(int*, char***) {
@@ -71,7 +71,7 @@ int LLVMFuzzerInitialize(int*, char***) {
 
 // Less memory while a trace shows every byte received.
 void* __wrap_calloc(std::size_t count, std::size_t size) {
-    const std::size_t limit = traceIsOpen(4) ? 1 << 16 : 16 << 20;
+    const std::size_t limit = traceIsOpen(4) ? 1 << 16 : 1 << 20;
     const bool failing = peer.failing > 0 && --peer.failing == 0;
     return failing || (size != 0 && count > limit / size) ? nullptr : __real_calloc(count, size);
 }

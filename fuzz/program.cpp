@@ -111,7 +111,8 @@ void call(unsigned op, unsigned choice) {
             owner->open = false;
         }
     } else if (op == 17) {
-        std::memset(text, '/', sizeof text - 1);
+        std::memset(text, '/', 5000);
+        text[5000] = '\0';
         REQUIRE(setAPITraceFile(text) == STAPI_RC_TRACE_FILE_OPEN_FAILED && dumpState() == 0);
         REQUIRE(isOneOf(setAPITraceLevel(static_cast<int>(choice) / 2 - 125), 0, STAPI_RC_INVALID_TRACE_LEVEL));
     } else if (op == 18) {
@@ -131,7 +132,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     peer = {Peer::PEER_KIND, in.take(8192), {}, CONNECT_ERRORS[HOSTILE && error < 5 ? error : 0], -1, 0};
     const int descriptor = dup(STDERR_FILENO);
     close(descriptor);
-    while (choices.size > 1) {
+    for (int calls = 0; choices.size > 1 && calls < 32; ++calls) {
         const unsigned op = choices.byte() % 19;
         call(op, choices.byte());
     }
