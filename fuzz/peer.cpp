@@ -41,7 +41,7 @@ ssize_t deliver(Input* from, void* data, std::size_t size) {
 
 unsigned turnOf(Input input) {
     unsigned turn = static_cast<unsigned>(input.size);
-    for (const std::size_t step = input.size / 128; input.size > 0; input.take(step)) {
+    for (const std::size_t step = input.size / 1024; input.size > 0; input.take(step)) {
         turn = turn * 31 + input.byte();
     }
     return turn ^ turn >> 16;

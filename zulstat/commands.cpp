@@ -122,7 +122,7 @@ int runPing(const Options& options) {
         most = std::max(most, time);
         sum += time;
     }
-    print(fmt::format("{} queries, min/avg/max {:.1f}/{:.1f}/{:.1f} ms\n", count, least,
+    print(fmt::format("{} {}, min/avg/max {:.1f}/{:.1f}/{:.1f} ms\n", count, count == 1 ? "query" : "queries", least,
                       sum / static_cast<double>(count), most));
     return closeQuietly(collector, options.timeoutMs(), options);
 }

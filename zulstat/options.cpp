@@ -177,7 +177,7 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
     addOption(*watch, "--header-every", options.headerEvery, "repeat the header after N rows, 0 for never (20)", "N")
         ->check(CLI::Range(0, 1000000));
     CLI::App* top = addCommand(app, options, "top", Command::top, "Full screen: sort, filter, history");
-    addIdsAndGroups(*top, words, "identifiers to show; without one all");
+    addIdsAndGroups(*top, words, "[INTERVAL] [ID]...");
     addSeries(*top, options, words);
 
     CLI::App* ping = addCommand(app, options, "ping", Command::ping, "Connect, and measure queries for everything");
@@ -215,33 +215,50 @@ std::vector<std::string> splitIds(const std::vector<std::string>& words, const c
     return ids;
 }
 
-// watch [INTERVAL [COUNT]] [ID...]
-void takeIntervalAndCount(std::vector<std::string>& words, Options& options, bool intervalGiven) {
-    const auto isNumber = [&] { return !words.empty() && parseSeconds(words.front()).has_value(); };
-    if (!isNumber()) {
-        return;
+bool isNumber(const std::string& word) {
+    return parseSeconds(word).has_value();
+}
+
+// The interval and the count: numbers before the identifiers, or at the end of the groups, as -g takes all words behind
+// it.
+std::vector<std::string> takeNumbers(Words& words, std::size_t most) {
+    std::vector<std::string> numbers;
+    std::vector<std::string>& ids = words.ids;
+    while (numbers.size() < most && !ids.empty() && isNumber(ids.front())) {
+        numbers.push_back(ids.front());
+        ids.erase(ids.begin());
     }
+    std::vector<std::string>& groups = words.groups;
+    auto end = groups.end();
+    while (numbers.empty() && groups.end() - end < std::ssize(groups) - 1 &&
+           static_cast<std::size_t>(groups.end() - end) < most && isNumber(*(end - 1))) {
+        --end;
+    }
+    numbers.insert(numbers.end(), end, groups.end());
+    groups.erase(end, groups.end());
+    return numbers;
+}
+
+void setInterval(const std::string& word, Options& options, bool intervalGiven) {
     if (intervalGiven) {
-        throw UsageError{fmt::format("the interval is given twice: -i and '{}'", words.front()), exitUsage};
+        throw UsageError{fmt::format("the interval is given twice: -i and '{}'", word), exitUsage};
     }
-    options.interval = *parseSeconds(words.front());
+    options.interval = *parseSeconds(word);
     if (options.interval < shortestInterval || options.interval > longestTime) {
         throw UsageError{
-            fmt::format("the interval {} is not from {} to {} seconds", words.front(), shortestInterval, longestTime),
+            fmt::format("the interval {} is not from {} to {} seconds", word, shortestInterval, longestTime),
             exitUsage};
     }
-    words.erase(words.begin());
-    if (!isNumber()) {
-        return;
-    }
-    const double count = *parseSeconds(words.front());
+}
+
+void setCount(const std::string& word, Options& options) {
+    const double count = *parseSeconds(word);
     if (options.count || count < 1 || count > 999999999 || count != std::floor(count)) {
-        throw UsageError{options.count ? fmt::format("the count is given twice: -c and '{}'", words.front())
-                                       : fmt::format("'{}' is not a count", words.front()),
+        throw UsageError{options.count ? fmt::format("the count is given twice: -c and '{}'", word)
+                                       : fmt::format("'{}' is not a count", word),
                          exitUsage};
     }
     options.count = static_cast<long>(count);
-    words.erase(words.begin());
 }
 
 bool colorWanted() {
@@ -268,10 +285,16 @@ void finish(Options& options, Words& words) {
     const bool samples = command == Command::stats || command == Command::ids || command == Command::groups ||
                          command == Command::watch || command == Command::demo;
     if (options.format && !samples) {
-        throw UsageError{"-o and -j are for stats, ids, groups and watch", exitUsage};
+        throw UsageError{"-o and -j are for stats, ids, groups, watch and demo", exitUsage};
     }
-    if (command == Command::watch) {
-        takeIntervalAndCount(words.ids, options, words.intervalGiven);
+    if (command == Command::watch || command == Command::top) {
+        const std::vector<std::string> numbers = takeNumbers(words, command == Command::watch ? 2 : 1);
+        if (!numbers.empty()) {
+            setInterval(numbers[0], options, words.intervalGiven);
+        }
+        if (numbers.size() > 1) {
+            setCount(numbers[1], options);
+        }
     }
     if (!words.ids.empty() && !words.groups.empty()) {
         throw UsageError{"identifiers and -g exclude each other", exitUsage};
@@ -292,12 +315,22 @@ void finish(Options& options, Words& words) {
     }
 }
 
+// CLI11 begins its text with the option's name, and ends it with the type of a value that is missing.
+std::string wrongNumberOfValues(const std::string& text) {
+    const std::string name = text.substr(0, text.find(':'));
+    return fmt::format(fmt::runtime(text.ends_with("missing") ? "{} needs a value" : "{} has too many values"), name);
+}
+
 std::string missingCommand(const std::vector<std::string>& words) {
     return words.empty() ? "a command is missing" : fmt::format("there is no command or option '{}'", words.front());
 }
 
 std::vector<std::string> commandLine(int argc, const char* const* argv) {
     std::vector<std::string> words(argv + 1, argv + argc);
+    if (!words.empty() && words.front() == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
+    }
     if (std::find(words.begin(), words.end(), "explain") != words.end()) {
         for (std::string& word : words) {
             if (word.size() > 1 && word[0] == '-' && word.find_first_not_of("0123456789", 1) == std::string::npos) {
@@ -361,6 +394,10 @@ Options parseOptions(int argc, const char* const* argv) {
         throw TextWanted{std::string(version.what()) + "\n"};
     } catch (const CLI::RequiredError& error) {
         throw UsageError{app.get_subcommands().empty() ? missingCommand(app.remaining()) : error.what(), exitCode()};
+    } catch (const CLI::ArgumentMismatch& error) {
+        throw UsageError{wrongNumberOfValues(error.what()), exitCode()};
+    } catch (const CLI::ExtrasError&) {
+        throw UsageError{fmt::format("'{}' is not expected here", app.remaining(true).front()), exitCode()};
     } catch (const CLI::ParseError& error) {
         throw UsageError{error.what(), exitCode()};
     } catch (UsageError& error) {

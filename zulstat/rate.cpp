@@ -27,13 +27,10 @@ std::string shortNumber(double value) {
 }  // namespace
 
 std::optional<double> Change::perSecond() const {
-    return difference && !fell() && seconds > 0 ? std::optional(*difference / seconds) : std::nullopt;
+    return difference && !fell && seconds > 0 ? std::optional(*difference / seconds) : std::nullopt;
 }
 
 std::vector<Change> Changes::next(const Sample& sample) {
-    if (sample.freshConnection) {
-        former.clear();
-    }
     const double seconds = sample.monotonicTime - formerTime;
     std::vector<Change> changes;
     std::map<ItemKey, Number> current;
@@ -41,11 +38,13 @@ std::vector<Change> Changes::next(const Sample& sample) {
     for (const Element& element : sample.elements) {
         for (const Item& item : element.items) {
             const std::size_t repeated = seen[{element.text, item.id}]++;
-            Change change{{element.text, item.id, repeated}, parseNumber(item.value), std::nullopt, seconds};
+            Change change{{element.text, item.id, repeated}, parseNumber(item.value), std::nullopt, false, seconds};
             if (change.number) {
                 const auto place = former.find(change.key);
                 if (place != former.end()) {
-                    change.difference = difference(*change.number, place->second);
+                    const double grown = difference(*change.number, place->second);
+                    change.fell = grown < 0;
+                    change.difference = sample.freshConnection ? std::nullopt : std::optional(grown);
                 }
                 current.emplace(change.key, *change.number);
             }
@@ -59,7 +58,7 @@ std::vector<Change> Changes::next(const Sample& sample) {
 
 std::string rateText(const Change& change) {
     const std::optional<double> rate = change.perSecond();
-    return rate ? shortNumber(*rate) + "/s" : change.fell() ? "R" : unknown;
+    return rate ? shortNumber(*rate) + "/s" : change.fell ? "R" : unknown;
 }
 
 std::string differenceText(const Change& change) {

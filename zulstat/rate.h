@@ -23,11 +23,9 @@ struct Change {
     ItemKey key;
     std::optional<Number> number;      // the value, where it is an exact number
     std::optional<double> difference;  // nothing without a former number on the same connection
+    bool fell = false;                 // below the former number, were it on another connection
     double seconds = 0;                // between the two
 
-    bool fell() const {
-        return difference && *difference < 0;
-    }
     // Nothing where it fell: a counter that started anew has no rate.
     std::optional<double> perSecond() const;
 };
@@ -35,8 +33,8 @@ struct Change {
 // Remembers the numbers of the former sample.
 class Changes {
 public:
-    // One Change for each item of the sample, in order. Times are monotonic. There is no difference across a gap: a
-    // sample on a fresh connection begins anew.
+    // One Change for each item of the sample, in order. Times are monotonic. There is no difference across a gap: on
+    // a fresh connection counters may have started anew, which shows where one fell.
     std::vector<Change> next(const Sample& sample);
 
 private:

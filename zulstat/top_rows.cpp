@@ -55,7 +55,7 @@ void TopRows::take(const Sample& sample) {
         }
         for (const Item& item : element.items) {
             History& history = current[change->key] = std::move(histories[change->key]);
-            history.falls += change->fell() ? 1 : 0;
+            history.falls += change->fell ? 1 : 0;
             const auto number = change->number ? std::optional(toDouble(*change->number)) : std::nullopt;
             remember(history.numbers, number);
             TopRow row;

@@ -24,9 +24,9 @@ namespace {
 
 constexpr std::size_t widestId = 60;
 
-double wallClock() {
+double clockSeconds(clockid_t clock) {
     timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(clock, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
@@ -158,7 +158,7 @@ public:
     }
     void gap(const Failure&, bool first, std::chrono::milliseconds) override {
         if (first) {
-            print(isoTime(wallClock()) + "  -- no connection --\n");
+            print(isoTime(clockSeconds(CLOCK_REALTIME)) + "  -- no connection --\n");
         }
     }
 
@@ -184,7 +184,7 @@ public:
     }
     void gap(const Failure& failure, bool first, std::chrono::milliseconds) override {
         if (first) {
-            print(row(isoTime(wallClock()),
+            print(row(isoTime(clockSeconds(CLOCK_REALTIME)),
                       {"", "", "", failure.rc < 0 ? failure.rc : STAPI_RC_GATEWAY_CONNECTION_LOST}));
         }
     }
@@ -198,8 +198,8 @@ private:
     Changes changes;
 };
 
-// The formats for other programs. A gap shows in JSON by "fresh_connection" of the sample after it; in CSV it is a row
-// of its own, as of an element without a name that failed with the library's code.
+// The formats for other programs. A gap is a sample of its own, with an element without a name that failed with the
+// library's code.
 class Documents : public WatchDisplay {
 public:
     explicit Documents(const Options& given) : options(given), format(*given.format) {
@@ -208,10 +208,12 @@ public:
         print(formatSample(format, sample, std::exchange(header, false)));
     }
     void gap(const Failure& failure, bool first, std::chrono::milliseconds) override {
-        if (first && format == Format::csv) {
+        if (first) {
             Sample sample;
             sample.target = options.target;
-            sample.wallTime = wallClock();
+            sample.query = options.query();
+            sample.wallTime = clockSeconds(CLOCK_REALTIME);
+            sample.monotonicTime = clockSeconds(CLOCK_MONOTONIC);
             sample.elements = {{"", failure.rc < 0 ? failure.rc : STAPI_RC_GATEWAY_CONNECTION_LOST, {}}};
             show(sample);
         }
