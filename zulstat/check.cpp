@@ -70,7 +70,11 @@ const Item* findItem(const Sample& sample, std::string_view id) {
 
 }  // namespace
 
-int runCheck(const Options& options) {
+int concludeUnknown(const std::string& why) {
+    return conclude(State::unknown, escapeForTerminal(why));
+}
+
+int runCheck(const Options& options) try {
     const std::string& id = options.ids.front();
     const std::string shownId = escapeForTerminal(id);
     const Query query{What::statsById, {id}};
@@ -93,7 +97,15 @@ int runCheck(const Options& options) {
         const bool limited = options.warning || options.critical;
         return conclude(limited ? State::unknown : State::ok, text + (limited ? ", which is not a number" : ""));
     }
+    detail(options, sampleDetails(outcome.sample));
     return conclude(judge(toDouble(*number), options), text + " | " + performanceData(*item, options));
+} catch (const OutputError& error) {
+    complain(error.what());
+    return static_cast<int>(State::unknown);
+} catch (const OutputClosed&) {
+    return static_cast<int>(State::unknown);
+} catch (const Interrupted&) {
+    return static_cast<int>(State::unknown);
 }
 
 }  // namespace zulstat

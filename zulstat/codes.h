@@ -15,6 +15,9 @@ struct Code {
     std::string_view advice;   // what to do next
 };
 
+// Ends the advice where a connection cannot be had; ping leaves it out.
+inline constexpr std::string_view pingAdvice = " 'zulstat ping' shows where a connection attempt stops.";
+
 std::span<const Code> allCodes();
 const Code* findCode(int number);
 // By number ("-122") or name, whole or without STAPI_RC_, in any case.

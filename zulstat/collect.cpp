@@ -14,7 +14,9 @@
 #include <cstring>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
+#include "text.h"
 #include "wire.h"
 #include "worker.h"
 
@@ -72,8 +74,15 @@ pid_t spawnWorker(int channel) {
     return pid;
 }
 
+// The first names tell enough.
 std::string named(const Query& query, const std::string& one, const std::string& many) {
-    return query.ids.size() == 1 ? one + " " + query.ids.front() : std::to_string(query.ids.size()) + " " + many;
+    constexpr std::size_t most = 3;
+    std::vector<std::string> shown = query.ids;
+    if (shown.size() > most) {
+        shown.resize(most - 1);
+        shown.back() += " and " + std::to_string(query.ids.size() - shown.size()) + " more";
+    }
+    return (shown.size() == 1 ? one : many) + " " + join(shown, ", ");
 }
 
 std::string describeQuery(const Query& query) {
@@ -155,7 +164,7 @@ void Collector::begin(const Query& query, Milliseconds timeout) {
 
 void Collector::start() {
     currentPhase = Phase::starting;
-    freshConnection = true;
+    opened = {};
     std::array<int, 2> sockets;
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()) != 0) {
         check(errno, "socketpair");
@@ -194,11 +203,18 @@ std::optional<Outcome> Collector::nextOutcome() {
         case MessageType::phase:
             currentPhase = frame->take<Phase>();
             break;
+        case MessageType::opened:
+            opened.protocol = frame->takeText();
+            opened.openSeconds = frame->take<double>();
+            opened.freshConnection = true;
+            break;
         case MessageType::sample: {
             Outcome outcome{frame->takeSample(), std::nullopt};
             outcome.sample.target = settings.target;
             outcome.sample.query = current;
-            outcome.sample.freshConnection = std::exchange(freshConnection, false);
+            outcome.sample.protocol = opened.protocol;
+            outcome.sample.openSeconds = opened.openSeconds;
+            outcome.sample.freshConnection = std::exchange(opened.freshConnection, false);
             open = true;
             inProgress = false;
             return outcome;
@@ -217,7 +233,7 @@ std::optional<Outcome> Collector::nextOutcome() {
 
 Outcome Collector::ended(Failure failure) {
     abandon();
-    return {{}, std::move(failure)};
+    return {std::exchange(opened, {}), std::move(failure)};
 }
 
 std::optional<Outcome> Collector::advance() {
@@ -245,19 +261,26 @@ std::optional<Outcome> Collector::advance() {
 }
 
 Outcome Collector::wait() {
-    for (;;) {
-        if (std::optional<Outcome> outcome = advance()) {
-            return *std::move(outcome);
-        }
-        if (!inProgress) {
-            return ended({FailureKind::internal, Phase::starting, 0, "there is no query to wait for"});
-        }
-        std::array<pollfd, 2> watched = {{{channel, POLLIN, 0}, {settings.interruptFd, POLLIN, 0}}};
-        const int ready = poll(watched.data(), watched.size(), static_cast<int>(remaining().count()));
-        if (ready > 0 && watched[1].revents != 0) {
-            return ended({FailureKind::interrupted, currentPhase, 0, describeWait(currentPhase, current)});
-        }
+    std::optional<Outcome> outcome;
+    while (!outcome) {
+        outcome = waitFor(remaining());
     }
+    return *std::move(outcome);
+}
+
+std::optional<Outcome> Collector::waitFor(Milliseconds limit) {
+    if (std::optional<Outcome> outcome = advance()) {
+        return outcome;
+    }
+    if (!inProgress) {
+        return ended({FailureKind::internal, Phase::starting, 0, "there is no query to wait for"});
+    }
+    std::array<pollfd, 2> watched = {{{channel, POLLIN, 0}, {settings.interruptFd, POLLIN, 0}}};
+    const int ready = poll(watched.data(), watched.size(), static_cast<int>(std::min(limit, remaining()).count()));
+    if (ready > 0 && watched[1].revents != 0) {
+        return ended({FailureKind::interrupted, currentPhase, 0, describeWait(currentPhase, current)});
+    }
+    return advance();
 }
 
 bool Collector::busy() const {

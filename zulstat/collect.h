@@ -44,7 +44,9 @@ struct Failure {
 };
 
 struct Outcome {
-    Sample sample;  // valid without a failure
+    // With a failure only what concerns the connection is there, once it was open: protocol, openSeconds,
+    // freshConnection.
+    Sample sample;
     std::optional<Failure> failure;
 };
 
@@ -87,6 +89,8 @@ public:
     std::optional<Outcome> advance();
     // Waits for advance() to have an outcome, the deadline or the interrupt descriptor.
     Outcome wait();
+    // The same, for `limit` at most: nothing when the query still goes on.
+    std::optional<Outcome> waitFor(Milliseconds limit);
 
     bool busy() const;               // a query is in progress
     bool connected() const;          // the worker holds a connection
@@ -114,7 +118,7 @@ private:
     Query current;
     bool inProgress = false;
     bool open = false;
-    bool freshConnection = false;
+    Sample opened;  // what is known of the connection
     Phase currentPhase = Phase::starting;
     std::string startFailure;  // why there is no worker
     std::chrono::steady_clock::time_point deadline;

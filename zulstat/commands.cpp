@@ -45,11 +45,6 @@ int closeQuietly(Collector& collector, std::chrono::milliseconds timeLeft, const
     return failure && failure->kind == FailureKind::interrupted ? exitInterrupted : exitOk;
 }
 
-std::string sizeText(const Sample& sample) {
-    return fmt::format("{} of {} bytes ({} %)", sample.contentSize, resultSetLimit,
-                       sample.contentSize * 100 / resultSetLimit);
-}
-
 // Turns the answer to a query for groups into one with the number of statistics of each. Asks for one group at a time,
 // so that no answer grows too large.
 std::optional<Failure> countStatistics(Collector& collector, Sample& groups, const TimeLeft& timeLeft) {
@@ -66,9 +61,28 @@ std::optional<Failure> countStatistics(Collector& collector, Sample& groups, con
     return std::nullopt;
 }
 
-double milliseconds(double seconds) {
-    return seconds * 1000;
-}
+// The times of the queries that ping has made.
+class PingTimes {
+public:
+    void add(double time) {
+        least = std::min(least, time);
+        most = std::max(most, time);
+        sum += time;
+        ++count;
+    }
+    void printSummary() const {
+        if (count > 0) {
+            print(fmt::format("{} {}, min/avg/max {:.1f}/{:.1f}/{:.1f} ms\n", count, count == 1 ? "query" : "queries",
+                              least, sum / static_cast<double>(count), most));
+        }
+    }
+
+private:
+    double least = std::numeric_limits<double>::infinity();
+    double most = 0;
+    double sum = 0;
+    long count = 0;
+};
 
 }  // namespace
 
@@ -86,9 +100,7 @@ int runQuery(const Options& options) {
     }
     const Sample& sample = outcome.sample;
     print(formatSample(options.format.value_or(Format::table), sample, options.header));
-    detail(options, fmt::format("protocol {}, opened in {:.1f} ms, answered in {:.1f} ms, {}",
-                                escapeForTerminal(sample.protocol), milliseconds(sample.openSeconds),
-                                milliseconds(sample.querySeconds), sizeText(sample)));
+    detail(options, sampleDetails(sample));
     const int closed = closeQuietly(collector, timeLeft(), options);
     const int reported = reportSample(sample, options);
     return closed != exitOk ? closed : reported;
@@ -99,31 +111,28 @@ int runPing(const Options& options) {
     const long count = options.count.value_or(defaultCount);
     const Query query{What::stats, {}};
     Collector collector(options.collector());
-    double least = std::numeric_limits<double>::infinity();
-    double most = 0;
-    double sum = 0;
+    PingTimes times;
     for (long done = 0; done < count; ++done) {
         if (done > 0 && !sleepUnlessInterrupted(options.intervalMs())) {
+            times.printSummary();
             return exitInterrupted;
         }
         const Outcome outcome = collector.collect(query, options.timeoutMs());
-        if (outcome.failure) {
-            return reportFailure(*outcome.failure, query, options);
-        }
         const Sample& sample = outcome.sample;
         if (sample.freshConnection) {
             print(fmt::format("{}: open in {:.1f} ms, protocol {}\n", escapeForTerminal(targetText(options.target)),
                               milliseconds(sample.openSeconds), escapeForTerminal(sample.protocol)));
         }
+        if (outcome.failure) {
+            times.printSummary();
+            return reportFailure(*outcome.failure, query, options);
+        }
         const double time = milliseconds(sample.querySeconds);
         print(
             fmt::format("query {}: {:.1f} ms, {} entries, {}\n", done + 1, time, itemCount(sample), sizeText(sample)));
-        least = std::min(least, time);
-        most = std::max(most, time);
-        sum += time;
+        times.add(time);
     }
-    print(fmt::format("{} {}, min/avg/max {:.1f}/{:.1f}/{:.1f} ms\n", count, count == 1 ? "query" : "queries", least,
-                      sum / static_cast<double>(count), most));
+    times.printSummary();
     return closeQuietly(collector, options.timeoutMs(), options);
 }
 
@@ -140,10 +149,12 @@ int runExplain(const Options& options) {
             print(fmt::format("{} ({})\n  What happened: {}.\n  What to do:    {}\n", code->name, code->number,
                               code->meaning, code->advice));
         } else {
-            complain(
-                fmt::format("'{}' is no code of the library. The codes of query elements are the Gateway's own; "
-                            "'zulstat explain' lists the library's",
-                            escapeForTerminal(text)));
+            const Code* negative = findCode("-" + text);
+            complain(fmt::format("'{}' is no code of the library{}", escapeForTerminal(text),
+                                 negative == nullptr ? "" : fmt::format(", {} is", codeText(negative->number))));
+            note(
+                options,
+                "hint: The codes of query elements (rc) are the Gateway's own; 'zulstat explain' lists the library's.");
             exitCode = exitPartly;
         }
     }

@@ -18,6 +18,11 @@ namespace zulstat {
 
 namespace {
 
+// The values of `groups -l` are this program's counts.
+bool isCounted(const Sample& sample) {
+    return sample.query.what == What::groups && sample.hasValues;
+}
+
 // ---- table --------------------------------------------------------------------------------------------------------
 
 constexpr std::size_t widestColumn = 60;  // a wider cell pushes the others in its row aside
@@ -62,7 +67,7 @@ std::string formatTable(const Sample& sample, bool header) {
     if (header) {
         Row titles = {sample.query.what == What::groups ? "GROUP" : "ID"};
         if (sample.hasValues) {
-            titles.push_back(sample.query.what == What::groups ? "STATISTICS" : "VALUE");
+            titles.push_back(isCounted(sample) ? "STATISTICS" : "VALUE");
         }
         if (withElement) {
             titles.push_back("ELEMENT");
@@ -107,9 +112,11 @@ std::string formatPlain(const Sample& sample) {
 
 using Json = nlohmann::ordered_json;
 
-Json itemJson(const Item& item, bool hasValues) {
+Json itemJson(const Item& item, const Sample& sample) {
     Json json = {{"id", item.id}};
-    if (hasValues) {
+    if (isCounted(sample)) {
+        json["statistics"] = std::stol(item.value);
+    } else if (sample.hasValues) {
         json["value"] = item.value;
         if (const std::optional<Number> number = parseNumber(item.value)) {
             std::visit([&](auto value) { json["number"] = value; }, *number);
@@ -123,7 +130,7 @@ std::string formatJson(const Sample& sample, int indent) {
     for (const Element& element : sample.elements) {
         Json items = Json::array();
         for (const Item& item : element.items) {
-            items.push_back(itemJson(item, sample.hasValues));
+            items.push_back(itemJson(item, sample));
         }
         elements.push_back({{"element", element.text}, {"rc", element.rc}, {"items", std::move(items)}});
     }
@@ -256,7 +263,10 @@ std::string formatOpenMetrics(const Sample& sample) {
                      std::to_string(element.rc));
         for (const Item& item : element.items) {
             const std::string labels = elementLabel + ",id=\"" + escapeMetricText(item.id) + "\"";
-            if (!sample.hasValues) {
+            if (isCounted(sample)) {
+                families.add("zulstat_group_statistics", "How many statistics each resource group has.", labels,
+                             item.value);
+            } else if (!sample.hasValues) {
                 families.add("zulstat_identifier", "The Gateway's identifiers.", labels, "1");
             } else if (parseNumber(item.value)) {
                 families.add(metricName(item.id), "The Gateway's statistic " + item.id + ".", labels, item.value);

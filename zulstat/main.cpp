@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <exception>
+#include <string>
 #include <string_view>
 
 #include "commands.h"
@@ -61,8 +62,8 @@ int parseAndRun(int argc, char** argv) {
         return exitOk;
     } catch (const UsageError& error) {
         complain(escapeForTerminal(error.text));
-        complain("try 'zulstat --help' or 'zulstat COMMAND --help'");
-        return error.exitCode;
+        complain(error.command.empty() ? "try 'zulstat --help'" : "try 'zulstat " + error.command + " --help'");
+        return error.command == "check" ? concludeUnknown(error.text) : exitUsage;
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -19,7 +20,6 @@ namespace zulstat {
 
 namespace {
 
-constexpr int pluginUnknown = 3;
 constexpr double longestTime = 86400;
 constexpr double shortestInterval = 0.05;
 
@@ -190,7 +190,7 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
     explain->add_option("CODE", options.codes, "numbers or names; without one all")->option_text("...");
 
     CLI::App* check = addCommand(app, options, "check", Command::check, "Check a value, as a monitoring plugin");
-    check->add_option("ID", words.ids, "the statistic")->required()->expected(1)->option_text("(one)");
+    check->add_option("ID", words.ids, "the statistic")->expected(1)->option_text("(one)");
     addOption(*check, "-w,--warning", words.warning, "warn when the value is outside", "RANGE")
         ->check(rangeValidator());
     addOption(*check, "-c,--critical", words.critical, "critical when the value is outside", "RANGE")
@@ -206,11 +206,10 @@ std::vector<std::string> splitIds(const std::vector<std::string>& words, const c
     }
     // An empty query string asks for everything; a longer one than this the library replaces by another.
     if (ids.empty() && !words.empty()) {
-        throw UsageError{fmt::format("'{}' names no {}", words.front(), what), exitUsage};
+        throw UsageError{fmt::format("'{}' names no {}", words.front(), what)};
     }
     if (const std::size_t size = join(ids, ":").size(); size > queryStringLimit) {
-        throw UsageError{fmt::format("the {}s take {} characters together, {} at most", what, size, queryStringLimit),
-                         exitUsage};
+        throw UsageError{fmt::format("the {}s take {} characters together, {} at most", what, size, queryStringLimit)};
     }
     return ids;
 }
@@ -241,13 +240,12 @@ std::vector<std::string> takeNumbers(Words& words, std::size_t most) {
 
 void setInterval(const std::string& word, Options& options, bool intervalGiven) {
     if (intervalGiven) {
-        throw UsageError{fmt::format("the interval is given twice: -i and '{}'", word), exitUsage};
+        throw UsageError{fmt::format("the interval is given twice: -i and '{}'", word)};
     }
     options.interval = *parseSeconds(word);
     if (options.interval < shortestInterval || options.interval > longestTime) {
         throw UsageError{
-            fmt::format("the interval {} is not from {} to {} seconds", word, shortestInterval, longestTime),
-            exitUsage};
+            fmt::format("the interval {} is not from {} to {} seconds", word, shortestInterval, longestTime)};
     }
 }
 
@@ -255,8 +253,7 @@ void setCount(const std::string& word, Options& options) {
     const double count = *parseSeconds(word);
     if (options.count || count < 1 || count > 999999999 || count != std::floor(count)) {
         throw UsageError{options.count ? fmt::format("the count is given twice: -c and '{}'", word)
-                                       : fmt::format("'{}' is not a count", word),
-                         exitUsage};
+                                       : fmt::format("'{}' is not a count", word)};
     }
     options.count = static_cast<long>(count);
 }
@@ -275,7 +272,7 @@ void finish(Options& options, Words& words) {
     options.color = !words.noColor && colorWanted();
     options.reconnect = !words.noReconnect;
     if (words.json && !words.format.empty()) {
-        throw UsageError{"-j and -o exclude each other", exitUsage};
+        throw UsageError{"-j and -o exclude each other"};
     }
     if (words.json) {
         options.format = command == Command::watch ? Format::jsonl : Format::json;
@@ -285,7 +282,7 @@ void finish(Options& options, Words& words) {
     const bool samples = command == Command::stats || command == Command::ids || command == Command::groups ||
                          command == Command::watch || command == Command::demo;
     if (options.format && !samples) {
-        throw UsageError{"-o and -j are for stats, ids, groups, watch and demo", exitUsage};
+        throw UsageError{"-o and -j are for stats, ids, groups, watch and demo"};
     }
     if (command == Command::watch || command == Command::top) {
         const std::vector<std::string> numbers = takeNumbers(words, command == Command::watch ? 2 : 1);
@@ -297,21 +294,24 @@ void finish(Options& options, Words& words) {
         }
     }
     if (!words.ids.empty() && !words.groups.empty()) {
-        throw UsageError{"identifiers and -g exclude each other", exitUsage};
+        throw UsageError{"identifiers and -g exclude each other"};
     }
     options.ids = command == Command::check ? words.ids : splitIds(words.ids, "identifier");
     options.groups = splitIds(words.groups, "group");
+    if (!options.traceFile.empty() && options.traceLevel == 0) {
+        throw UsageError{"--trace-file needs --trace with a level from 1 to 5"};
+    }
     if (options.target.host.empty()) {
-        throw UsageError{"the host name is empty", exitUsage};
+        throw UsageError{"the host name is empty"};
     }
     for (std::string& code : options.codes) {
         std::replace(code.begin(), code.end(), minusMark, '-');
     }
     options.warning = words.warning.empty() ? std::nullopt : parseRange(words.warning);
     options.critical = words.critical.empty() ? std::nullopt : parseRange(words.critical);
-    const std::string& id = command == Command::check ? options.ids.front() : std::string();
-    if (command == Command::check && (id.empty() || id.find(':') != std::string::npos)) {
-        throw UsageError{"check takes one identifier", exitUsage};
+    if (command == Command::check &&
+        (options.ids.empty() || options.ids[0].empty() || options.ids[0].find(':') != std::string::npos)) {
+        throw UsageError{"check takes one identifier"};
     }
 }
 
@@ -319,6 +319,21 @@ void finish(Options& options, Words& words) {
 std::string wrongNumberOfValues(const std::string& text) {
     const std::string name = text.substr(0, text.find(':'));
     return fmt::format(fmt::runtime(text.ends_with("missing") ? "{} needs a value" : "{} has too many values"), name);
+}
+
+// A value of the environment that is not taken is blamed on the variable, not on an option that nobody gave.
+std::string blame(const std::string& text, int argc, const char* const* argv) {
+    constexpr std::array<std::array<std::string_view, 3>, 2> variables = {
+        {{"--port", "-p", "ZULSTAT_PORT"}, {"--timeout", "-T", "ZULSTAT_TIMEOUT"}}};
+    for (const auto& [option, letter, variable] : variables) {
+        const bool given = std::any_of(argv + 1, argv + argc, [&](std::string_view word) {
+            return word.starts_with(option) || word.starts_with(letter);
+        });
+        if (text.starts_with(option) && !given && std::getenv(variable.data()) != nullptr) {
+            return std::string(variable) + text.substr(option.size());
+        }
+    }
+    return text;
 }
 
 std::string missingCommand(const std::vector<std::string>& words) {
@@ -384,7 +399,10 @@ Options parseOptions(int argc, const char* const* argv) {
         "6 internal error, 130 interrupted. check: 0 ok, 1 warning, 2 critical, 3 unknown.");
     addGlobalOptions(app, options, words);
     addCommands(app, options, words);
-    const auto exitCode = [&] { return app.got_subcommand("check") ? pluginUnknown : exitUsage; };
+    const auto usageError = [&](const std::string& text) {
+        const auto commands = app.get_subcommands();
+        return UsageError{text, commands.empty() ? "" : commands.front()->get_name()};
+    };
     try {
         app.parse(commandLine(argc, argv));
         finish(options, words);
@@ -393,16 +411,15 @@ Options parseOptions(int argc, const char* const* argv) {
     } catch (const CLI::CallForVersion& version) {
         throw TextWanted{std::string(version.what()) + "\n"};
     } catch (const CLI::RequiredError& error) {
-        throw UsageError{app.get_subcommands().empty() ? missingCommand(app.remaining()) : error.what(), exitCode()};
+        throw usageError(app.get_subcommands().empty() ? missingCommand(app.remaining()) : error.what());
     } catch (const CLI::ArgumentMismatch& error) {
-        throw UsageError{wrongNumberOfValues(error.what()), exitCode()};
+        throw usageError(wrongNumberOfValues(error.what()));
     } catch (const CLI::ExtrasError&) {
-        throw UsageError{fmt::format("'{}' is not expected here", app.remaining(true).front()), exitCode()};
+        throw usageError(fmt::format("'{}' is not expected here", app.remaining(true).front()));
     } catch (const CLI::ParseError& error) {
-        throw UsageError{error.what(), exitCode()};
-    } catch (UsageError& error) {
-        error.exitCode = exitCode();
-        throw;
+        throw usageError(blame(error.what(), argc, argv));
+    } catch (const UsageError& error) {
+        throw usageError(error.text);
     }
     return options;
 }

@@ -57,7 +57,7 @@ struct Options {
 // Thrown for a bad command line; main() prints it and ends with exitUsage, or the plugin's "unknown" for check.
 struct UsageError {
     std::string text;
-    int exitCode;
+    std::string command = {};  // its name, where it is known
 };
 // Thrown for -h and -V.
 struct TextWanted {

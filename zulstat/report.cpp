@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "codes.h"
@@ -22,8 +23,25 @@ std::string meaningOf(int rc, const std::string& reason = {}) {
                : fmt::format("{}{}, {}", code->meaning, reason.empty() ? "" : " (" + reason + ")", codeText(rc));
 }
 
-bool asksForEverything(const Query& query) {
-    return query.what == What::stats || query.what == What::ids || query.what == What::groups;
+std::string tooLargeHint(const Query& query) {
+    return fmt::format("An answer over {} bytes fails like this: 'zulstat stats -g GROUP' asks for less{}.",
+                       resultSetLimit, query.what == What::groups ? "" : "; 'zulstat groups' lists the groups");
+}
+
+// What the failed elements look like.
+std::string elementsHint(const Sample& sample, const Options& options) {
+    const auto anyFailed = [&](auto looksSo) {
+        return std::any_of(sample.elements.begin(), sample.elements.end(),
+                           [&](const Element& element) { return element.rc < 0 && looksSo(element.text); });
+    };
+    const auto has = [](const char* characters) {
+        return [=](const std::string& text) { return text.find_first_of(characters) != std::string::npos; };
+    };
+    const bool series = options.command == Command::watch || options.command == Command::top;
+    return series && anyFailed(parseNumber) ? "Interval and count go before the identifiers, or to -i and -c."
+           : anyFailed(has("*?["))          ? "-I chooses identifiers by a pattern."
+           : anyFailed(has(","))            ? "Identifiers and groups are separated by blanks or ':'."
+                                            : "'zulstat ids' and 'zulstat groups' list what the Gateway knows.";
 }
 
 }  // namespace
@@ -72,7 +90,7 @@ std::string describeFailure(const Failure& failure, const Options& options) {
     return fmt::format("internal error: {}", text);
 }
 
-std::string hintFor(const Failure& failure, const Query& query) {
+std::string hintFor(const Failure& failure, const Query& query, const Options& options) {
     if (failure.kind == FailureKind::deadline) {
         return failure.phase == Phase::opening
                    ? "Is it a Gateway that listens there, and does a firewall let the connection through?"
@@ -83,13 +101,19 @@ std::string hintFor(const Failure& failure, const Query& query) {
         (failure.kind == FailureKind::lost || failure.kind == FailureKind::refused)) {
         return "Is it a Gateway that listens there? Its log may say why it ended the conversation.";
     }
-    if (failure.rc == STAPI_RC_GATEWAY_REQUEST_FAILED && asksForEverything(query)) {
-        return fmt::format(
-            "An answer over {} bytes fails like this: ask by group (-g GROUP; 'zulstat groups' lists them).",
-            resultSetLimit);
+    if (failure.rc == STAPI_RC_GATEWAY_REQUEST_FAILED && query.ids.empty()) {
+        return tooLargeHint(query);
+    }
+    const std::string& host = options.target.host;
+    if (failure.rc == STAPI_RC_HOST_NOT_RESOLVED && std::count(host.begin(), host.end(), ':') == 1) {
+        return "The port is an option of its own: -p PORT.";
     }
     const Code* code = findCode(failure.rc);
-    return code == nullptr || failure.rc == 0 ? "" : std::string(code->advice);
+    std::string_view advice = code == nullptr || failure.rc == 0 ? "" : code->advice;
+    if (options.command == Command::ping && advice.ends_with(pingAdvice)) {
+        advice.remove_suffix(pingAdvice.size());
+    }
+    return std::string(advice);
 }
 
 void complain(std::string_view text) {
@@ -119,11 +143,26 @@ void detail(const Options& options, std::string_view text) {
 int reportFailure(const Failure& failure, const Query& query, const Options& options) {
     if (failure.kind != FailureKind::interrupted) {
         complain(describeFailure(failure, options));
-        if (const std::string hint = hintFor(failure, query); !hint.empty()) {
+        if (const std::string hint = hintFor(failure, query, options); !hint.empty()) {
             note(options, "hint: " + hint);
         }
     }
     return exitCodeFor(failure);
+}
+
+double milliseconds(double seconds) {
+    return seconds * 1000;
+}
+
+std::string sizeText(const Sample& sample) {
+    return fmt::format("{} of {} bytes ({} %)", sample.contentSize, resultSetLimit,
+                       sample.contentSize * 100 / resultSetLimit);
+}
+
+std::string sampleDetails(const Sample& sample) {
+    return fmt::format("protocol {}, opened in {:.1f} ms, answered in {:.1f} ms, {}",
+                       escapeForTerminal(sample.protocol), milliseconds(sample.openSeconds),
+                       milliseconds(sample.querySeconds), sizeText(sample));
 }
 
 int reportSample(const Sample& sample, const Options& options) {
@@ -137,7 +176,7 @@ int reportSample(const Sample& sample, const Options& options) {
             }
         }
         note(options, fmt::format("{} of {} query elements failed: {}", failed, sample.elements.size(), names));
-        note(options, "hint: 'zulstat ids' and 'zulstat groups' list what the Gateway knows.");
+        note(options, "hint: " + elementsHint(sample, options));
         return exitPartly;
     }
     if (itemCount(sample) == 0) {

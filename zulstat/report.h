@@ -26,7 +26,7 @@ int exitCodeFor(const Failure& failure);
 // One line without "zulstat: " and line end, and what to do about it (empty where nothing helps). Neither has odd
 // bytes.
 std::string describeFailure(const Failure& failure, const Options& options);
-std::string hintFor(const Failure& failure, const Query& query);
+std::string hintFor(const Failure& failure, const Query& query, const Options& options);
 
 // "zulstat: TEXT\n" on standard error; note() not with -q, detail() only with -v.
 void complain(std::string_view text);
@@ -35,6 +35,11 @@ void detail(const Options& options, std::string_view text);
 
 // complain() with the failure and its hint; returns its exit code. An interruption is no message.
 int reportFailure(const Failure& failure, const Query& query, const Options& options);
+
+// For detail(), and the size for ping: "5656 of 32767 bytes (17 %)".
+std::string sampleDetails(const Sample& sample);
+std::string sizeText(const Sample& sample);
+double milliseconds(double seconds);
 
 // The summary of failed elements and of nothing matched, and the exit code: exitOk or exitPartly.
 int reportSample(const Sample& sample, const Options& options);

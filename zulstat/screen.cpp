@@ -40,16 +40,22 @@ void catchOtherSignals() {
 
 }  // namespace
 
+void refuseTraceOnScreen(const Options& options) {
+    if (options.traceLevel > 0 && options.traceFile.empty() && isatty(STDERR_FILENO) == 1) {
+        throw UsageError{"the trace would fall into the screen: name a file with --trace-file"};
+    }
+}
+
 Screen::Screen(bool useColor) {
     if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
-        throw UsageError{"top needs a terminal; 'zulstat watch' works without", exitUsage};
+        throw UsageError{"top needs a terminal; 'zulstat watch' works without"};
     }
     std::setlocale(LC_ALL, "");
     std::setlocale(LC_NUMERIC, "C");
     unicode = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
     terminal = canRedraw() ? newterm(nullptr, stdout, stdin) : nullptr;
     if (terminal == nullptr) {
-        throw UsageError{"top cannot use this terminal (TERM); 'zulstat watch' does not need it", exitUsage};
+        throw UsageError{"top cannot use this terminal (TERM); 'zulstat watch' does not need it"};
     }
     color = useColor && has_colors();
     if (color) {

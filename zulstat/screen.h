@@ -7,13 +7,19 @@
 
 namespace zulstat {
 
+struct Options;
+
 enum class Style : std::uint8_t { normal, bold, dim, header, bad };
 
 // Keys that are no ASCII characters.
 enum Key : int { keyUp = 0x100, keyDown, keyPageUp, keyPageDown, keyHome, keyEnd, keyResize, keyOther };
 inline constexpr int keyEnter = '\r';
 inline constexpr int keyEscape = 0x1B;
+inline constexpr int keyClear = 0x15;  // Ctrl-U
 inline constexpr int keyBackspace = 0x7F;
+
+// Throws UsageError where the library's trace would fall into what is drawn.
+void refuseTraceOnScreen(const Options& options);
 
 // One at a time. The destructor restores the terminal.
 class Screen {

@@ -4,8 +4,10 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <utility>
 
 #include "text.h"
 
@@ -40,6 +42,24 @@ std::string cutToWidth(std::string_view text, std::size_t columns) {
         end = next;
     }
     return std::string(text.substr(0, end));
+}
+
+std::vector<std::string> wrapToWidth(std::string_view text, std::size_t columns) {
+    std::vector<std::string> lines;
+    while (!text.empty()) {
+        std::string line = cutToWidth(text, std::max<std::size_t>(columns, 1));
+        if (line.empty()) {
+            line = text;  // a wide character in a narrow window
+        }
+        const std::size_t blank = line.size() < text.size() ? line.rfind(' ') : std::string::npos;
+        if (blank != std::string::npos && blank > 0) {
+            line.resize(blank);
+        }
+        text.remove_prefix(line.size());
+        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+        lines.push_back(std::move(line));
+    }
+    return lines;
 }
 
 std::string clockTime(double wallTime) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zulstat {
 
@@ -18,6 +19,9 @@ bool canRedraw();
 
 // The longest beginning of a text without control characters that fits into this many terminal columns.
 std::string cutToWidth(std::string_view text, std::size_t columns);
+
+// The text in lines of at most this many columns, broken at blanks where it can be.
+std::vector<std::string> wrapToWidth(std::string_view text, std::size_t columns);
 
 // 13:05:01, in the user's time zone.
 std::string clockTime(double wallTime);

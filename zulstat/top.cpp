@@ -29,7 +29,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::array<double, 10> intervals = {0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 30, 60};
-constexpr int firstRow = 3;  // below title, state and column titles
 constexpr std::size_t sparkWidth = 20;
 constexpr std::size_t rateWidth = 12;
 
@@ -126,7 +125,7 @@ private:
     }
 
     void press(int key) {
-        const int page = std::max(screen->rows() - firstRow - 1, 1);
+        const int page = std::max(screen->rows() - head - 2, 1);
         if (key == keyResize) {
             return;
         }
@@ -199,6 +198,8 @@ private:
         if (key == keyEnter || key == keyEscape) {
             typing = false;
             filterText = key == keyEscape ? "" : filterText;
+        } else if (key == keyClear) {
+            filterText.clear();
         } else if (key == keyBackspace && !filterText.empty()) {
             filterText.pop_back();
         } else if (key >= ' ' && key < keyBackspace) {
@@ -218,7 +219,7 @@ private:
     std::string state() const {
         const double waited = std::chrono::duration<double>(Clock::now() - began).count();
         if (paused) {
-            return "paused";
+            return lost.empty() ? "paused" : "paused, no connection, last values: " + lost;
         }
         if (!lost.empty()) {
             const double left = std::chrono::duration<double>(nextTry - Clock::now()).count();
@@ -229,7 +230,7 @@ private:
             return fmt::format("waiting {:.0f} s: {}", waited,
                                escapeForTerminal(describeWait(collector.phase(), query)));
         }
-        return "connected";
+        return last && rows.count() == 0 ? "connected; nothing matches what was asked for" : "connected";
     }
 
     void draw() {
@@ -240,10 +241,13 @@ private:
                     fmt::format("zulstat {}{}{}  every {} s", escapeForTerminal(targetText(options.target)), protocol,
                                 time, interval),
                     Style::bold);
-        screen->put(1, 0, state(), lost.empty() ? Style::normal : Style::bad);
+        head = 1;
+        for (const std::string& line : wrapToWidth(state(), static_cast<std::size_t>(std::max(screen->columns(), 1)))) {
+            screen->put(head++, 0, line, lost.empty() ? Style::normal : Style::bad);
+        }
         if (help) {
             for (std::size_t line = 0; line < helpLines.size(); ++line) {
-                screen->put(firstRow + static_cast<int>(line), 2, helpLines[line]);
+                screen->put(head + 1 + static_cast<int>(line), 2, helpLines[line]);
             }
         } else {
             drawRows();
@@ -253,7 +257,7 @@ private:
 
     void drawRows() {
         const std::vector<const TopRow*> shown = rows.select(sort, reverse, filterText);
-        const int room = std::max(screen->rows() - firstRow - 1, 0);
+        const int room = std::max(screen->rows() - head - 2, 0);
         const int count = static_cast<int>(shown.size());
         scroll = std::clamp(scroll, 0, std::max(count - room, 0));
 
@@ -274,19 +278,19 @@ private:
         const auto mark = [&](SortBy column, const char* name) {
             return std::string(name) + (sort != column ? "" : reverse ? " ^" : " v");
         };
-        screen->put(2, 0, std::string(columns, ' '), Style::header);
-        screen->put(2, 0, mark(SortBy::id, "ID"), Style::header);
-        screen->put(2, valueColumn, padLeft(mark(SortBy::value, "VALUE"), valueWidth), Style::header);
-        screen->put(2, rateColumn, padLeft(mark(SortBy::rate, "RATE"), rateWidth), Style::header);
-        screen->put(2, sparkColumn, "HISTORY", Style::header);
+        screen->put(head, 0, std::string(columns, ' '), Style::header);
+        screen->put(head, 0, mark(SortBy::id, "ID"), Style::header);
+        screen->put(head, valueColumn, padLeft(mark(SortBy::value, "VALUE"), valueWidth), Style::header);
+        screen->put(head, rateColumn, padLeft(mark(SortBy::rate, "RATE"), rateWidth), Style::header);
+        screen->put(head, sparkColumn, "HISTORY", Style::header);
         for (int line = 0; line < room && scroll + line < count; ++line) {
             const TopRow& row = *shown[static_cast<std::size_t>(scroll + line)];
             const Style style = row.failed ? Style::bad : lost.empty() ? Style::normal : Style::dim;
-            screen->put(firstRow + line, 0, cutToWidth(row.id, idWidth), style);
-            screen->put(firstRow + line, valueColumn, padLeft(cutToWidth(row.value, valueWidth), valueWidth), style);
-            screen->put(firstRow + line, rateColumn, padLeft(row.rate, rateWidth), style);
+            screen->put(head + 1 + line, 0, cutToWidth(row.id, idWidth), style);
+            screen->put(head + 1 + line, valueColumn, padLeft(cutToWidth(row.value, valueWidth), valueWidth), style);
+            screen->put(head + 1 + line, rateColumn, padLeft(row.rate, rateWidth), style);
             if (row.number) {
-                screen->put(firstRow + line, sparkColumn, sparkline(row.history, sparkWidth, screen->utf8()), style);
+                screen->put(head + 1 + line, sparkColumn, sparkline(row.history, sparkWidth, screen->utf8()), style);
             }
         }
         drawFooter(shown.size(), room);
@@ -324,6 +328,7 @@ private:
     std::string filterText;
     SortBy sort = SortBy::id;
     int scroll = 0;
+    int head = 2;  // the row of the column titles, below title and state
     bool reverse = false;
     bool paused = false;
     bool typing = false;
@@ -334,9 +339,7 @@ private:
 }  // namespace
 
 int runTop(const Options& options) {
-    if (options.traceLevel > 0 && options.traceFile.empty() && isatty(STDERR_FILENO) == 1) {
-        throw UsageError{"the trace would fall into the screen: name a file with --trace-file", exitUsage};
-    }
+    refuseTraceOnScreen(options);
     return Top(options).run();
 }
 

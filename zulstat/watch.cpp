@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -21,9 +22,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-bool sleepUntil(Clock::time_point moment) {
-    return sleepUnlessInterrupted(std::chrono::ceil<std::chrono::milliseconds>(moment - Clock::now()));
-}
+constexpr std::chrono::milliseconds refreshTime(200);
 
 class Watch {
 public:
@@ -37,8 +36,17 @@ public:
     }
 
     int run() {
+        const int result = watch();
+        if (incomplete) {
+            reportSample(*incomplete, options);
+        }
+        return result;
+    }
+
+private:
+    int watch() {
         for (;;) {
-            Outcome outcome = collector.collect(query, options.timeoutMs());
+            Outcome outcome = collect();
             if (!outcome.failure) {
                 take(outcome.sample);
                 if (options.count && shown >= *options.count) {
@@ -58,7 +66,33 @@ public:
         }
     }
 
-private:
+    Outcome collect() {
+        const Clock::time_point began = Clock::now();
+        collector.begin(query, options.timeoutMs());
+        for (;;) {
+            if (std::optional<Outcome> outcome = collector.waitFor(refreshTime)) {
+                return *std::move(outcome);
+            }
+            const double waited = std::chrono::duration<double>(Clock::now() - began).count();
+            display->refresh(waited < 1 ? ""
+                                        : fmt::format("waiting {:.0f} s: {}", waited,
+                                                      escapeForTerminal(describeWait(collector.phase(), query))));
+        }
+    }
+
+    bool sleepUntil(Clock::time_point moment) {
+        for (;;) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(moment - Clock::now());
+            if (!sleepUnlessInterrupted(std::min(left, refreshTime))) {
+                return false;
+            }
+            if (left <= refreshTime) {
+                return true;
+            }
+            display->refresh("");
+        }
+    }
+
     void take(Sample& sample) {
         filter(sample, options.globs);
         if (lostSince && !display->showsState()) {
@@ -69,10 +103,13 @@ private:
         lostSince.reset();
         backoff.reset();
         display->show(sample);
-        // Said once, and on a terminal seen in the table.
-        const bool incomplete = failedElements(sample) > 0 || itemCount(sample) == 0;
-        if (incomplete && exitCode == exitOk) {
+        if (!display->showsState()) {
+            detail(options, sampleDetails(sample));
+        }
+        // Said once; on a terminal seen in the table, and said when that is left.
+        if ((failedElements(sample) > 0 || itemCount(sample) == 0) && exitCode == exitOk) {
             exitCode = display->showsState() ? exitPartly : reportSample(sample, options);
+            incomplete = display->showsState() ? std::optional(sample) : std::nullopt;
         }
         ++shown;
         wakeUp = cadence.after(Clock::now());
@@ -99,6 +136,7 @@ private:
     Backoff backoff;
     std::optional<Clock::time_point> lostSince;
     Clock::time_point wakeUp;
+    std::optional<Sample> incomplete;
     long shown = 0;
     int exitCode = exitOk;
 };

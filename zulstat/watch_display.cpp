@@ -14,6 +14,7 @@
 #include "output.h"
 #include "rate.h"
 #include "report.h"
+#include "screen.h"
 #include "terminal.h"
 #include "text.h"
 #include "zulstats.h"
@@ -73,7 +74,15 @@ public:
         lines = readableLines(sample, changes, options, width);
         time = sample.wallTime;
         lost = false;
+        waits.clear();
         draw();
+    }
+    void refresh(const std::string& waiting) override {
+        const TerminalSize now = terminalSize();
+        if (waits != waiting || (drawn && (now.rows != size.rows || now.columns != size.columns))) {
+            waits = waiting;
+            draw();
+        }
     }
     void gap(const Failure& failure, bool, std::chrono::milliseconds retryIn) override {
         state = fmt::format("next attempt in {:.2g} s: {}", std::chrono::duration<double>(retryIn).count(),
@@ -103,13 +112,19 @@ private:
                 add(text, style);
             }
         };
-        addLine(fmt::format("{}  {}  {}", escapeForTerminal(targetText(options.target)), clockTime(time),
-                            lost ? "no connection, last values" : fmt::format("every {} s", options.interval)),
+        const std::string target = escapeForTerminal(targetText(options.target));
+        addLine(time == 0 ? fmt::format("{}  {}", target, waits)
+                          : fmt::format("{}  {}  {}", target, clockTime(time),
+                                        lost             ? "no connection, last values"
+                                        : !waits.empty() ? waits
+                                                         : fmt::format("every {} s", options.interval)),
                 lost ? "\x1b[1;31m" : "\x1b[1m");
         if (lost) {
-            addLine(state, "\x1b[31m");
+            for (const std::string& line : wrapToWidth(waits.empty() ? state : waits, size.columns)) {
+                addLine(line, "\x1b[31m");
+            }
         }
-        if (options.header) {
+        if (options.header && time != 0) {
             addLine(padRight("ID", width) + "  VALUE", "\x1b[1m");
         }
         const bool fits = lines.size() <= room;
@@ -128,6 +143,7 @@ private:
     Changes changes;
     std::vector<Line> lines;
     std::string state;
+    std::string waits;
     std::string frame;
     std::size_t width = 2;
     TerminalSize size;
@@ -145,7 +161,7 @@ public:
         const std::vector<Line> lines = readableLines(sample, changes, options, width);
         std::string text;
         const bool due = options.headerEvery > 0 && rowsSinceHeader >= options.headerEvery;
-        if (options.header && (!headerShown || due)) {
+        if (options.header && !lines.empty() && (!headerShown || due)) {
             text = padRight("TIME", time.size()) + "  " + padRight("ID", width) + "  VALUE\n";
             headerShown = true;
             rowsSinceHeader = 0;
@@ -231,6 +247,7 @@ std::unique_ptr<WatchDisplay> makeWatchDisplay(const Options& options) {
     switch (options.format.value_or(Format::table)) {
     case Format::table:
         if (canRedraw()) {
+            refuseTraceOnScreen(options);
             return std::make_unique<Redrawn>(options);
         }
         return std::make_unique<Rows>(options);
@@ -238,8 +255,7 @@ std::unique_ptr<WatchDisplay> makeWatchDisplay(const Options& options) {
         return std::make_unique<PlainRows>(options);
     default:
         if (!options.rates.empty() || !options.deltas.empty()) {
-            throw UsageError{"-r and -d are for tables and plain rows; other formats have times to compute them from",
-                             exitUsage};
+            throw UsageError{"-r and -d are for tables and plain rows; other formats have times to compute them from"};
         }
         return std::make_unique<Documents>(options);
     }

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <memory>
+#include <string>
 
 #include "collect.h"
 
@@ -20,6 +21,10 @@ public:
     virtual void show(const Sample& sample) = 0;
     // No sample could be had. Called after each attempt, `first` for the one that ended a series.
     virtual void gap(const Failure& failure, bool first, std::chrono::milliseconds retryIn) = 0;
+    // Called a few times a second in between. `waiting` says what an answer waits for, once that takes long.
+    virtual void refresh(const std::string& waiting) {
+        static_cast<void>(waiting);
+    }
     // Whether gap() tells the user already what the messages on standard error would.
     virtual bool showsState() const {
         return false;

@@ -29,10 +29,10 @@ FrameWriter& FrameWriter::add(const Query& query) {
     return *this;
 }
 
-// The collector knows target, query and freshConnection itself.
+// The collector knows target, query and what concerns the connection itself.
 FrameWriter& FrameWriter::add(const Sample& sample) {
-    add(std::string_view(sample.protocol)).add(sample.hasValues).add(sample.wallTime).add(sample.monotonicTime);
-    add(static_cast<std::uint64_t>(sample.contentSize)).add(sample.openSeconds).add(sample.querySeconds);
+    add(sample.hasValues).add(sample.wallTime).add(sample.monotonicTime);
+    add(static_cast<std::uint64_t>(sample.contentSize)).add(sample.querySeconds);
     add(static_cast<Length>(sample.elements.size()));
     for (const Element& element : sample.elements) {
         add(std::string_view(element.text)).add(element.rc).add(static_cast<Length>(element.items.size()));
@@ -84,12 +84,10 @@ Query FrameReader::takeQuery() {
 
 Sample FrameReader::takeSample() {
     Sample sample;
-    sample.protocol = takeText();
     sample.hasValues = take<bool>();
     sample.wallTime = take<double>();
     sample.monotonicTime = take<double>();
     sample.contentSize = static_cast<std::size_t>(take<std::uint64_t>());
-    sample.openSeconds = take<double>();
     sample.querySeconds = take<double>();
     for (Length count = take<Length>(); count > 0; --count) {
         Element element;

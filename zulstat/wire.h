@@ -17,6 +17,7 @@ enum class MessageType : std::uint8_t {
     query,   // to the worker
     close,   // to the worker, the last one
     phase,   // from the worker, before each step
+    opened,  // from the worker, once: protocol version and how long opening took
     sample,  // from the worker: the answer to a query
     failed,  // from the worker, which ends
     closed,  // from the worker, which ends

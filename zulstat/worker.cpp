@@ -106,31 +106,26 @@ std::vector<std::string> resolve(const std::string& host) {
     return addresses;
 }
 
-struct Connection {
-    GatewayToken* token = nullptr;
-    std::string protocol;
-    double openSeconds = 0;
-};
-
-Connection openConnection(const std::string& host, int port) {
+GatewayToken* openConnection(const std::string& host, int port) {
     const Clock::time_point start = Clock::now();
     report(Phase::resolving);
     const std::vector<std::string> addresses = resolve(host);
     report(Phase::opening);
-    Connection connection;
+    GatewayToken* token = nullptr;
     char* version = nullptr;
     int rc = STAPI_RC_HOST_NOT_RESOLVED;
     for (const std::string& address : addresses) {
-        rc = openRemoteGatewayConnection(address.c_str(), port, &connection.token, &version);
+        rc = openRemoteGatewayConnection(address.c_str(), port, &token, &version);
         if (kindOf(rc) != FailureKind::cannotConnect) {
             break;
         }
     }
     throwOnError(rc, Phase::opening);
-    connection.protocol = version == nullptr ? "" : version;
+    const std::string protocol = version == nullptr ? "" : version;
     std::free(version);
-    connection.openSeconds = seconds(Clock::now() - start);
-    return connection;
+    sendFrame(
+        FrameWriter(MessageType::opened).add(std::string_view(protocol)).add(seconds(Clock::now() - start)).finish());
+    return token;
 }
 
 int ask(GatewayToken* token, const Query& query, ResultSetToken** result) {
@@ -210,28 +205,25 @@ std::size_t contentSize(const std::vector<Element>& elements, bool hasValues) {
     return size;
 }
 
-Sample takeSample(const Connection& connection, const Query& query) {
+Sample takeSample(GatewayToken* token, const Query& query) {
     report(Phase::querying);
     const Clock::time_point start = Clock::now();
     ResultSetToken* result = nullptr;
-    const int rc = ask(connection.token, query, &result);
+    const int rc = ask(token, query, &result);
     const Clock::time_point end = Clock::now();
     Sample sample;
     sample.wallTime = seconds(std::chrono::system_clock::now().time_since_epoch());
     throwOnError(rc, Phase::querying);
     sample.monotonicTime = seconds(end.time_since_epoch());
-    sample.protocol = connection.protocol;
     sample.hasValues = query.what == What::stats || query.what == What::statsById || query.what == What::statsByGroup;
     sample.elements = walk(result, sample.hasValues);
     sample.contentSize = contentSize(sample.elements, sample.hasValues);
-    sample.openSeconds = connection.openSeconds;
     sample.querySeconds = seconds(end - start);
     return sample;
 }
 
 void serve() {
     std::string received;
-    Connection connection;
     FrameReader request = nextRequest(received);
     const std::string host = request.takeText();
     const int port = request.take<int>();
@@ -241,16 +233,16 @@ void serve() {
         throwOnError(setAPITraceFile(traceFile.c_str()), Phase::starting);
     }
     throwOnError(setAPITraceLevel(traceLevel), Phase::starting);
-    connection = openConnection(host, port);
+    GatewayToken* token = openConnection(host, port);
     for (;;) {
         request = nextRequest(received);
         if (request.type() == MessageType::close) {
             report(Phase::closing);
-            throwOnError(closeGatewayConnection(&connection.token), Phase::closing);
+            throwOnError(closeGatewayConnection(&token), Phase::closing);
             sendFrame(FrameWriter(MessageType::closed).finish());
             return;
         }
-        const Sample sample = takeSample(connection, request.takeQuery());
+        const Sample sample = takeSample(token, request.takeQuery());
         sendFrame(FrameWriter(MessageType::sample).add(sample).finish());
     }
 }

@@ -68,8 +68,8 @@ const char* const helpText =
     "  --stats N        number of statistics, 0 to 100000 (default 150)\n"
     "  --speed X        model seconds per second, 0 to stand still (default 1)\n"
     "  --protocol TEXT  protocol version to report (default 1_0_0_0)\n"
-    "  --help           print this text\n"
-    "  --version        print the version\n"
+    "  -h, --help       print this text\n"
+    "  -V, --version    print the version\n"
     "\n"
     "An option's value follows as the next word or after '='.\n"
     "Exit status: 0 ended by a signal, 1 cannot listen or write the port file,\n"
@@ -83,7 +83,8 @@ Arguments parseArguments(const std::vector<std::string>& words) {
     for (std::size_t index = 0; index < words.size(); ++index) {
         const std::string& word = words[index];
         const std::size_t equals = word.find('=');
-        const std::string option = word.substr(0, equals);
+        const std::string name = word.substr(0, equals);
+        const std::string option = name == "-h" ? "--help" : name == "-V" ? "--version" : name;
         if (option == "--help" || option == "--version") {
             if (equals != std::string::npos) {
                 throw UsageError(option + " takes no value");

@@ -51,7 +51,7 @@ def entries_json(output):
     for element in document['elements']:
         head = (element['element'], element['rc'])
         entries += [(*head, '', '')] * (element['rc'] < 0)
-        entries += [(*head, item['id'], item.get('value', '')) for item in element['items']]
+        entries += [(*head, item['id'], item.get('value', str(item.get('statistics', '')))) for item in element['items']]
     return entries
 
 
@@ -135,11 +135,13 @@ class Healthy(unittest.TestCase):
                 (0, ['check', 'host.cpu.count', '-w', '1:', '-c', '1:']), (1, ['check', 'host.cpu.count', '-w', '@1:99']),
                 (2, ['check', 'host.cpu.count', '-w', '1', '-c', '~:1']), (2, ['check', 'x', '-p', str(free_port())]),
                 (3, ['check', 'nosuch']), (3, ['check', 'host.name', '-w', '1']), (3, ['check', 'x', '-w', 'y']),
-                (3, ['check'])):
+                (3, ['check']), (2, ['stats', '--trace-file', 'x'])):
             with self.subTest(arguments):
                 result = run(port, *arguments)
                 self.assertEqual(result.returncode, code, result)
-                self.assertEqual(bool(result.stderr), code != 0 and not result.stdout.startswith('ZULSTAT'), result)
+                self.assertEqual(result.stdout.startswith('ZULSTAT '), arguments[:1] == ['check'], result)
+                silent = code == 0 or (arguments[:1] == ['check'] and 'try ' not in result.stderr)
+                self.assertEqual(result.stderr == '', silent, result)
 
         self.assertEqual(run(port, 'check', 'host.cpu.count', '-w', '10', '-c', '5:20').stdout,
                          "ZULSTAT OK - host.cpu.count is 8 | 'host.cpu.count'=8;10;5:20\n")
@@ -170,6 +172,7 @@ class Healthy(unittest.TestCase):
         with open('/dev/full', 'w', encoding='utf-8') as full:
             result = run(self.port, 'stats', stdout=full)
             self.assertEqual((result.returncode, result.stderr.count('\n')), (6, 1))
+            self.assertEqual(run(self.port, 'check', 'host.name', stdout=full).returncode, 3)
         for output in ('stats -o json', '--help', 'explain'):
             read_end, write_end = os.pipe()
             os.close(read_end)
@@ -195,6 +198,9 @@ class Stalling(unittest.TestCase):
                                             ('close', 'connection open, waiting for the answer to the close request', 0)):
                 with self.subTest(fault=fault, exchange=exchange), gateway(fault, exchange) as port:
                     self.check_deadline(port, waiting, code=code)
+        with gateway('silent', 'query') as port:  # how far ping came
+            self.assertRegex(self.check_deadline(port, 'connection open, waiting for all statistics', 'ping').stdout,
+                             r'^127.0.0.1:\d+: open in [\d.]+ ms, protocol \S+\n$')
 
     def test_silent_listener_and_resolver(self):
         with socket.create_server(('127.0.0.1', 0)) as listener:
@@ -222,7 +228,7 @@ class Stalling(unittest.TestCase):
         for arguments, query, message in (
                 (('close', 'open'), ['stats'], 'lost the connection'), (('close', 'query'), ['stats'], 'lost the connection'),
                 (('refuse', 'query'), ['stats', '-g', 'conn'], r'STAPI_RC_GATEWAY_REQUEST_FAILED \(-122\)'),
-                (('big',), ['stats'], r'hint: An answer over 32767 bytes .*\(-g GROUP')):
+                (('big',), ['stats'], r"hint: An answer over 32767 bytes .*'zulstat stats -g GROUP'")):
             with self.subTest(arguments), gateway(*arguments) as port:
                 result = run(port, *query)
                 self.assertEqual((result.returncode, result.stdout), (5, ''), result)

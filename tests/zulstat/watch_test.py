@@ -5,6 +5,7 @@
 """
 import contextlib
 import csv
+import fcntl
 import json
 import os
 import pty
@@ -80,6 +81,14 @@ class Watch(unittest.TestCase):
         self.assertEqual([row[2] for row in csv.reader(table.splitlines())], ['element'] + [ID, 'nosuch'] * 3)
         self.assertEqual([line.split('\t')[3] for line in plain.splitlines()], [ID, 'nosuch'] * 3)
         self.assertEqual(metrics.count('# EOF\n'), 3)
+
+    def test_an_interrupt_ends_it_while_nobody_reads(self):
+        with simulator() as port, started(ZULSTAT, 'watch', '0.05', '-p', port) as watch:
+            pipe = watch.stdout.fileno()
+            fcntl.fcntl(pipe, fcntl.F_SETPIPE_SZ, 4096)
+            time.sleep(1)
+            watch.send_signal(signal.SIGINT)
+            self.assertEqual(watch.wait(1), 0)
 
     def test_gateway_restarts(self):
         # In each format, what the output has once after the first samples.
