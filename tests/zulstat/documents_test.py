@@ -29,7 +29,7 @@ COMMANDS = re.findall(r'^  (\w+) ', HELP.split('\nCommands:\n')[1], re.M)
 
 
 def help_options(text):
-    return {option for head in re.findall(r'^ +(-\S+)', text, re.M) for option in head.split(',')}
+    return {option for head in re.findall(r'^ +(-[^\s,]+(?:, ?--\S+)?)', text, re.M) for option in re.split(', ?', head)}
 
 
 def page_options(page, title):
