@@ -71,7 +71,7 @@ int LLVMFuzzerInitialize(int*, char***) {
 
 // Less memory while a trace shows every byte received.
 void* __wrap_calloc(std::size_t count, std::size_t size) {
-    const std::size_t limit = traceIsOpen(4) ? 1 << 16 : 1 << 20;
+    const std::size_t limit = traceIsOpen(4) ? 1 << 16 : 1 << 17;
     const bool failing = peer.failing > 0 && --peer.failing == 0;
     return failing || (size != 0 && count > limit / size) ? nullptr : __real_calloc(count, size);
 }

@@ -132,7 +132,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     peer = {Peer::PEER_KIND, in.take(8192), {}, CONNECT_ERRORS[HOSTILE && error < 5 ? error : 0], -1, 0};
     const int descriptor = dup(STDERR_FILENO);
     close(descriptor);
-    for (int calls = 0; choices.size > 1 && calls < 32; ++calls) {
+    for (int calls = 0; choices.size > 1 && calls < 16; ++calls) {
         const unsigned op = choices.byte() % 19;
         call(op, choices.byte());
     }

@@ -51,15 +51,6 @@ TEST_F(Arguments, ofQuerying) {
     EXPECT_EQ(server.requests().size(), requests);
 }
 
-TEST_F(Arguments, ofTheOthers) {
-    ResultSetToken* none = nullptr;
-    EXPECT_EQ(closeGatewayConnection(nullptr), STAPI_RC_NULL_GATEWAY_TOKEN);
-    EXPECT_EQ(freeResultSet(nullptr), STAPI_RC_NULL_RESULT_SET_POINTER);
-    EXPECT_EQ(freeResultSet(&none), STAPI_RC_NULL_RESULT_SET);
-    EXPECT_EQ(getStatsAPIVersion(nullptr), STAPI_RC_NULL_POINTER);
-    EXPECT_EQ(setAPITraceFile("/nonexistent/trace"), STAPI_RC_TRACE_FILE_OPEN_FAILED);
-}
-
 // Refused calls leave the position where it is.
 TEST_F(Arguments, ofWalking) {
     const Connection open(server);

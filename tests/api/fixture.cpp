@@ -52,7 +52,6 @@ Connection::Connection(const simgateway::Server& server) {
     EXPECT_EQ(openGatewayConnection(server.port(), &token, &text), 0);
     EXPECT_NE(token, nullptr);
     EXPECT_NE(text, nullptr);
-    versionText = text == nullptr ? "" : text;
     std::free(text);
 }
 

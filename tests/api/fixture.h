@@ -64,13 +64,9 @@ public:
     GatewayToken** address() {
         return &token;
     }
-    [[nodiscard]] const std::string& version() const {
-        return versionText;
-    }
 
 private:
     GatewayToken* token = nullptr;
-    std::string versionText;
 };
 
 // The code of an open call whose outputs are dropped; nothing stays open.

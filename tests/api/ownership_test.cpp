@@ -12,8 +12,6 @@ namespace {
 using apitest::allStats;
 using apitest::Connection;
 using apitest::PATIENCE;
-using apitest::QUERY_CALLS;
-using apitest::QueryCall;
 using apitest::walkStats;
 
 using Ownership = apitest::GatewayTest;
@@ -22,50 +20,24 @@ void inThread(const std::function<void()>& work) {
     std::thread(work).join();
 }
 
-struct Call {
-    const char* name;
-    std::function<int()> run;
-};
-
-// Every call that checks the owner of a connection or of its result set, of which the first holds statistics and the
-// second identifiers.
-std::vector<Call> checkedCalls(GatewayToken* token, ResultSetToken* stats, GatewayToken* other, ResultSetToken* ids) {
-    std::vector<Call> calls;
-    for (const QueryCall& query : QUERY_CALLS) {
-        calls.push_back({query.name, [=, &query] {
-                             ResultSetToken* result = nullptr;
-                             const int rc = query.run(token, &result);
-                             EXPECT_EQ(result, nullptr) << query.name;
-                             return rc;
-                         }});
+// The codes of every call that checks the owner of a connection or of its result set.
+std::vector<int> codesOfCheckedCalls(GatewayToken* token, ResultSetToken* stats, ResultSetToken* ids) {
+    std::vector<int> codes;
+    ResultSetToken* result = nullptr;
+    char* query = nullptr;
+    StatData stat{};
+    IdData id{};
+    for (const apitest::QueryCall& call : apitest::QUERY_CALLS) {
+        codes.push_back(call.run(token, &result));
     }
-    const auto addWalk = [&calls](const char* name, auto* call, ResultSetToken* result, auto record) {
-        calls.push_back({name, [=]() mutable { return call(result, &record); }});
-    };
-    addWalk("getFirstStat", getFirstStat, stats, StatData{});
-    addWalk("getNextStat", getNextStat, stats, StatData{});
-    addWalk("getFirstId", getFirstId, ids, IdData{});
-    addWalk("getNextId", getNextId, ids, IdData{});
-    for (ResultSetToken* result : {stats, ids}) {
-        calls.push_back({"copyResultSet", [result] {
-                             ResultSetToken* copy = nullptr;
-                             const int rc = copyResultSet(result, &copy);
-                             EXPECT_EQ(copy, nullptr);
-                             return rc;
-                         }});
-        calls.push_back({"dumpResultSet", [result] { return dumpResultSet(result); }});
-        calls.push_back({"getIdQuery", [result] {
-                             char* query = nullptr;
-                             const int rc = getIdQuery(result, &query);
-                             EXPECT_EQ(query, nullptr);
-                             return rc;
-                         }});
+    codes.insert(codes.end(), {getFirstStat(stats, &stat), getNextStat(stats, &stat)});
+    codes.insert(codes.end(), {getFirstId(ids, &id), getNextId(ids, &id)});
+    for (ResultSetToken* each : {stats, ids}) {
+        codes.insert(codes.end(), {copyResultSet(each, &result), dumpResultSet(each), getIdQuery(each, &query)});
     }
-    calls.push_back({"getStats on the other", [other] {
-                         ResultSetToken* result = nullptr;
-                         return getStats(other, &result);
-                     }});
-    return calls;
+    EXPECT_EQ(result, nullptr);
+    EXPECT_EQ(query, nullptr);
+    return codes;
 }
 
 class TwoConnections : public apitest::GatewayTest {
@@ -82,31 +54,14 @@ protected:
     ResultSetToken* ids = nullptr;
 };
 
-TEST_F(TwoConnections, areRefusedToAnotherThread) {
+TEST_F(TwoConnections, areRefusedToOthers) {
     const std::size_t requests = server.requests().size();
-    inThread([&] {
-        for (const Call& call : checkedCalls(first, stats, second, ids)) {
-            EXPECT_EQ(call.run(), STAPI_RC_RESULT_SET_TID_MISMATCH) << call.name;
-        }
-    });
-    EXPECT_EQ(server.requests().size(), requests);
-    EXPECT_EQ(walkStats(stats), allStats(simgateway::Model())) << "a refused call has moved the position";
-}
-
-TEST_F(TwoConnections, areRefusedToAnotherProcess) {
-    const std::size_t requests = server.requests().size();
-    const int failures = unittest::runInChild([&] {
-        int wrong = 0;
-        for (const Call& call : checkedCalls(first, stats, second, ids)) {
-            const int rc = call.run();
-            if (rc != STAPI_RC_RESULT_SET_PID_MISMATCH) {
-                std::fprintf(stderr, "%s in a child process: %d\n", call.name, rc);
-                ++wrong;
-            }
-        }
-        return wrong;
-    });
-    EXPECT_EQ(failures, 0);
+    const auto expectRefusals = [this](int code) {
+        EXPECT_THAT(codesOfCheckedCalls(first, stats, ids), testing::Each(code));
+        return HasFailure() ? 1 : 0;
+    };
+    inThread([&] { expectRefusals(STAPI_RC_RESULT_SET_TID_MISMATCH); });
+    EXPECT_EQ(unittest::runInChild([&] { return expectRefusals(STAPI_RC_RESULT_SET_PID_MISMATCH); }), 0);
     EXPECT_EQ(server.requests().size(), requests);
     EXPECT_EQ(walkStats(stats), allStats(simgateway::Model()));
 }
@@ -164,18 +119,13 @@ TEST_F(Ownership, copyIsEverybodys) {
 // A connection that a child process opens is the child's own.
 TEST_F(Ownership, childProcessOpensItsOwn) {
     const Connection connection(server);
-    const int port = server.port();
-    const int failures = unittest::runInChild([&] {
-        GatewayToken* token = nullptr;
-        char* version = nullptr;
-        ResultSetToken* result = nullptr;
-        int wrong = openGatewayConnection(port, &token, &version) == 0 ? 0 : 1;
-        std::free(version);
-        wrong += getStats(token, &result) == 0 ? 0 : 2;
-        wrong += closeGatewayConnection(&token) == 0 ? 0 : 4;
-        return wrong;
-    });
-    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(unittest::runInChild([this] {
+                  const Connection own(server);
+                  ResultSetToken* result = nullptr;
+                  EXPECT_EQ(getStats(own, &result), 0);
+                  return HasFailure() ? 1 : 0;
+              }),
+              0);
     ResultSetToken* result = nullptr;
     EXPECT_EQ(getStats(connection, &result), 0) << "the parent's connection";
 }

@@ -4,7 +4,6 @@
 #include "temp_directory.h"
 
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 
 namespace {
@@ -104,16 +103,6 @@ TEST_F(Settings, fileIsAppendedToAndLeft) {
     EXPECT_EQ(readFile(one), left);
     EXPECT_THAT(readFile(two), HasSubstr("API.getAPITraceLevel"));
     EXPECT_EQ(apitest::openDescriptors(), descriptors);
-}
-
-TEST_F(Settings, aFileThatCannotBeOpenedKeepsTheOneBefore) {
-    write(one);
-    ASSERT_EQ(setAPITraceLevel(1), 0);
-    for (const std::string& bad : {std::string(), directory.file(""), "/" + std::string(5000, 'x')}) {
-        EXPECT_EQ(setAPITraceFile(bad.c_str()), STAPI_RC_TRACE_FILE_OPEN_FAILED) << bad;
-        EXPECT_THAT(readFile(one), HasSubstr("API.setAPITraceFile(" + bad + ") file append failed with errno=")) << bad;
-        EXPECT_TRUE(showsName(one, one));
-    }
 }
 
 // The shown name ends at 1023 characters, the file is the one that was named.

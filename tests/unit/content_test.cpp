@@ -6,17 +6,15 @@
 #include "stapi_zul_impl.h"
 #include "stapi_zul_resultsetbuffer.h"
 #include "stapi_zul_socketcomms.h"
+#include "stapi_zul_statquery.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <utility>
 
 namespace unittest {
 namespace {
 
 TEST(Content, missingOrUnknownIsRefused) {
-    ASSERT_EQ(stapiInit(), 0);
     TraceCapture trace(1);
     StatData stat{};
     IdData id{};
@@ -42,7 +40,6 @@ TEST(Content, missingOrUnknownIsRefused) {
 }
 
 TEST(Content, queriesNeedTheConnectionsBuffer) {
-    ASSERT_EQ(stapiInit(), 0);
     TraceCapture trace(1);
     ResultSetToken rs{};
     GatewayToken token{};
@@ -75,11 +72,14 @@ TEST(Content, textCopyOfNothingIsRefused) {
 
 // No call of the application's leads here; a fault of our own would.
 TEST(Content, internalCallsWithNothingToWorkOnAreRefused) {
-    ASSERT_EQ(stapiInit(), 0);
     TraceCapture trace(1);
     char* cursor = nullptr;
     std::int32_t flag = 7;
+    unsigned char content[1] = {};
+    unsigned char* block = content;
     unsigned char* data = nullptr;
+    ResultSetToken* none = nullptr;
+    char small[15] = "";  // without room for an empty result set
     FlowReasons reasons{};
     RequestHeader header{};
     GatewayToken* parent = nullptr;
@@ -89,37 +89,21 @@ TEST(Content, internalCallsWithNothingToWorkOnAreRefused) {
     EXPECT_EQ(addPlatformChars(&cursor, "a", 1), STAPI_RC_NULL_PARAMETER);
     EXPECT_EQ(addTerminator(nullptr), STAPI_RC_NULL_PARAMETER);
     EXPECT_EQ(checkTerminator(nullptr, &flag), STAPI_RC_NULL_PARAMETER);
+    EXPECT_EQ(flow(-1, 0, &block, "REQUEST", &header, &reasons), STAPI_RC_FLOW_COMMS_FAILED);
+    EXPECT_EQ(flow(-1, 4, nullptr, "REQUEST", &header, &reasons), STAPI_RC_FLOW_COMMS_FAILED);
     EXPECT_EQ(flow(-1, 4, &data, "REQUEST", &header, &reasons), STAPI_RC_FLOW_COMMS_FAILED);
+    EXPECT_EQ(parseStatsData(content, small, sizeof content, sizeof small), STAPI_RC_FLOW_CONTENT_TOO_LARGE);
     EXPECT_EQ(chainGatewayToken(nullptr), STAPI_RC_NULL_GATEWAY_TOKEN_POINTER);
     EXPECT_EQ(findGatewayToken(nullptr, &parent), STAPI_FIND_NULL_TARGET);
+    EXPECT_EQ(deleteGatewayToken(nullptr, 1), STAPI_RC_NULL_GATEWAY_TOKEN_POINTER);
+    EXPECT_EQ(deleteResultSet(nullptr), STAPI_RC_NULL_RESULT_SET_POINTER);
+    EXPECT_EQ(deleteResultSet(&none), STAPI_RC_NULL_RESULT_SET);
+    EXPECT_EQ(dumpResultSetInternal(nullptr), STAPI_RC_NULL_PARAMETER);
+    EXPECT_EQ(commsStats(-1, nullptr), STAPI_RC_NULL_PARAMETER);
+    EXPECT_EQ(commsStatsByStatId(-1, nullptr, "a"), STAPI_RC_NULL_PARAMETER);
     EXPECT_EQ(flag, 7);
-    GatewayToken withoutTail{};
-    GatewayToken token{};
-    gtListHeadPtr = &withoutTail;
-    GatewayToken* const tail = std::exchange(gtListTailPtr, nullptr);
-    EXPECT_EQ(chainGatewayToken(&token), STAPI_RC_GTL_CORRUPT);
-    gtListHeadPtr = nullptr;
-    gtListTailPtr = tail;
-    EXPECT_THAT(trace.takeNumbers(), testing::ElementsAre(2101, 2109, 2112, 2117, 2121, 2124, 3227, 2021, 2028, 2020));
-}
-
-TEST(Content, anIdentifierStringIsLengthAndText) {
-    ASSERT_EQ(stapiInit(), 0);
-    TraceCapture trace(5);
-    char buffer[16] = {};
-    char* cursor = buffer;
-    ASSERT_EQ(addIdStr(&cursor, "conn"), 0);
-    ASSERT_EQ(addTerminator(cursor), 0);
-    std::int32_t atEnd = 0;
-    EXPECT_EQ(cursor, buffer + 8);
-    EXPECT_EQ(loadWord(buffer), 4u);
-    EXPECT_STREQ(buffer + 4, "conn\x0f\x0e\x0f\x0e");
-    EXPECT_EQ(checkTerminator(cursor, &atEnd), 0);
-    EXPECT_EQ(atEnd, 1);
-    EXPECT_EQ(checkTerminator(buffer, &atEnd), 0);
-    EXPECT_EQ(atEnd, 0);
-    EXPECT_THAT(trace.takeNumbers({2100, 2102, 2103, 2104, 2105, 2106, 2107, 2123, 2125, 2126}),
-                testing::ElementsAre(2100, 2102, 2103, 2104, 2105, 2106, 2107, 2123, 2125, 2126, 2123, 2125, 2126));
+    EXPECT_THAT(trace.takeNumbers(),
+                testing::ElementsAre(2101, 2109, 2112, 2117, 2121, 2124, 3227, 3227, 3227, 2232, 2021, 2028));
 }
 
 }  // namespace

@@ -1,63 +1,42 @@
-// Gateway tokens and their list: finding, verifying, dumping, chaining, creating against a simulated Gateway, deleting.
+// Gateway tokens and their list: finding, chaining, dumping, deleting, and closing while a connection is in use.
 #include "stapi_zul_gwytok.h"
 
 #include "stapi_zul_diag.h"
 #include "zulstats.h"
 
-#include "child.h"
 #include "failing_malloc.h"
+#include "fixture.h"
 #include "scripted_peer.h"
 #include "socket_calls.h"
 #include "trace_capture.h"
 
-#include <simgateway/sim_gateway.h>
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
 #include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace unittest {
 namespace {
 
+using apitest::openDescriptors;
 using simgateway::Server;
 
-// How many descriptors the process has open.
-std::ptrdiff_t openDescriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-}
-
-// Whether that comes to be so many: the Gateway may still be about to accept a connection that is closed already.
-bool descriptorsComeTo(std::ptrdiff_t count) {
-    for (int i = 0; i < 1000 && openDescriptors() != count; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return openDescriptors() == count;
+void closeAll() {
+    static_cast<void>(deleteGatewayTokens());
 }
 
 // Begins with an initialised library and an empty list, and deletes what is left at the end.
 class TokenList : public testing::Test {
 protected:
-    TokenList() {
-        int level = 0;
-        EXPECT_EQ(getAPITraceLevel(&level), 0);
-    }
     ~TokenList() override {
-        while (gtListHeadPtr != nullptr) {
-            GatewayToken* token = gtListHeadPtr;
-            deleteGatewayToken(&token, 0);
-        }
+        closeAll();
+        closeAll();  // what is beyond the limit
     }
     // Makes a list of so many tokens as createGatewayToken makes them, without a connection.
     void make(std::size_t length) {
@@ -82,6 +61,7 @@ protected:
         return length;
     }
 
+    TraceCapture trace{0};
     std::vector<GatewayToken*> tokens;
     GatewayToken stranger{};
 };
@@ -93,8 +73,7 @@ TEST_F(TokenList, findEndsAtTheLimit) {
         int expected;
     } cases[] = {
         {0, {}, STAPI_FIND_GTL_EMPTY}, {1, 0, STAPI_FIND_FOUND},     {1, {}, STAPI_FIND_NOT_FOUND},
-        {3, 0, STAPI_FIND_FOUND},      {3, 1, STAPI_FIND_FOUND},     {3, 2, STAPI_FIND_FOUND},
-        {3, {}, STAPI_FIND_NOT_FOUND}, {256, 255, STAPI_FIND_FOUND}, {256, {}, STAPI_FIND_NOT_FOUND},
+        {3, 1, STAPI_FIND_FOUND},      {3, 2, STAPI_FIND_FOUND},     {256, {}, STAPI_FIND_NOT_FOUND},
         {257, 256, STAPI_FIND_FOUND},  {257, {}, STAPI_GTL_RUNAWAY}, {258, 256, STAPI_FIND_FOUND},
         {258, 257, STAPI_GTL_RUNAWAY},
     };
@@ -104,27 +83,12 @@ TEST_F(TokenList, findEndsAtTheLimit) {
         const GatewayToken* target = one.target ? tokens[*one.target] : &stranger;
         GatewayToken* parent = &stranger;
         EXPECT_EQ(findGatewayToken(target, &parent), one.expected);
-        EXPECT_EQ(findGatewayToken(target, nullptr), one.expected);
-        EXPECT_EQ(findGatewayToken(nullptr, &parent), STAPI_FIND_NULL_TARGET);
+        EXPECT_EQ(verifyGatewayToken(target), parent != &stranger ? 0 : STAPI_RC_GATEWAY_TOKEN_NOT_FOUND);
         const bool found = one.expected == STAPI_FIND_FOUND;
         EXPECT_EQ(parent, !found ? &stranger : *one.target == 0 ? nullptr : tokens[*one.target - 1]);
-        while (gtListHeadPtr != nullptr) {
-            static_cast<void>(deleteGatewayTokens());
-        }
+        closeAll();
+        closeAll();  // what is beyond the limit
     }
-}
-
-TEST_F(TokenList, tokenBelongsToItsProcessAndThread) {
-    make(2);
-    const GatewayToken* token = tokens[1];
-    EXPECT_EQ(verifyGatewayToken(token), 0);
-    EXPECT_EQ(verifyGatewayToken(&stranger), STAPI_RC_GATEWAY_TOKEN_NOT_FOUND);
-    EXPECT_EQ(verifyGatewayToken(nullptr), STAPI_RC_GATEWAY_TOKEN_NOT_FOUND);
-    std::thread([token] {
-        EXPECT_EQ(verifyGatewayToken(token), STAPI_RC_RESULT_SET_TID_MISMATCH);
-        EXPECT_EQ(runInChild([token] { return -verifyGatewayToken(token); }), -STAPI_RC_RESULT_SET_PID_MISMATCH);
-    }).join();
-    EXPECT_EQ(runInChild([token] { return -verifyGatewayToken(token); }), -STAPI_RC_RESULT_SET_PID_MISMATCH);
 }
 
 TEST_F(TokenList, chainingGoesByTheHeadFirst) {
@@ -132,7 +96,7 @@ TEST_F(TokenList, chainingGoesByTheHeadFirst) {
     GatewayToken* const only = tokens[0];
     gtListTailPtr = nullptr;  // a head without a tail
     EXPECT_EQ(chainGatewayToken(&stranger), STAPI_RC_GTL_CORRUPT);
-    EXPECT_EQ(only->nextGwyTokPtr, nullptr);
+    trace.setLevel(1);
     {
         const AllocationFault allocations(0);
         GatewayToken* token = nullptr;
@@ -140,73 +104,32 @@ TEST_F(TokenList, chainingGoesByTheHeadFirst) {
         EXPECT_EQ(allocations.taken(), allocations.released());
         EXPECT_EQ(token, nullptr);
     }
+    EXPECT_EQ(trace.takeNumbers(), std::vector{2020});
+    EXPECT_EQ(only->nextGwyTokPtr, nullptr);
     gtListHeadPtr = nullptr;  // a tail without a head, as the last token leaves it
     gtListTailPtr = only;
     EXPECT_EQ(chainGatewayToken(&stranger), 0);
     EXPECT_EQ(gtListHeadPtr, &stranger);
     EXPECT_EQ(gtListTailPtr, &stranger);
     EXPECT_EQ(only->nextGwyTokPtr, nullptr);
-    EXPECT_EQ(chainGatewayToken(nullptr), STAPI_RC_NULL_GATEWAY_TOKEN_POINTER);
     gtListHeadPtr = only;
-}
-
-// Allocation failures one by one: those of the token have their codes, those of handshake and authorisation need not
-// make the call fail. Whatever the code, the call comes back and everything goes away again, but one block of a token
-// without a result set. Each works in a child because of that.
-TEST_F(TokenList, creationWithoutMemory) {
-    static constexpr int CODES[] = {STAPI_RC_NO_MEMORY, STAPI_RC_NO_MEMORY, STAPI_RC_NO_MEMORY,
-                                    STAPI_RC_GATEWAY_REQUEST_FAILED, STAPI_RC_NO_MEMORY};
-    int nth = 1;
-    for (int result = 1; result == 1; ++nth) {
-        SCOPED_TRACE(nth);
-        result = runInChild([nth] {
-            const Server gateway;
-            const auto descriptors = openDescriptors();
-            GatewayToken* token = nullptr;
-            const AllocationFault fault(nth);
-            const int rc = createGatewayToken(nullptr, "127.0.0.1", gateway.port(), &token);
-            const bool reached = fault.attempts() >= nth;
-            if ((rc == 0) != (token != nullptr) || (rc == 0) != (gtListHeadPtr != nullptr)) {
-                return 3;
-            }
-            if (nth <= 5 ? rc != CODES[nth - 1]
-                         : rc != 0 && rc != STAPI_RC_GATEWAY_CONNECTION_LOST && rc != STAPI_RC_GATEWAY_REQUEST_FAILED) {
-                return 4;
-            }
-            if (rc == 0 && (endUse(token) || deleteGatewayToken(&token, 1) != 0)) {
-                return 5;
-            }
-            if (fault.taken() - fault.released() != (nth == 2 || nth == 3 ? 1 : 0)) {
-                return 6;
-            }
-            return !descriptorsComeTo(descriptors) ? 7 : reached ? 1 : 0;
-        });
-        EXPECT_TRUE(result == 0 || result == 1) << result;
-    }
-    EXPECT_GT(nth, 20);  // handshake, two auth steps and two admin exchanges take three blocks and more each
 }
 
 TEST_F(TokenList, deletionReleasesEverythingAndTheTailFollows) {
     make(4);
-    GatewayToken* none = nullptr;
-    GatewayToken* handle = &stranger;
-    EXPECT_EQ(deleteGatewayToken(nullptr, 1), STAPI_RC_NULL_GATEWAY_TOKEN_POINTER);
-    EXPECT_EQ(deleteGatewayToken(&none, 0), STAPI_RC_NULL_GATEWAY_TOKEN);
-    EXPECT_EQ(deleteGatewayToken(&handle, 1), STAPI_RC_GATEWAY_TOKEN_NOT_FOUND);
-    EXPECT_EQ(handle, &stranger);
     const auto [first, second, third, last] = std::tuple(tokens[0], tokens[1], tokens[2], tokens[3]);
     SocketPair pair;
     second->socket = std::exchange(pair.library, -1);
     second->resultSetBuf = allocateResultSetBuffer();
     second->connRSToken->queryString = static_cast<char*>(std::malloc(8));
     pair.write(message({.name = "BASE"}));
-    const auto descriptors = openDescriptors();
+    const int descriptors = openDescriptors();
     {
         const AllocationFault allocations(0);
         EXPECT_EQ(deleteGatewayToken(&tokens[1], 1), 0);  // from the middle
         EXPECT_EQ(tokens[1], nullptr);
-        EXPECT_EQ(allocations.released() - allocations.taken(),
-                  6);  // token, buffer, version, result set, its two texts
+        // Token, buffer, version, result set, its two texts.
+        EXPECT_EQ(allocations.released() - allocations.taken(), 6);
     }
     EXPECT_EQ(openDescriptors(), descriptors - 1);
     char byte;
@@ -225,23 +148,14 @@ TEST_F(TokenList, deletionReleasesEverythingAndTheTailFollows) {
     EXPECT_EQ(listLength(), 1u);
 }
 
-void closeAll() {
-    static_cast<void>(deleteGatewayTokens());
-}
-
 // Another thread closes the connection: before it has a socket, when it is about to be handed out, and once it is in
 // use. Each time the call in progress fails and releases everything, and nothing of a later connection.
 TEST_F(TokenList, closingWhileItIsUsed) {
     const Server gateway;
-    const auto descriptors = openDescriptors();
+    const int descriptors = openDescriptors();
     GatewayToken* token = nullptr;
     char* version = nullptr;
     const auto open = [&] { return openGatewayConnection(gateway.port(), &token, &version); };
-    ASSERT_EQ(open(), 0);
-    std::free(version);
-    version = nullptr;
-    closeAll();
-    token = nullptr;
     {
         Server silent;  // nobody waits for it
         silent.inject(simgateway::Exchange::handshake, {.silent = true});
@@ -277,10 +191,11 @@ TEST_F(TokenList, closingWhileItIsUsed) {
         closeAll();
         EXPECT_EQ(allocations.taken(), allocations.released());
     }
-    EXPECT_TRUE(descriptorsComeTo(descriptors));
+    EXPECT_TRUE(apitest::descriptorsComeTo(descriptors));
 }
 
 TEST_F(TokenList, dumpAndDeletionOfAllEndAtTheLimit) {
+    trace.setLevel(1);
     for (const auto& [length, reached, code] : {std::tuple(0u, 0u, STAPI_GTL_EMPTY),
                                                 {1u, 1u, 0},
                                                 {255u, 255u, 0},
@@ -288,14 +203,13 @@ TEST_F(TokenList, dumpAndDeletionOfAllEndAtTheLimit) {
                                                 {257u, 256u, STAPI_GTL_RUNAWAY}}) {
         SCOPED_TRACE(length);
         make(length);
-        TraceCapture trace(1);
         EXPECT_EQ(dumpGatewayTokens(), code);
         const std::string total = format("Total number of Gateway Token List entries=%u", reached);
         const std::vector<std::string> lines = trace.take();
         EXPECT_EQ(std::count(lines.begin(), lines.end(), total), 1);
         EXPECT_EQ(deleteGatewayTokens(), code);
         EXPECT_EQ(listLength(), length - reached);
-        static_cast<void>(deleteGatewayTokens());
+        closeAll();
     }
 }
 

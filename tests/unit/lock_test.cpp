@@ -12,7 +12,7 @@
 namespace unittest {
 namespace {
 
-constexpr struct Operation {
+constexpr struct {
     int (*call)(StapiLock*);
     MutexCall mutexCall;
     int failedCode;
@@ -25,7 +25,7 @@ constexpr struct Operation {
 
 TEST(Lock, recordWithoutItsMarkerIsRefusedAndItsMutexNotTouched) {
     TraceCapture trace(5);
-    for (const Operation& operation : GUARDED) {
+    for (const auto& operation : GUARDED) {
         for (const std::uint32_t marker : {0u, LOCK_DESTROYED, 0xFFEEDDCDu}) {
             StapiLock lock{};
             std::memset(static_cast<void*>(&lock.mutex), 0xA5, sizeof lock.mutex);
@@ -56,11 +56,10 @@ TEST(Lock, lifeOfARecord) {
 }
 
 TEST(Lock, failedMutexCallShowsErrnoInItsLineAndTheCallsResultAtExit) {
-    TraceCapture trace(1);
-    for (const Operation& operation : GUARDED) {
+    for (const auto& operation : GUARDED) {
         StapiLock lock{};
         ASSERT_EQ(initializeLock(&lock), 0);
-        trace.setLevel(5);
+        TraceCapture trace(5);
         {
             const MutexFault fault(operation.mutexCall, &lock.mutex, EBUSY, 77);
             EXPECT_EQ(operation.call(&lock), operation.failedCode);
@@ -70,7 +69,6 @@ TEST(Lock, failedMutexCallShowsErrnoInItsLineAndTheCallsResultAtExit) {
         EXPECT_TRUE(lines[1].starts_with(format("[%d] *EXC*", operation.firstNumber + 2))) << lines[1];
         EXPECT_TRUE(lines[1].ends_with(" errno=77")) << lines[1];
         EXPECT_TRUE(lines[2].ends_with(format(" mutexRc=%d rc=%d", EBUSY, operation.failedCode))) << lines[2];
-        trace.setLevel(1);
         EXPECT_EQ(destroyLock(&lock), 0);
     }
     StapiLock lock{};
@@ -78,7 +76,6 @@ TEST(Lock, failedMutexCallShowsErrnoInItsLineAndTheCallsResultAtExit) {
     const MutexFault fault(MutexCall::INIT, &lock.mutex, ENOMEM, 77);
     EXPECT_EQ(initializeLock(&lock), STAPI_RC_LOCK_INIT_FAILED);
     EXPECT_EQ(isLockInitialized(&lock), LOCK_DESTROYED);
-    EXPECT_EQ(trace.takeNumbers(), std::vector{3101});
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "trace_capture.h"
 
 #include "stapi_zul_diag.h"
+#include "stapi_zul_impl.h"
 
 #include <unistd.h>
 
@@ -74,8 +75,8 @@ void switchTo(const std::string& path) {
 }
 
 TraceCapture::TraceCapture(int level) : path(directory.file("trace")) {
-    if (isLockInitialized(&traceLock) != LOCK_INITIALIZED && initTrace() != 0) {
-        throw std::runtime_error("initTrace failed");
+    if (stapiInit() != 0) {
+        throw std::runtime_error("stapiInit failed");
     }
     switchTo(path);
     setLevel(level);

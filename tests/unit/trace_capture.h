@@ -34,7 +34,7 @@ struct TraceLine {
 void switchTo(const std::string& path);
 
 // Directs the trace to a file while it lives; afterwards the level is 0 and the destination stderr. Initialises the
-// trace if nothing has.
+// library if nothing has.
 class TraceCapture {
 public:
     explicit TraceCapture(int level);
