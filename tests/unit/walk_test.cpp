@@ -5,7 +5,9 @@
 #include "stapi_zul_resultsetbuffer.h"
 
 #include "guarded_block.h"
+#include "trace_capture.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -133,7 +135,9 @@ TEST_P(Walk, contentWithoutTerminatorEndsWithTheBuffer) {
 // The First calls look for the end in place of the count, the Next calls where the first element begins.
 TEST_P(Walk, terminatorForACount) {
     ResultSet set(content(RESULT_SET_TERMINATOR, text("A") + number(0) + number(1) + item("a", "1") + TERMINATOR));
+    TraceCapture trace(3);
     EXPECT_EQ(call(&set.token, true), STAPI_RC_END_OF_RESULT_SET);
+    EXPECT_THAT(trace.take().back(), testing::EndsWith("last=1 rc=-113"));
     EXPECT_EQ(set.token.queryIndex, 0u);
     EXPECT_EQ(call(&set.token, false), 0);
 }
