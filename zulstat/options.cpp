@@ -5,7 +5,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -323,14 +322,18 @@ std::string wrongNumberOfValues(const std::string& text) {
 
 // A value of the environment that is not taken is blamed on the variable, not on an option that nobody gave.
 std::string blame(const std::string& text, int argc, const char* const* argv) {
-    constexpr std::array<std::array<std::string_view, 3>, 2> variables = {
-        {{"--port", "-p", "ZULSTAT_PORT"}, {"--timeout", "-T", "ZULSTAT_TIMEOUT"}}};
-    for (const auto& [option, letter, variable] : variables) {
+    struct Variable {
+        std::string_view option;
+        std::string_view letter;
+        const char* name;
+    };
+    for (const Variable& variable :
+         {Variable{"--port", "-p", "ZULSTAT_PORT"}, {"--timeout", "-T", "ZULSTAT_TIMEOUT"}}) {
         const bool given = std::any_of(argv + 1, argv + argc, [&](std::string_view word) {
-            return word.starts_with(option) || word.starts_with(letter);
+            return word.starts_with(variable.option) || word.starts_with(variable.letter);
         });
-        if (text.starts_with(option) && !given && std::getenv(variable.data()) != nullptr) {
-            return std::string(variable) + text.substr(option.size());
+        if (text.starts_with(variable.option) && !given && std::getenv(variable.name) != nullptr) {
+            return variable.name + text.substr(variable.option.size());
         }
     }
     return text;
