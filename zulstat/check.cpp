@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -68,13 +70,7 @@ const Item* findItem(const Sample& sample, std::string_view id) {
     return nullptr;
 }
 
-}  // namespace
-
-int concludeUnknown(const std::string& why) {
-    return conclude(State::unknown, escapeForTerminal(why));
-}
-
-int runCheck(const Options& options) try {
+int check(const Options& options) {
     const std::string& id = options.ids.front();
     const std::string shownId = escapeForTerminal(id);
     const Query query{What::statsById, {id}};
@@ -99,13 +95,28 @@ int runCheck(const Options& options) try {
     }
     detail(options, sampleDetails(outcome.sample));
     return conclude(judge(toDouble(*number), options), text + " | " + performanceData(*item, options));
-} catch (const OutputError& error) {
-    complain(error.what());
+}
+
+// Whatever happens, the exit code is one of a plugin's.
+int withPluginCodes(const std::function<int()>& work) {
+    try {
+        return work();
+    } catch (const std::exception& error) {
+        complain(error.what());
+    } catch (const OutputClosed&) {
+    } catch (const Interrupted&) {
+    }
     return static_cast<int>(State::unknown);
-} catch (const OutputClosed&) {
-    return static_cast<int>(State::unknown);
-} catch (const Interrupted&) {
-    return static_cast<int>(State::unknown);
+}
+
+}  // namespace
+
+int concludeUnknown(const std::string& why) {
+    return withPluginCodes([&] { return conclude(State::unknown, escapeForTerminal(why)); });
+}
+
+int runCheck(const Options& options) {
+    return withPluginCodes([&] { return check(options); });
 }
 
 }  // namespace zulstat

@@ -173,7 +173,8 @@ class Healthy(unittest.TestCase):
         with open('/dev/full', 'w', encoding='utf-8') as full:
             result = run(self.port, 'stats', stdout=full)
             self.assertEqual((result.returncode, result.stderr.count('\n')), (6, 1))
-            self.assertEqual(run(self.port, 'check', 'host.name', stdout=full).returncode, 3)
+            for arguments in ['host.name'], []:
+                self.assertEqual(run(self.port, 'check', *arguments, stdout=full).returncode, 3)
         for output in ('stats -o json', '--help', 'explain'):
             read_end, write_end = os.pipe()
             os.close(read_end)
