@@ -5,7 +5,7 @@
 // uses a Collector begins with
 //
 //     if (argc > 1 && argv[1] == zulstat::workerArgument) {
-//         return zulstat::runWorker(argc, argv);
+//         _exit(zulstat::runWorker(argc, argv));
 //     }
 //
 // A Collector prints nothing and knows nothing of signals: every ending is a Failure record, and a descriptor of the

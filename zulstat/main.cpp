@@ -71,7 +71,8 @@ int parseAndRun(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     if (argc > 1 && argv[1] == workerArgument) {
-        return runWorker(argc, argv);
+        // Its parent kills it once it has said all: nothing runs at its exit that this could cut short.
+        _exit(runWorker(argc, argv));
     }
     fillStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN);
