@@ -23,31 +23,45 @@ static int showStats(ResultSetToken* statistics) {
     return rc == STAPI_RC_END_OF_RESULT_SET ? 0 : rc;
 }
 
+/*
+ * Looks at the code of a query. With either of these two the query has closed and removed the connection: its token is
+ * forgotten, because a connection opened later may get the same address.
+ */
+static int checkQuery(int rc, GatewayToken** gateway) {
+    if (rc == STAPI_RC_GATEWAY_CONNECTION_LOST || rc == STAPI_RC_GATEWAY_REQUEST_FAILED) {
+        *gateway = NULL;
+    }
+    return rc;
+}
+
 /* Shows everything, then the statistics of the last resource group only. */
-static int showGateway(GatewayToken* gateway) {
+static int showGateway(GatewayToken** gateway) {
     ResultSetToken* result = NULL;
     IdData group;
     char last[256] = "";
-    int rc = getStats(gateway, &result);
+    int rc = checkQuery(getStats(*gateway, &result), gateway);
     if (rc == 0) {
         rc = showStats(result);
     }
     if (rc == 0) {
-        rc = getResourceGroupIds(gateway, &result);
+        rc = checkQuery(getResourceGroupIds(*gateway, &result), gateway);
     }
     if (rc != 0) {
         return rc;
     }
     for (rc = getFirstId(result, &group); rc == 0; rc = getNextId(result, &group)) {
-        if (group.queryElementRC == 0) {
+        if (group.queryElementRC >= 0 && group.idLen < (int32_t)sizeof last) {
             snprintf(last, sizeof last, "%.*s", (int)group.idLen, group.idPtr);
         }
     }
     if (rc != STAPI_RC_END_OF_RESULT_SET) {
         return rc;
     }
+    if (last[0] == '\0') {
+        return 0; /* no groups; an empty query string would ask for everything */
+    }
     printf("\nresource group %s:\n", last);
-    rc = getStatsByStatGroupId(gateway, last, &result);
+    rc = getStatsByStatGroupId(*gateway, last, &result); /* the one query that never removes the connection */
     return rc == 0 ? showStats(result) : rc;
 }
 
@@ -66,10 +80,12 @@ int main(int argc, char** argv) {
     }
     printf("statistics protocol %s\n\n", version != NULL ? version : "unknown");
     free(version);
-    rc = showGateway(gateway);
+    rc = showGateway(&gateway);
     if (rc != 0) {
         fprintf(stderr, "%s: a query failed: code %d\n", argv[0], rc);
     }
-    closeGatewayConnection(&gateway); /* refused with a code when a failed query has removed the connection */
+    if (gateway != NULL) {
+        closeGatewayConnection(&gateway);
+    }
     return rc == 0 ? 0 : 1;
 }

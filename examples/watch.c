@@ -10,20 +10,31 @@
 
 #include "zulstats.h"
 
+/*
+ * Looks at the code of a query. With either of these two the query has closed and removed the connection: its token is
+ * forgotten, because a connection opened later may get the same address.
+ */
+static int checkQuery(int rc, GatewayToken** gateway) {
+    if (rc == STAPI_RC_GATEWAY_CONNECTION_LOST || rc == STAPI_RC_GATEWAY_REQUEST_FAILED) {
+        *gateway = NULL;
+    }
+    return rc;
+}
+
 /* The query string lives in the result set, so a copy of that is kept while it is in use. */
-static int chooseIds(GatewayToken* gateway, const char* group, ResultSetToken** kept, char** idQuery) {
+static int chooseIds(GatewayToken** gateway, const char* group, ResultSetToken** kept, char** idQuery) {
     ResultSetToken* ids = NULL;
-    int rc = getStatIdsByStatGroupId(gateway, group, &ids);
+    int rc = checkQuery(getStatIdsByStatGroupId(*gateway, group, &ids), gateway);
     if (rc == 0) {
         rc = copyResultSet(ids, kept);
     }
     return rc == 0 ? getIdQuery(*kept, idQuery) : rc;
 }
 
-static int showOnce(GatewayToken* gateway, const char* idQuery) {
+static int showOnce(GatewayToken** gateway, const char* idQuery) {
     ResultSetToken* result = NULL;
     StatData stat;
-    int rc = getStatsByStatId(gateway, idQuery, &result);
+    int rc = checkQuery(getStatsByStatId(*gateway, idQuery, &result), gateway);
     if (rc != 0) {
         return rc;
     }
@@ -55,9 +66,9 @@ int main(int argc, char** argv) {
         return 1;
     }
     free(version);
-    rc = chooseIds(gateway, argv[2], &kept, &idQuery);
+    rc = chooseIds(&gateway, argv[2], &kept, &idQuery);
     while (rc == 0 && count-- > 0) {
-        rc = showOnce(gateway, idQuery);
+        rc = showOnce(&gateway, idQuery);
         if (rc == 0 && count > 0) {
             sleep(1);
         }
@@ -70,6 +81,8 @@ int main(int argc, char** argv) {
     if (kept != NULL) {
         freeResultSet(&kept);
     }
-    closeGatewayConnection(&gateway);
+    if (gateway != NULL) {
+        closeGatewayConnection(&gateway);
+    }
     return rc == 0 ? 0 : 1;
 }
