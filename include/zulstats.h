@@ -46,14 +46,14 @@
  *     token nobody has yet, by closeAllGatewayConnections. Each then returns STAPI_RC_GATEWAY_CONNECTION_LOST, an open
  *     call only after the host name is resolved. No call ends a close that waits: only the answer, the end of the TCP
  *     connection or a signal (convention 11) does.
- * 11. Signals. A signal that the calling thread handles ends its wait for an answer, SA_RESTART or not: a query returns
- *     STAPI_RC_GATEWAY_CONNECTION_LOST, an open call that or STAPI_RC_GATEWAY_REQUEST_FAILED, and a close goes on
- *     without the answer. A signal handled without SA_RESTART while an open call connects leads to
- *     STAPI_RC_CONNECT_FAILED, perhaps only when the system gives the attempt up. A request of which a signal let only
- *     a part be sent is not completed; the call then waits for the answer. Block signals around the calls where that
- *     matters. While a request is sent SIGPIPE is ignored in the whole process, and gets its former disposition back: a
- *     disposition set meanwhile is lost, and a program that another thread starts meanwhile (posix_spawn) ignores
- *     SIGPIPE.
+ * 11. Signals. A signal that the calling thread handles ends its wait for one answer, SA_RESTART or not. A query then
+ *     returns STAPI_RC_GATEWAY_CONNECTION_LOST, an open call that or STAPI_RC_GATEWAY_REQUEST_FAILED, both after they
+ *     have closed the connection, which may mean to wait again; a close succeeds. A signal handled without SA_RESTART
+ *     while an open call connects leads to STAPI_RC_CONNECT_FAILED, perhaps only when the system gives the attempt up.
+ *     A request of which a signal let only a part be sent is not completed; the call then waits for the answer. Block
+ *     signals around the calls where that matters. While a request is sent, or the trace goes to anything but a regular
+ *     file, SIGPIPE is ignored in the whole process and then gets its former disposition back: one set meanwhile is
+ *     lost, and a program that another thread starts meanwhile (posix_spawn) ignores SIGPIPE.
  * 12. Not inside a call. Call nothing of the library in a signal handler, do not jump out of a handler (longjmp) that
  *     interrupted a call, and do not cancel a thread (pthread_cancel) inside a call: the connection stays in use, and
  *     storage and descriptors are lost.
@@ -69,8 +69,7 @@
  *     call, and dumpState shows 256.
  * 15. The library starts no threads, has no configuration files or environment variables of its own, stays in the
  *     process once loaded (dlclose does not unload it), and leaves the descriptors 0, 1 and 2 alone. It writes only to
- *     the trace destination and, when initialisation has failed, to the standard error stream, perhaps a line at every
- *     call.
+ *     the trace destination and, when initialisation has failed, a line at each call to the standard error stream.
  * 16. Nothing on the network is encrypted, and the authorisation protects nothing: use networks that you trust, or a
  *     tunnel.
  *
