@@ -31,7 +31,8 @@
  *  7. Stale handles. A connection ends when it is closed, and when a query other than getStatsByStatGroupId returns
  *     STAPI_RC_GATEWAY_CONNECTION_LOST or STAPI_RC_GATEWAY_REQUEST_FAILED, for such a query closes and removes it. Set
  *     every variable that holds its token or its result set to NULL then, and do not close it again: a connection
- *     opened later may get the same address, and closing the old token would close that one.
+ *     opened later may get the same address, and closing the old token would close that one. A program that goes on
+ *     opens a new connection.
  *  8. Threads. A gateway token and its result set belong to the process and thread that opened the connection: query
  *     and walking calls from another are refused. A copy belongs to nobody in particular and may be used by any thread,
  *     one at a time. Calls on different connections may run at the same time. Any thread may close a connection: a call
@@ -261,8 +262,9 @@ ZULSTATS_API int getResourceGroupIds(GatewayToken* gwTok, ResultSetToken** resGr
 ZULSTATS_API int getStatsByStatId(GatewayToken* gwTok, const char* statIds, ResultSetToken** statRSPtr);
 
 /*
- * The statistics of the given groups. Walk with getFirstStat and getNextStat. When it fails the caller closes the
- * connection, unless another thread has closed it during the call: token and result set are then gone.
+ * The statistics of the given groups. Walk with getFirstStat and getNextStat. After STAPI_RC_GATEWAY_CONNECTION_LOST
+ * or STAPI_RC_GATEWAY_REQUEST_FAILED the caller closes the connection, unless another thread has closed it during the
+ * call: token and result set are then gone.
  */
 ZULSTATS_API int getStatsByStatGroupId(GatewayToken* gwTok, const char* statGroupIds, ResultSetToken** statRSPtr);
 
