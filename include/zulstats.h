@@ -66,8 +66,8 @@
  * 14. Limits. A result set holds 32767 bytes. A larger answer fails with STAPI_RC_GATEWAY_REQUEST_FAILED and costs the
  *     connection: where a Gateway may have more than some hundred statistics, ask by group. A query string has at most
  *     32765 characters. The library finds 257 connections of a process. The 258th is opened, and then not found
- *     (STAPI_RC_GATEWAY_TOKEN_NOT_FOUND) until an earlier one is closed; closeAllGatewayConnections closes 256 in a
- *     call, and dumpState shows 256.
+ *     (STAPI_RC_GATEWAY_TOKEN_NOT_FOUND) until an earlier one is closed; an open call that fails there keeps its
+ *     descriptor until closeAllGatewayConnections, which closes 256 in a call. dumpState shows 256.
  * 15. The library starts no threads, has no configuration files or environment variables of its own, stays in the
  *     process once loaded (dlclose does not unload it), and leaves the descriptors 0, 1 and 2 alone. It writes only to
  *     the trace destination and, when initialisation has failed, a line at each call to the standard error stream.
