@@ -102,15 +102,14 @@ void walk(ResultSetToken* rs, bool statistics, bool first) {
     const StatData& record = both.stat;
     int rc = step(statistics, first, rs, &both);
     const char* at = expected + HEAD_SIZE;
-    const char* end = expected + completeSize;
-    // A count that is the terminator ends the walk: that of elements for First calls, that of items for all.
+    const char* const end = expected + completeSize;
+    // A count of elements that is the terminator ends the walk for First calls.
     while (at < end && !(first && loadWord(expected + EYECATCHER_SIZE) == RESULT_SET_TERMINATOR)) {
         const char* element = at;
         at += WORD + loadWord(at) + WORD;
         const auto elementRc = static_cast<std::int32_t>(loadWord(at - WORD));
         const std::uint32_t items = elementRc < 0 ? 1 : loadWord(at);
         at += elementRc < 0 ? 0 : WORD;
-        end = items == RESULT_SET_TERMINATOR ? at : end;
         for (auto left = static_cast<std::int32_t>(items); left > 0 && (at < end || elementRc < 0); --left) {
             const char* elementText = element;
             REQUIRE(rc == 0 && record.queryElementRC == elementRc);

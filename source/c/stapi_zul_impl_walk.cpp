@@ -268,7 +268,7 @@ int takeFromElement(const Content& content, Walk* walk, ResultSetToken* rs, type
             storeWalk(*walk, rs);
             return 0;
         }
-        if (content.endsAt(walk->cursor) || !readWord(content, &walk->cursor, &walk->elementCount)) {
+        if (!readWord(content, &walk->cursor, &walk->elementCount)) {
             break;
         }
         if (static_cast<std::int32_t>(walk->elementCount) > 0) {
