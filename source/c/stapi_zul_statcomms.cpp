@@ -67,11 +67,11 @@ int storeVersion(const AdminRequest& admin, GatewayToken* gatewayToken) {
         std::free(gatewayToken->protocolVersion);
         gatewayToken->protocolVersion = larger;
     }
+    TRACE(statProtocolVer_versionBuffer, size, gatewayToken->protocolVersion);
     if (gatewayToken->protocolVersion == nullptr) {
         TRACE(statProtocolVer_noVersionBuffer, size);
         return STAPI_RC_NO_MEMORY;
     }
-    TRACE(statProtocolVer_versionBuffer, size, gatewayToken->protocolVersion);
     const int present = admin.header.dataLength > VERSION_TEXT_AT ? admin.header.dataLength - VERSION_TEXT_AT : 0;
     const auto copied = static_cast<std::size_t>(length < present ? length : present);
     std::memcpy(gatewayToken->protocolVersion, admin.replyData + VERSION_TEXT_AT, copied);
@@ -94,10 +94,10 @@ int readVersion(GatewayToken* gatewayToken, FlowReasons* reasons) {
     if (rc != 0) {
         return rc;
     }
-    TRACE(statProtocolVer_gotVersion);
     if (admin.replyData == nullptr) {
-        return STAPI_RC_NULL_PARAMETER;
+        return STAPI_RC_NULL_PARAMETER;  // answered like an init: there is no version
     }
+    TRACE(statProtocolVer_gotVersion);
     rc = storeVersion(admin, gatewayToken);
     std::free(admin.replyData);
     return rc;

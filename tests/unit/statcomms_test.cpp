@@ -7,12 +7,14 @@
 
 #include "failing_malloc.h"
 #include "scripted_peer.h"
+#include "trace_capture.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace unittest {
 namespace {
@@ -23,6 +25,9 @@ const Bytes INIT_REPLY =
 const Bytes VERSION_CALL =
     hex("'Etag' 00710203 00000001 00000000 E1E2E3E4 00000005 'Admin' 5A 0000005E 00000001 12345678 00000052"
         "0002 'US' 0002 'en' 0000 003C 'DefaultDomain:ProdId=com.qal.zul,Activity=Control,type=Stats' 0008 'protocol'");
+
+// What the call writes behind its entry line.
+const std::vector<int> VERSION_LINES = {2201, 2202, 2203, 2204, 2205};
 
 // A token whose version buffer is filled up.
 struct Token : GatewayToken {
@@ -77,10 +82,20 @@ TEST(ProtocolVersion, textAsFarAsTheReplyHasIt) {
 TEST(ProtocolVersion, noStorageForALongerText) {
     ScriptedPeer peer({INIT_REPLY, message({}, callBody(hex("00 AC ED 00 05 74 00 63") + Bytes(99, 'v')))});
     Token token(peer.socket());
+    TraceCapture trace(4);
     const AllocationFault fault(8);
     EXPECT_EQ(statProtocolVer(&token, &token.reasons), STAPI_RC_NO_MEMORY);
+    EXPECT_EQ(trace.takeNumbers(VERSION_LINES), (std::vector{2201, 2202, 2203, 2204, 2205}));
     EXPECT_EQ(fault.released(), fault.taken() + 1);  // the buffer that was too small
     EXPECT_EQ(token.protocolVersion, nullptr);
+}
+
+TEST(ProtocolVersion, callAnsweredLikeAnInitHasNone) {
+    ScriptedPeer peer({INIT_REPLY, INIT_REPLY});
+    Token token(peer.socket());
+    TraceCapture trace(4);
+    EXPECT_EQ(statProtocolVer(&token, &token.reasons), STAPI_RC_NULL_PARAMETER);
+    EXPECT_EQ(trace.takeNumbers(VERSION_LINES), (std::vector{2201, 2205}));
 }
 
 char content[RESULT_SET_BUFFER_SIZE + RESULT_SET_BUFFER_SLACK];
