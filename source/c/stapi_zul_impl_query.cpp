@@ -12,19 +12,15 @@
 
 namespace {
 
-// Which code of a call removes the connection when it tells of a comms failure.
-enum class Removal { ANY_CODE, QUERY_CODE, EARLIER_CODE };
-
 // What sets the six calls apart.
 struct QueryCall {
     bool takesQueryString;
     bool resetsAfterQuery;  // resets the result set after the query, whatever its result, and leaves the owner code
-    Removal removal;
     int (*run)(std::int32_t socketDesc, char* buffer, const char* queryString);
     void (*traceQuerying)(const char* queryString);
     const TracePoint<const void*>& resultSet;
     const TracePoint<const void*>& noBuffer;
-    const TracePoint<const void*, int>& removing;
+    const TracePoint<const void*, int>* removing;  // null: a failed query leaves the connection on the list
 };
 
 // 0 has begun a use of the connection.
@@ -51,8 +47,8 @@ void copyQueryString(ResultSetToken* rs, const char* queryString) {
 }
 
 void resetWalk(ResultSetToken* rs, char* content) {
-    rs->next = content;
-    rs->head = content;
+    storeShown(&rs->next, content);
+    storeShown(&rs->head, content);
     rs->queryIndex = 0;
 }
 
@@ -66,7 +62,7 @@ int query(const QueryCall& call, const GatewayToken* gwTok, const char* queryStr
         copyQueryString(rs, queryString);
     }
     if (!call.resetsAfterQuery) {
-        rs->owner = CONNECTION_OWNED;
+        storeShown(&rs->owner, CONNECTION_OWNED);
         resetWalk(rs, gwTok->resultSetBuf);
     }
     call.traceQuerying(queryString);
@@ -83,8 +79,8 @@ bool isCommsFailure(int rc) {
     return rc == STAPI_RC_GATEWAY_CONNECTION_LOST || rc == STAPI_RC_GATEWAY_REQUEST_FAILED;
 }
 
-// A query string as an exit line shows it. It may be one of getIdQuery, text of the connection that the call removes:
-// from the use of the connection on the line shows a copy.
+// A query string as an exit line shows it. It may be one of getIdQuery, text of the connection that the call removes or
+// another thread closes: a call that has queried shows a copy.
 struct ShownText {
     const char* text;
     char* copy;  // owned
@@ -95,6 +91,16 @@ void keepForExitLine(ShownText* shown, const char* queryString) {
     shown->text = shown->copy;
 }
 
+// Ends the use of the connection, and removes it after a failure that the call's rule names; true when another thread
+// has closed it meanwhile.
+bool endQuery(const QueryCall& call, GatewayToken* gwTok, int rc) {
+    if (call.removing == nullptr || !isCommsFailure(rc)) {
+        return endUse(gwTok);
+    }
+    TRACE(*call.removing, gwTok, rc);
+    return deleteUsedGatewayToken(&gwTok) == STAPI_RC_GATEWAY_CONNECTION_LOST;
+}
+
 // The body of every query call, between its entry and exit lines; initRc is the result of the initialisation, shown is
 // null for calls whose exit line does not show the query string.
 int runQuery(const QueryCall& call, int initRc, GatewayToken* gwTok, const char* queryString,
@@ -103,24 +109,15 @@ int runQuery(const QueryCall& call, int initRc, GatewayToken* gwTok, const char*
     if (rc == 0) {
         rc = checkArguments(call, gwTok, queryString, statRSPtr);
     }
-    const bool queries = rc == 0;
-    ResultSetToken* rs = nullptr;
-    if (queries) {
-        if (shown != nullptr) {
-            keepForExitLine(shown, queryString);
-        }
-        rc = query(call, gwTok, queryString);
-        rs = gwTok->connRSToken;
+    if (rc != 0) {
+        return rc;
     }
-    bool closed = false;  // by another thread, during the query
-    const bool ruleApplies = call.removal == Removal::ANY_CODE || queries == (call.removal == Removal::QUERY_CODE);
-    if (ruleApplies && isCommsFailure(rc)) {
-        TRACE(call.removing, gwTok, rc);
-        closed = queries && deleteUsedGatewayToken(&gwTok) == STAPI_RC_GATEWAY_CONNECTION_LOST;
-    } else if (queries) {
-        closed = endUse(gwTok);
+    rc = query(call, gwTok, queryString);
+    ResultSetToken* rs = gwTok->connRSToken;
+    if (shown != nullptr) {
+        keepForExitLine(shown, queryString);
     }
-    if (closed) {
+    if (endQuery(call, gwTok, rc)) {
         return STAPI_RC_GATEWAY_CONNECTION_LOST;
     }
     if (rc == 0) {
@@ -132,64 +129,58 @@ int runQuery(const QueryCall& call, int initRc, GatewayToken* gwTok, const char*
 constexpr QueryCall GET_STATS = {
     false,
     false,
-    Removal::ANY_CODE,
     [](std::int32_t socketDesc, char* buffer, const char*) { return commsStats(socketDesc, buffer); },
     [](const char*) { TRACE(getStats_querying); },
     getStats_resultSet,
     getStats_noBuffer,
-    getStats_removing};
+    &getStats_removing};
 
 constexpr QueryCall GET_STAT_IDS = {
     false,
     false,
-    Removal::ANY_CODE,
     [](std::int32_t socketDesc, char* buffer, const char*) { return commsStatIds(socketDesc, buffer); },
     [](const char*) { TRACE(getStatIds_querying); },
     getStatIds_resultSet,
     getStatIds_noBuffer,
-    getStatIds_removing};
+    &getStatIds_removing};
 
-// Kept: this call resets the result set after its query, and a failure before the query does not remove the connection.
+// Kept: this call resets the result set after its query.
 constexpr QueryCall GET_RESOURCE_GROUP_IDS = {
     false,
     true,
-    Removal::QUERY_CODE,
     [](std::int32_t socketDesc, char* buffer, const char*) { return commsResourceGroupsIds(socketDesc, buffer); },
     [](const char*) { TRACE(getResourceGroupIds_querying); },
     getResourceGroupIds_resultSet,
     getResourceGroupIds_noBuffer,
-    getResourceGroupIds_removing};
+    &getResourceGroupIds_removing};
 
 constexpr QueryCall GET_STATS_BY_STAT_ID = {
     true,
     false,
-    Removal::ANY_CODE,
     commsStatsByStatId,
     [](const char* queryString) { TRACE(getStatsByStatId_querying, queryString); },
     getStatsByStatId_resultSet,
     getStatsByStatId_noBuffer,
-    getStatsByStatId_removing};
+    &getStatsByStatId_removing};
 
 // Kept: a failed query leaves this call's connection on the list.
 constexpr QueryCall GET_STATS_BY_STAT_GROUP_ID = {
     true,
     false,
-    Removal::EARLIER_CODE,
     commsStatsByStatGroupId,
     [](const char* queryString) { TRACE(getStatsByStatGroupId_querying, queryString); },
     getStatsByStatGroupId_resultSet,
     getStatsByStatGroupId_noBuffer,
-    getStatsByStatGroupId_removing};
+    nullptr};
 
 constexpr QueryCall GET_STAT_IDS_BY_STAT_GROUP_ID = {
     true,
     false,
-    Removal::ANY_CODE,
     commsStatIdsByStatGroupId,
     [](const char* queryString) { TRACE(getStatIdsByStatGroupId_querying, queryString); },
     getStatIdsByStatGroupId_resultSet,
     getStatIdsByStatGroupId_noBuffer,
-    getStatIdsByStatGroupId_removing};
+    &getStatIdsByStatGroupId_removing};
 
 }  // namespace
 

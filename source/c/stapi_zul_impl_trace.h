@@ -76,6 +76,7 @@ TRACE_POINT(getStatsByStatGroupId_entry, 1035, ENTRY, 3,
 TRACE_POINT(getStatsByStatGroupId_resultSet, 1036, DEBUG, 4, "API.getStatsByStatGroupId() result set pointer (%p)\n")
 TRACE_POINT(getStatsByStatGroupId_noBuffer, 1037, EXC, 1,
             "API.getStatsByStatGroupId(gwTok=%p) resultSetBuf is NULL. Connection may have gone.\n")
+// Kept: nobody writes it, because this call leaves its connection on the list.
 TRACE_POINT(getStatsByStatGroupId_removing, 1038, EVENT, 2,
             "API.getStatsByStatGroupId Removing GatewayToken %p due to comms failure %d\n")
 TRACE_POINT(getStatsByStatGroupId_exit, 1039, EXIT, 3,

@@ -1,6 +1,7 @@
 // What the exported calls say to handles without content, or with content that no query has written.
 #include "child.h"
 #include "failing_malloc.h"
+#include "simgateway/sim_gateway.h"
 #include "trace_capture.h"
 
 #include "stapi_zul_diag.h"
@@ -63,6 +64,24 @@ TEST(Content, queriesNeedTheConnectionsBuffer) {
     EXPECT_EQ(rs.queryString, nullptr);
     EXPECT_THAT(trace.takeNumbers(), testing::ElementsAre(1012, 1017, 1022, 1027, 1032, 1037));
     gtListHeadPtr = nullptr;
+}
+
+// The level rises while the query waits for its answer.
+TEST(Content, exitLineShowsTheQueryStringFromAnyLevelOn) {
+    TraceCapture trace(0);
+    const simgateway::Server gateway;
+    GatewayToken* token = nullptr;
+    char* version = nullptr;
+    ASSERT_EQ(openGatewayConnection(gateway.port(), &token, &version), 0);
+    std::free(version);
+    ResultSetToken* result = nullptr;
+    {
+        const AllocationFault answer(3, [] { statAPITrace.store(3); });
+        EXPECT_EQ(getStatIdsByStatGroupId(token, "daemon", &result), 0);
+    }
+    EXPECT_EQ(trace.take().back(), format("[1019] EXIT   API.getStatIdsByStatGroupId(gwTok=%p,query=daemon,rs=%p) rc=0",
+                                          static_cast<void*>(token), static_cast<void*>(&result)));
+    EXPECT_EQ(closeGatewayConnection(&token), 0);
 }
 
 TEST(Content, textCopyOfNothingIsRefused) {
