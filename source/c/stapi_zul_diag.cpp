@@ -1,6 +1,13 @@
 #include "stapi_zul_diag.h"
 
+#include "stapi_zul_descriptor.h"
+#include "stapi_zul_mutex.h"
+#include "stapi_zul_sigpipe.h"
+
+#include <fcntl.h>
+#include <stdio_ext.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -24,11 +31,45 @@ constexpr std::size_t FILENAME_SIZE = 1024;
 constexpr std::size_t PREFIX_SIZE = 96;  // the longest prefix has 62 characters
 
 // The destination and the last time stamp. outputMutex guards both: the lock wrapper's lines and dumpState's are
-// written without traceLock, possibly while another thread switches the destination. It is taken last and nothing is
-// taken under it, so it has no place in the lock order; no StapiLock, because that would trace itself.
+// written without traceLock, possibly while another thread switches the destination. It is taken last, and under it
+// only the mutex of SIGPIPE's disposition, so it has no place in the lock order; no StapiLock, because that would trace
+// itself.
 pthread_mutex_t outputMutex = PTHREAD_MUTEX_INITIALIZER;
 std::FILE* statAPITraceHandle;
 char timeStamp[TIME_STAMP_SIZE];
+
+bool mayBePipe(std::FILE* file) {
+    struct stat status {};
+    return file != nullptr && fstat(fileno(file), &status) == 0 && !S_ISREG(status.st_mode);
+}
+
+// Holds the destination while something is written to it, and keeps errno. A failure to write is nobody's business: a
+// pipe whose reader has gone raises no SIGPIPE, and what it did not take is dropped.
+class Destination {
+public:
+    Destination() : hold(outputMutex), maybePipe(mayBePipe(statAPITraceHandle)) {
+        if (maybePipe) {
+            ignoreSigpipe();
+        }
+    }
+    ~Destination() {
+        if (maybePipe) {
+            // Nothing is left for the flush at the end of the process. What stands in stderr may be the application's.
+            if (std::fflush(statAPITraceHandle) != 0 && statAPITraceHandle != stderr) {
+                __fpurge(statAPITraceHandle);
+            }
+            restoreSigpipe();
+        }
+        errno = savedErrno;
+    }
+    Destination(const Destination&) = delete;
+    Destination& operator=(const Destination&) = delete;
+
+private:
+    const int savedErrno = errno;
+    const MutexHold hold;
+    const bool maybePipe;
+};
 
 // The table's texts are formats that the compiler has checked against the arguments of every call.
 #pragma GCC diagnostic push
@@ -131,7 +172,7 @@ int writeStorageLineDual(const unsigned char* start, int bytesPerLine, const Dum
 
 // The caller holds outputMutex.
 int dumpStorage(const unsigned char* start, int length, std::uint32_t stopWord, int bytesPerLine,
-                const unsigned char* bound) {
+                const unsigned char* bound, const unsigned char* shown) {
     if (length == 0 && stopWord == 0) {
         return 0;
     }
@@ -139,7 +180,7 @@ int dumpStorage(const unsigned char* start, int length, std::uint32_t stopWord, 
     int remaining = length;
     int total = 0;
     for (;;) {
-        std::fprintf(statAPITraceHandle, "0x%8.8X: ", low32(current));
+        std::fprintf(statAPITraceHandle, "0x%8.8X: ", low32(shown + (current - start)));
         const int dumped = writeStorageLineDual(current, bytesPerLine, {remaining, stopWord, bound});
         total += dumped;
         if (length != 0) {
@@ -161,25 +202,22 @@ int dumpStorage(const unsigned char* start, int length, std::uint32_t stopWord, 
 
 constexpr int BYTES_PER_LINE = 16;
 
-// Takes the locks around one line (and its dump) and keeps errno.
-class LineGuard {
+// Holds traceLock around one line (and its dump), but for the lock wrapper's own lines, and keeps errno.
+class Line {
 public:
-    explicit LineGuard(const TraceRow& row) : locked((row.flags & NOT_UNDER_TRACE_LOCK) == 0) {
+    explicit Line(const TraceRow& row) : locked((row.flags & NOT_UNDER_TRACE_LOCK) == 0) {
         if (locked) {
             requestLock(&traceLock);
         }
-        pthread_mutex_lock(&outputMutex);
     }
-    ~LineGuard() {
-        std::fflush(statAPITraceHandle);
-        pthread_mutex_unlock(&outputMutex);
+    ~Line() {
         if (locked) {
             releaseLock(&traceLock);
         }
         errno = savedErrno;
     }
-    LineGuard(const LineGuard&) = delete;
-    LineGuard& operator=(const LineGuard&) = delete;
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
 
 private:
     const int savedErrno = errno;
@@ -196,24 +234,29 @@ void printPointWith(const TraceRow* row, ...) {
 }  // namespace
 
 void writeTraceLine(const TraceRow* row, ...) {
-    const LineGuard guard(*row);
+    const Line line(*row);
+    const Destination destination;
     std::va_list arguments;
     va_start(arguments, row);
     printPoint(*row, arguments);
     va_end(arguments);
+    std::fflush(statAPITraceHandle);
 }
 
 void writeTraceDump(const TraceRow* row, const void* start, int length, std::uint32_t stopWord, const void* end) {
-    const LineGuard guard(*row);
+    const Line line(*row);
+    const Destination destination;
     printPointWith(row, start, length, stopWord);
     dumpStorage(static_cast<const unsigned char*>(start), length, stopWord, BYTES_PER_LINE,
-                static_cast<const unsigned char*>(end));
+                static_cast<const unsigned char*>(end), static_cast<const unsigned char*>(start));
+    std::fflush(statAPITraceHandle);
 }
 
 int initTrace() {
-    pthread_mutex_lock(&outputMutex);
-    statAPITraceHandle = stderr;
-    pthread_mutex_unlock(&outputMutex);
+    {
+        const MutexHold hold(outputMutex);
+        statAPITraceHandle = stderr;
+    }
     if (initializeLock(&traceLock) != 0) {
         return STAPI_RC_TRACE_INIT_FAILED;
     }
@@ -226,25 +269,35 @@ int initTrace() {
 }
 
 std::FILE* openTraceFile(const char* name) {
-    return std::fopen(name, "ae");
+    constexpr mode_t READ_AND_WRITE = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+    const int descriptor = aboveStandardStreams(open(name, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, READ_AND_WRITE));
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    std::FILE* file = fdopen(descriptor, "a");
+    if (file == nullptr) {
+        const int error = errno;
+        close(descriptor);
+        errno = error;
+    }
+    return file;
 }
 
 void setTraceDestination(std::FILE* file, const char* name) {
-    pthread_mutex_lock(&outputMutex);
-    if (statAPITraceHandle != nullptr && statAPITraceHandle != stderr) {
-        std::fclose(statAPITraceHandle);
+    {
+        const Destination destination;
+        if (statAPITraceHandle != nullptr && statAPITraceHandle != stderr) {
+            std::fclose(statAPITraceHandle);
+        }
+        statAPITraceHandle = file;
+        std::snprintf(statAPITraceFilename, FILENAME_SIZE, "%s", name);
     }
-    statAPITraceHandle = file;
-    std::snprintf(statAPITraceFilename, FILENAME_SIZE, "%s", name);
-    pthread_mutex_unlock(&outputMutex);
     traceHeaderWrite = 0;
 }
 
 bool traceGoesToStderr() {
-    pthread_mutex_lock(&outputMutex);
-    const bool result = statAPITraceHandle == stderr;
-    pthread_mutex_unlock(&outputMutex);
-    return result;
+    const MutexHold hold(outputMutex);
+    return statAPITraceHandle == stderr;
 }
 
 void writeTraceBanner() {
@@ -259,20 +312,16 @@ void writeTraceState() {
 }
 
 void writeTraceText(const char* format, ...) {
-    const int savedErrno = errno;
-    pthread_mutex_lock(&outputMutex);
+    const Destination destination;
     std::va_list arguments;
     va_start(arguments, format);
     printLine(format, arguments);
     va_end(arguments);
-    pthread_mutex_unlock(&outputMutex);
-    errno = savedErrno;
 }
 
 void flushTrace() {
-    pthread_mutex_lock(&outputMutex);
+    const Destination destination;
     std::fflush(statAPITraceHandle);
-    pthread_mutex_unlock(&outputMutex);
 }
 
 void writeTraceRule() {
@@ -283,14 +332,11 @@ void writeTraceRule() {
 }
 
 int traceOutStorage(const void* start, int length, std::uint32_t stopWord, int bytesPerLine, int /*mode*/,
-                    const void* end) {
-    const int savedErrno = errno;
-    pthread_mutex_lock(&outputMutex);
-    const int total = dumpStorage(static_cast<const unsigned char*>(start), length, stopWord, bytesPerLine,
-                                  static_cast<const unsigned char*>(end));
-    pthread_mutex_unlock(&outputMutex);
-    errno = savedErrno;
-    return total;
+                    const void* end, const void* shownStart) {
+    const Destination destination;
+    return dumpStorage(static_cast<const unsigned char*>(start), length, stopWord, bytesPerLine,
+                       static_cast<const unsigned char*>(end),
+                       static_cast<const unsigned char*>(shownStart == nullptr ? start : shownStart));
 }
 
 #pragma GCC diagnostic push

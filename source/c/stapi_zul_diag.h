@@ -229,10 +229,11 @@ void writeTraceRule();
 
 // Dumps storage to the destination in lines of bytesPerLine bytes: `length` bytes, or, where length is 0, up to the
 // first position at which the 32-bit word equals stopWord; a line that starts with that word is shown whole in hex.
-// No position at or past `end` is taken for part of a word (null: no bound). `mode` has no effect. Returns the number
-// of bytes dumped; with neither length nor stop word that is 0 and nothing is written.
+// No position at or past `end` is taken for part of a word (null: no bound). `mode` has no effect. The lines show the
+// addresses of the storage, or, of a copy, those from `shownStart` on. Returns the number of bytes dumped; with neither
+// length nor stop word that is 0 and nothing is written.
 int traceOutStorage(const void* start, int length, std::uint32_t stopWord, int bytesPerLine, int mode,
-                    const void* end = nullptr);
+                    const void* end = nullptr, const void* shownStart = nullptr);
 
 // ---- time and identity --------------------------------------------------------------------------------------------
 

@@ -1,5 +1,6 @@
 #include "stapi_zul_gwycon.h"
 
+#include "stapi_zul_descriptor.h"
 #include "stapi_zul_diag.h"
 
 #include <netdb.h>
@@ -83,7 +84,8 @@ void introduce(std::uint32_t port, const char* host, std::int32_t socketDescript
 int connectTo(std::uint32_t port, const char* host, const addrinfo& address, std::int32_t* socketDescriptorPtr) {
     TRACE(connectToGateway_creatingSocket, address.ai_family, address.ai_socktype, address.ai_protocol);
     // Not for the application's child programs.
-    const int descriptor = socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol);
+    const int descriptor =
+        aboveStandardStreams(socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol));
     std::int32_t error = errno;
     const bool shut = __atomic_exchange_n(socketDescriptorPtr, descriptor, __ATOMIC_ACQ_REL) == SOCKET_SHUT;
     if (descriptor < 0) {

@@ -90,6 +90,9 @@ int tracedVerify(const GatewayToken* token, std::uint32_t* users) {
     return rc;
 }
 
+// What a dump shows of one result set; guarded by gtlLock.
+ContentCopy shownContent;
+
 // The caller holds gtlLock and traceLock: no trace line may be written here. Returns the number of entries written.
 int dumpList() {
     writeTraceText("Gateway Token List dump\n");
@@ -105,9 +108,9 @@ int dumpList() {
         formatGatewayToken(token, text);
         ++count;
         writeTraceText("Gateway Token List entry -%4.4d- : %s\n", count, text);
-        // A query in progress rewrites the result set; none begins while gtlLock is held.
-        if (token->connRSToken != nullptr && __atomic_load_n(&token->users, __ATOMIC_ACQUIRE) == 0) {
-            dumpResultSetContent(token->connRSToken);
+        if (token->connRSToken != nullptr) {
+            copyContent(token->connRSToken, &shownContent);
+            dumpResultSetContent(token->connRSToken, shownContent);
             writeTraceRule();
         }
         token = token->nextGwyTokPtr;

@@ -3,6 +3,9 @@
 
 #include "stapi_zul_diag.h"
 #include "stapi_zul_gwytok.h"
+#include "stapi_zul_mutex.h"
+#include "stapi_zul_resultsetbuffer.h"
+#include "stapi_zul_sigpipe.h"
 
 #include <pthread.h>
 
@@ -21,13 +24,26 @@ char stapiVersion[32000];
 // Serialises initialisation only. A plain mutex, taken before any other lock, because no StapiLock exists yet.
 pthread_mutex_t initMutex = PTHREAD_MUTEX_INITIALIZER;
 
+// An initialisation has begun, and failed unless stapiState says otherwise. Guarded by initMutex.
+bool initTried;
+
+// What only the first call does. Kept: after a failed initialisation every later call fails.
+int initTraceOnce() {
+    if (initTried) {
+        return STAPI_RC_TRACE_INIT_FAILED;
+    }
+    initTried = true;
+    keepProcessId();
+    restoreSigpipeInChildren();
+    freeContentInChildren();
+    return initTrace();
+}
+
 // The caller holds initMutex.
 int initialize() {
     statAPITrace.store(1, std::memory_order_relaxed);
-    keepProcessId();
-    int rc = initTrace();
+    int rc = initTraceOnce();
     if (rc != 0) {
-        // Kept: after a failure every later call fails here, because traceLock stays initialised.
         std::fprintf(stderr, "API.stapiInit() Initialization of zulstats API trace has failed. rc=%d\n", rc);
         return rc;
     }
@@ -97,10 +113,8 @@ int changeFile(const char* traceFile) {
 }  // namespace
 
 int initializeLibrary() {
-    pthread_mutex_lock(&initMutex);
-    const int rc = stapiState.load(std::memory_order_acquire) != 0 ? 0 : initialize();
-    pthread_mutex_unlock(&initMutex);
-    return rc;
+    const MutexHold hold(initMutex);
+    return stapiState.load(std::memory_order_acquire) != 0 ? 0 : initialize();
 }
 
 int getStatsAPIVersion(char** apiVersPtr) {

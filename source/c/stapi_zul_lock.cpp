@@ -1,6 +1,7 @@
 #include "stapi_zul_lock.h"
 
 #include "stapi_zul_diag.h"
+#include "stapi_zul_mutex.h"
 
 #include <cerrno>
 
@@ -65,14 +66,26 @@ int requestLock(StapiLock* lockPtr) {
     static constexpr LockOperation REQUEST = {
         requestLock_entry,  requestLock_notInitialized,   requestLock_requestFailed, requestLock_exit,
         pthread_mutex_lock, STAPI_RC_LOCK_REQUEST_FAILED, LOCK_INITIALIZED};
-    return runOperation(lockPtr, REQUEST);
+    const int cancellation = disableCancellation();
+    const int rc = runOperation(lockPtr, REQUEST);
+    if (rc == 0) {
+        lockPtr->cancellation = cancellation;
+    } else {
+        restoreCancellation(cancellation);
+    }
+    return rc;
 }
 
 int releaseLock(StapiLock* lockPtr) {
     static constexpr LockOperation RELEASE = {
         releaseLock_entry,    releaseLock_notInitialized,   releaseLock_releaseFailed, releaseLock_exit,
         pthread_mutex_unlock, STAPI_RC_LOCK_RELEASE_FAILED, LOCK_INITIALIZED};
-    return runOperation(lockPtr, RELEASE);
+    const int cancellation = lockPtr->cancellation;
+    const int rc = runOperation(lockPtr, RELEASE);
+    if (rc == 0) {
+        restoreCancellation(cancellation);
+    }
+    return rc;
 }
 
 int destroyLock(StapiLock* lockPtr) {

@@ -24,12 +24,13 @@ inline constexpr std::uint32_t LOCK_DESTROYED = 0xCCDDEEFF;
 struct StapiLock {
     pthread_mutex_t mutex;  // default attributes: not recursive
     std::atomic<std::uint32_t> marker;
+    int cancellation;  // the holder's before it took the lock; guarded by the lock itself
 };
 
 // 0, STAPI_RC_LOCK_ALREADY_INITIALIZED (+1, the mutex is left alone) or STAPI_RC_LOCK_INIT_FAILED.
 int initializeLock(StapiLock* lockPtr);
 
-// 0, STAPI_RC_LOCK_NOT_INITIALIZED or STAPI_RC_LOCK_REQUEST_FAILED.
+// 0, STAPI_RC_LOCK_NOT_INITIALIZED or STAPI_RC_LOCK_REQUEST_FAILED. The holder cannot be cancelled.
 int requestLock(StapiLock* lockPtr);
 
 // 0, STAPI_RC_LOCK_NOT_INITIALIZED or STAPI_RC_LOCK_RELEASE_FAILED.

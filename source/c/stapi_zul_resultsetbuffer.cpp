@@ -1,12 +1,28 @@
 #include "stapi_zul_resultsetbuffer.h"
 
 #include "stapi_zul_diag.h"
+#include "stapi_zul_mutex.h"
 
 #include <cstdlib>
 
 #include "stapi_zul_resultsetbuffer_trace.h"
 
+pthread_mutex_t contentMutex = PTHREAD_MUTEX_INITIALIZER;
+
 namespace {
+
+void holdContent() {
+    pthread_mutex_lock(&contentMutex);
+}
+
+void letGoOfContent() {
+    pthread_mutex_unlock(&contentMutex);
+}
+
+void storeContent(char* at, const void* bytes, std::size_t count) {
+    const MutexHold hold(contentMutex);
+    std::memcpy(at, bytes, count);
+}
 
 int create(ResultSetToken** newRsTokPtr, const char* eyecatcher, std::uint32_t owner) {
     if (newRsTokPtr == nullptr || eyecatcher == nullptr) {
@@ -96,7 +112,7 @@ int addText(const TextWriter& writer, char** bufWPtr, const char* text, std::int
     } else {
         TRACE(writer.copying, *bufWPtr, charCount);
         if (charCount > 0) {
-            std::memcpy(*bufWPtr, text, static_cast<std::size_t>(charCount));
+            storeContent(*bufWPtr, text, static_cast<std::size_t>(charCount));
             *bufWPtr += charCount;
         }
     }
@@ -143,7 +159,7 @@ int dumpResultSetInternal(const ResultSetToken* rsPtr) {
         rc = STAPI_RC_NULL_PARAMETER;
     } else {
         requestLock(&traceLock);
-        bytesDumped = dumpResultSetContent(rsPtr);
+        bytesDumped = dumpResultSetContent(rsPtr, rsPtr->head);
         writeTraceRule();
         flushTrace();
         releaseLock(&traceLock);
@@ -152,14 +168,28 @@ int dumpResultSetInternal(const ResultSetToken* rsPtr) {
     return rc;
 }
 
-int dumpResultSetContent(const ResultSetToken* rsPtr) {
-    writeTraceText("Dump of ResultSet(%p) owner(%x) head(%p) next(%p)\n", static_cast<const void*>(rsPtr), rsPtr->owner,
-                   static_cast<const void*>(rsPtr->head), static_cast<const void*>(loadShown(rsPtr->next)));
+void copyContent(const ResultSetToken* rsPtr, ContentCopy* copy) {
+    const char* head = loadShown(rsPtr->head);
+    if (head != nullptr) {
+        const MutexHold hold(contentMutex);
+        std::memcpy(copy, head, sizeof *copy);
+    }
+}
+
+int dumpResultSetContent(const ResultSetToken* rsPtr, const char* content) {
+    const char* head = loadShown(rsPtr->head);
+    writeTraceText("Dump of ResultSet(%p) owner(%x) head(%p) next(%p)\n", static_cast<const void*>(rsPtr),
+                   loadShown(rsPtr->owner), static_cast<const void*>(head),
+                   static_cast<const void*>(loadShown(rsPtr->next)));
     writeTraceRule();
-    if (rsPtr->head == nullptr) {
+    if (head == nullptr) {
         return 0;
     }
-    return traceOutStorage(rsPtr->head, 0, RESULT_SET_TERMINATOR, 16, 0, rsPtr->head + RESULT_SET_BUFFER_SIZE);
+    return traceOutStorage(content, 0, RESULT_SET_TERMINATOR, 16, 0, content + RESULT_SET_BUFFER_SIZE, head);
+}
+
+void freeContentInChildren() {
+    pthread_atfork(holdContent, letGoOfContent, letGoOfContent);
 }
 
 char* allocateResultSetBuffer() {
@@ -173,7 +203,7 @@ int addInteger(char** bufWPtr, std::uint32_t value) {
         rc = STAPI_RC_NULL_PARAMETER;
         TRACE(addInteger_nullParameter, bufWPtr);
     } else {
-        std::memcpy(*bufWPtr, &value, sizeof value);
+        storeContent(*bufWPtr, &value, sizeof value);
         *bufWPtr += sizeof value;
     }
     TRACE(addInteger_exit, bufWPtr, value, static_cast<unsigned>(rc));
@@ -198,7 +228,7 @@ int addTerminator(char* writeCursor) {
         rc = STAPI_RC_NULL_PARAMETER;
         TRACE(addTerminator_nullParameter, writeCursor);
     } else {
-        std::memcpy(writeCursor, &RESULT_SET_TERMINATOR, sizeof RESULT_SET_TERMINATOR);
+        storeContent(writeCursor, &RESULT_SET_TERMINATOR, sizeof RESULT_SET_TERMINATOR);
     }
     TRACE(addTerminator_exit, writeCursor, rc);
     return rc;
@@ -214,12 +244,12 @@ int addIdStr(char** bufWPtr, const char* idString) {
         const auto length = static_cast<std::uint32_t>(std::strlen(idString));
         TRACE(addIdStr_arguments, bufWPtr, *bufWPtr, idString, static_cast<int>(length));
         TRACE(addIdStr_beforeLength, *bufWPtr);
-        std::memcpy(*bufWPtr, &length, sizeof length);
+        storeContent(*bufWPtr, &length, sizeof length);
         // Kept: the line reads back the first byte of the length only.
         TRACE(addIdStr_wroteLength, length, *bufWPtr, static_cast<unsigned char>(**bufWPtr));
         *bufWPtr += sizeof length;
         TRACE(addIdStr_beforeString, *bufWPtr);
-        std::memcpy(*bufWPtr, idString, length + 1);
+        storeContent(*bufWPtr, idString, length + 1);
         TRACE(addIdStr_wroteString, idString, length, *bufWPtr, **bufWPtr);
         *bufWPtr += length;
     }

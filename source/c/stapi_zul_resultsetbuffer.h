@@ -30,14 +30,16 @@ inline constexpr char USER_OWNED_EYECATCHER[] = "ZULRSUSR";
 inline constexpr std::uint32_t CONNECTION_OWNED = 0x8888;
 inline constexpr std::uint32_t USER_OWNED = 0x9999;
 
+// A token belongs to the thread that owns it. Another thread may show a connection's in a dump of all connections: the
+// fields marked "shown" are written and read as atomics, the content itself under contentMutex.
 struct ResultSetToken {
     char eyecatcher[EYECATCHER_SIZE];  // no NUL
-    std::uint32_t owner;               // CONNECTION_OWNED or USER_OWNED
+    std::uint32_t owner;               // shown; CONNECTION_OWNED or USER_OWNED
     std::uint32_t reserved;
     char* queryString;                 // owned: copy of the latest query string, null before the first
     char* verifiedQueryString;         // owned: QUERY_STRING_BUFFER_SIZE bytes in which getIdQuery leaves its result
-    char* head;                        // content; owned by the gateway token, or by the copy it belongs to
-    char* next;                        // the walk's read position; may be shown by another thread
+    char* head;                        // shown; content, owned by the gateway token, or by the copy it belongs to
+    char* next;                        // shown; the walk's read position
     std::uint32_t queryHeaderCount;    // query elements as the content says
     std::uint32_t queryIndex;          // 1-based query element of the walk, 0: not started
     std::uint32_t elementCount;        // items of the current query element
@@ -49,6 +51,13 @@ struct ResultSetToken {
     std::int32_t queryElementRC;
     pthread_t owningThread;  // what tid shows 32 bits of
 };
+
+// Held while the content of a connection's result set is written, and while another thread copies it. Only the owner
+// reads it without. Taken last: nothing is taken and no trace line is written under it.
+extern pthread_mutex_t contentMutex;
+
+// From then on fork() leaves contentMutex free in the child. To be called once.
+void freeContentInChildren();
 
 // Creates a token: 0, STAPI_RC_NULL_PARAMETER, STAPI_RC_INVALID_OWNER or STAPI_RC_NO_MEMORY (newRsTokPtr is then null
 // or not written).
@@ -66,9 +75,15 @@ void releaseResultSet(ResultSetToken* rs);
 // Writes token and content to the trace destination: 0 or STAPI_RC_NULL_PARAMETER.
 int dumpResultSetInternal(const ResultSetToken* rsPtr);
 
-// Writes the line "Dump of ResultSet(...)", a rule, and the content. The caller holds traceLock. Returns the number of
-// content bytes.
-int dumpResultSetContent(const ResultSetToken* rsPtr);
+// Bytes of a result set buffer, its slack included.
+using ContentCopy = char[RESULT_SET_BUFFER_SIZE + RESULT_SET_BUFFER_SLACK];
+
+// Copies the content of a connection's result set, if it has any; its owner may be writing it.
+void copyContent(const ResultSetToken* rsPtr, ContentCopy* copy);
+
+// Writes the line "Dump of ResultSet(...)", a rule, and `content`, the result set's own or a copy of it. The caller
+// holds traceLock. Returns the number of content bytes.
+int dumpResultSetContent(const ResultSetToken* rsPtr, const char* content);
 
 // A zeroed buffer for content, null when there is no memory. Released with free().
 [[nodiscard]] char* allocateResultSetBuffer();
@@ -95,7 +110,7 @@ void storeShown(Field* field, std::type_identity_t<Field> value) {
 }
 
 // Writers. Each returns 0, or STAPI_RC_NULL_PARAMETER when it has nowhere to write. A write cursor is advanced by what
-// was written. The caller makes sure that there is room.
+// was written. The caller makes sure that there is room, and does not hold contentMutex.
 int addInteger(char** bufWPtr, std::uint32_t value);
 int addChars(char** bufWPtr, const char* text, std::int32_t charCount);          // text of a reply
 int addPlatformChars(char** bufWPtr, const char* text, std::int32_t charCount);  // our own text

@@ -3,10 +3,9 @@
 
 #include "bytes.h"
 #include "stapi_zul_diag.h"
+#include "stapi_zul_sigpipe.h"
 
 #include <poll.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 
@@ -21,30 +20,6 @@ namespace {
 
 // No reply that fits a result set is nearly as large; a longer one is not worth the storage that it announces.
 constexpr int BODY_MAX = 512 << 20;
-
-// SIGPIPE is ignored while any thread sends. The first sender saves the application's disposition and the last one
-// restores it; sigpipeMutex guards both.
-pthread_mutex_t sigpipeMutex = PTHREAD_MUTEX_INITIALIZER;
-int sigpipeSenders;
-struct sigaction sigpipeSaved;
-
-void ignoreSigpipe() {
-    pthread_mutex_lock(&sigpipeMutex);
-    if (sigpipeSenders++ == 0) {
-        struct sigaction ignore {};
-        ignore.sa_handler = SIG_IGN;
-        sigaction(SIGPIPE, &ignore, &sigpipeSaved);
-    }
-    pthread_mutex_unlock(&sigpipeMutex);
-}
-
-void restoreSigpipe() {
-    pthread_mutex_lock(&sigpipeMutex);
-    if (--sigpipeSenders == 0) {
-        sigaction(SIGPIPE, &sigpipeSaved, nullptr);
-    }
-    pthread_mutex_unlock(&sigpipeMutex);
-}
 
 int sendRequest(int socketDesc, const unsigned char* data, int datalen, FlowReasons* reasons) {
     TRACE_DUMP(flow_request, data, datalen);

@@ -4,12 +4,13 @@
 // Reads are checked against the end of the reply data, skips are not: an element is complete as soon as its last field
 // is stored, whatever the stream still owes behind it.
 //
-// There are two of each parser: one that traces every field it stores, and one for a trace that shows none, which keeps
-// its positions in registers.
+// There are two of each parser: one that traces every field it stores, and holds contentMutex for each, and one for a
+// trace that shows none, which keeps its positions in registers and contentMutex throughout.
 #include "stapi_zul_statcomms.h"
 
 #include "bytes.h"
 #include "stapi_zul_diag.h"
+#include "stapi_zul_mutex.h"
 #include "stapi_zul_resultsetbuffer.h"
 
 #include <cstring>
@@ -213,11 +214,11 @@ Outcome copyElement(Reader* in, Writer* out, std::int32_t index) {
     if (outcome != Outcome::COMPLETE) {
         return outcome;
     }
-    if constexpr (!Kind.statistics) {
+    if constexpr (Traced && !Kind.statistics) {
         TRACE(parseIdsData_elementRc, elementRc, static_cast<unsigned>(elementRc));
     }
     if (elementRc < 0) {
-        if constexpr (!Kind.statistics) {
+        if constexpr (Traced && !Kind.statistics) {
             TRACE(parseIdsData_badElement, index);
         }
         out->keep();
@@ -229,7 +230,9 @@ Outcome copyElement(Reader* in, Writer* out, std::int32_t index) {
     if (outcome != Outcome::COMPLETE) {
         return outcome;
     }
-    TRACE(Kind.reading, itemCount, index);
+    if constexpr (Traced) {
+        TRACE(Kind.reading, itemCount, index);
+    }
     if (itemCount <= 0) {
         out->keep();
     }
@@ -264,17 +267,30 @@ bool readHead(Reader* in, std::int32_t* elementCount) {
     return true;
 }
 
+template <bool Traced>
+void writeHead(Writer* out, const char* marker, std::int32_t elementCount) {
+    if constexpr (Traced) {
+        addTerminator(out->cursor);
+        addPlatformChars(&out->cursor, marker, static_cast<std::int32_t>(EYECATCHER_SIZE));
+    } else {
+        std::memcpy(out->cursor, marker, EYECATCHER_SIZE);
+        out->cursor += EYECATCHER_SIZE;
+    }
+    write<Traced>(out, elementCount);
+    out->keep();
+}
+
 template <const ParserKind& Kind, bool Traced>
 Outcome copyElements(Reader* in, Writer* out) {
+    if (!out->hasRoom(CONTENT_HEAD_SIZE)) {
+        return Outcome::TOO_LARGE;
+    }
     std::int32_t elementCount = 0;
     const bool headRead = readHead(in, &elementCount);
-    TRACE(Kind.received, elementCount);
-    char* cursor = out->cursor;  // a copy: nobody else has the address of the writer's own
-    addTerminator(cursor);
-    addPlatformChars(&cursor, Kind.marker, static_cast<std::int32_t>(EYECATCHER_SIZE));
-    addInteger(&cursor, static_cast<std::uint32_t>(elementCount));
-    out->cursor = cursor;
-    out->keep();
+    if constexpr (Traced) {
+        TRACE(Kind.received, elementCount);
+    }
+    writeHead<Traced>(out, Kind.marker, elementCount);
     Outcome outcome = headRead ? Outcome::COMPLETE : Outcome::CUT_SHORT;
     for (std::int32_t index = 0; index < elementCount && outcome == Outcome::COMPLETE; ++index) {
         outcome = copyElement<Kind, Traced>(in, out, index);
@@ -282,21 +298,39 @@ Outcome copyElements(Reader* in, Writer* out) {
     return outcome;
 }
 
+// Where the content ends.
+char* contentEnd(const Writer& out, Outcome outcome) {
+    return outcome == Outcome::COMPLETE ? out.cursor : out.complete;
+}
+
+void traceOutcome(Outcome outcome, const Reader& in, std::size_t rawSize, std::ptrdiff_t kept, std::size_t capacity) {
+    if (outcome == Outcome::CUT_SHORT) {
+        const auto at = static_cast<std::size_t>(in.at);
+        TRACE(parseData_cutShort, static_cast<int>(at < rawSize ? at : rawSize), static_cast<int>(rawSize),
+              static_cast<int>(kept));
+    } else if (outcome == Outcome::TOO_LARGE) {
+        TRACE(parseData_tooLarge, static_cast<int>(capacity));
+    }
+}
+
 template <const ParserKind& Kind, bool Traced>
 int parse(const unsigned char* rawData, char* buffer, std::size_t rawSize, std::size_t capacity) {
     constexpr auto SIZE_LIMIT = static_cast<std::size_t>(PTRDIFF_MAX);
     Reader in = {rawData, static_cast<std::ptrdiff_t>(rawSize < SIZE_LIMIT ? rawSize : SIZE_LIMIT), 0};
     Writer out = {buffer, buffer + capacity - TERMINATOR_SIZE, buffer};
-    const Outcome outcome = out.hasRoom(CONTENT_HEAD_SIZE) ? copyElements<Kind, Traced>(&in, &out) : Outcome::TOO_LARGE;
-    if (outcome == Outcome::CUT_SHORT) {
-        const auto at = static_cast<std::size_t>(in.at);
-        TRACE(parseData_cutShort, static_cast<int>(at < rawSize ? at : rawSize), static_cast<int>(rawSize),
-              static_cast<int>(out.complete - buffer));
-    } else if (outcome == Outcome::TOO_LARGE) {
-        TRACE(parseData_tooLarge, static_cast<int>(capacity));
+    Outcome outcome;
+    if constexpr (Traced) {
+        outcome = copyElements<Kind, true>(&in, &out);
+    } else {
+        const MutexHold hold(contentMutex);
+        outcome = copyElements<Kind, false>(&in, &out);
+        std::memcpy(contentEnd(out, outcome), &RESULT_SET_TERMINATOR, TERMINATOR_SIZE);
     }
-    const int rc = addTerminator(outcome == Outcome::COMPLETE ? out.cursor : out.complete);
-    return outcome == Outcome::TOO_LARGE ? STAPI_RC_FLOW_CONTENT_TOO_LARGE : rc;
+    traceOutcome(outcome, in, rawSize, out.complete - buffer, capacity);
+    if constexpr (Traced) {
+        addTerminator(contentEnd(out, outcome));
+    }
+    return outcome == Outcome::TOO_LARGE ? STAPI_RC_FLOW_CONTENT_TOO_LARGE : 0;
 }
 
 template <const ParserKind& Kind>

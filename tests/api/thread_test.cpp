@@ -1,5 +1,8 @@
 // Connections that another thread closes than the one that uses them.
 #include "fixture.h"
+#include "temp_directory.h"
+
+#include <pthread.h>
 
 #include <thread>
 
@@ -52,6 +55,53 @@ TEST_F(ForeignClose, endsAnOpeningInProgress) {
     EXPECT_EQ(version, nullptr);
     EXPECT_TRUE(server.waitForConnections(0, PATIENCE));
     EXPECT_TRUE(descriptorsComeTo(descriptors));
+}
+
+// A query that hangs is when somebody looks: the dump shows the answer of the query before.
+TEST_F(ForeignClose, dumpShowsTheResultSetOfAQueryInProgress) {
+    const unittest::TempDirectory directory;
+    const std::string file = directory.file("dump");
+    ASSERT_EQ(setAPITraceFile(file.c_str()), 0);
+    Connection connection(server);
+    ResultSetToken* result = nullptr;
+    ASSERT_EQ(getStatIds(connection, &result), 0);
+    server.inject(Exchange::invoke, {.silent = true});
+    std::thread looker([&] {
+        awaitRequests(server, Exchange::invoke, 2);
+        EXPECT_EQ(dumpState(), 0);
+        EXPECT_EQ(closeAllGatewayConnections(), 0);
+    });
+    EXPECT_EQ(getStats(connection, &result), STAPI_RC_GATEWAY_CONNECTION_LOST);
+    looker.join();
+    const std::string dump = unittest::readFile(file);
+    EXPECT_THAT(dump, testing::HasSubstr("\nDump of ResultSet("));
+    EXPECT_THAT(dump, testing::HasSubstr(" : ZULIDSET"));
+    EXPECT_THAT(dump, testing::HasSubstr("\nTotal number of Gateway Token List entries=1\n"));
+}
+
+// A thread that holds the list's lock while it waits for the Gateway goes on until it has released it.
+TEST_F(ForeignClose, cancelledCloseLeavesNoLock) {
+    server.inject(Exchange::close, {.delay = std::chrono::milliseconds(300)});
+    struct {
+        Connection connection;
+        bool returned;
+    } closing = {Connection(server), false};
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(
+                  &thread, nullptr,
+                  [](void* argument) -> void* {
+                      auto* work = static_cast<decltype(closing)*>(argument);
+                      static_cast<void>(closeGatewayConnection(work->connection.address()));
+                      work->returned = true;
+                      return nullptr;
+                  },
+                  &closing),
+              0);
+    awaitRequests(server, Exchange::close, 1);
+    EXPECT_EQ(pthread_cancel(thread), 0);
+    EXPECT_EQ(pthread_join(thread, nullptr), 0);
+    EXPECT_TRUE(closing.returned);
+    EXPECT_EQ(openAndClose(server), 0);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace {
@@ -21,17 +22,21 @@ using unittest::MutexFault;
 
 struct Failure {
     const char* name;
-    int code;                     // of the first call
-    std::function<void()> cause;  // lasts as long as the process
+    int code;                                      // of the first call
+    std::function<std::shared_ptr<void>()> cause;  // lasts as long as what it returns
 };
 
 const Failure FAILURES[] = {
     {"no-trace-lock", STAPI_RC_TRACE_INIT_FAILED,
-     [] { static const MutexFault fault(MutexCall::INIT, &traceLock.mutex, ENOMEM, ENOMEM); }},
+     [] { return std::make_shared<MutexFault>(MutexCall::INIT, &traceLock.mutex, ENOMEM, ENOMEM); }},
     {"no-list-lock", STAPI_RC_LOCK_INIT_FAILED,
-     [] { static const MutexFault fault(MutexCall::INIT, &gtlLock.mutex, EAGAIN, EAGAIN); }},
-    {"no-trace-memory", STAPI_RC_NO_MEMORY, [] { static const AllocationFault fault(1); }},
-    {"list-lock-taken", STAPI_RC_LOCK_ALREADY_INITIALIZED, [] { EXPECT_EQ(initializeLock(&gtlLock), 0); }},
+     [] { return std::make_shared<MutexFault>(MutexCall::INIT, &gtlLock.mutex, EAGAIN, EAGAIN); }},
+    {"no-trace-memory", STAPI_RC_NO_MEMORY, [] { return std::make_shared<AllocationFault>(1); }},
+    {"list-lock-taken", STAPI_RC_LOCK_ALREADY_INITIALIZED,
+     [] {
+         EXPECT_EQ(initializeLock(&gtlLock), 0);
+         return nullptr;
+     }},
 };
 
 // The calls with a zero for each argument.
@@ -63,8 +68,9 @@ TEST(Startup, failsForGood) {
                 if (std::freopen(file.c_str(), "w", stderr) == nullptr) {
                     return 100;
                 }
-                failure.cause();
+                std::shared_ptr<void> cause = failure.cause();
                 const int first = call();
+                cause.reset();  // a second initialisation would succeed
                 const bool isTwo = &call == CALLS.data();
                 const int second = isTwo ? first : call();
                 std::fflush(stderr);

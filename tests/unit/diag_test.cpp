@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -255,6 +256,58 @@ TEST(TraceThreads, linesStayWholeWhileTheDestinationSwitches) {
     EXPECT_EQ(texts, 2 * ROUNDS);
     EXPECT_EQ(states, 2 * ROUNDS);
     EXPECT_EQ(locks, 4 * (2 * ROUNDS + switches));
+}
+
+// Lines to a pipe whose reader has gone, as trace file and as standard error stream, and what is left of them at the
+// end.
+TEST(TraceDestination, brokenPipeEndsNothing) {
+    TempDirectory directory;
+    const std::string name = directory.file("fifo");
+    ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
+    for (const bool toFile : {true, false}) {
+        EXPECT_EQ(runInChild([&] {
+                      int ends[2] = {-1, -1};
+                      if (toFile) {
+                          ends[0] = open(name.c_str(), O_RDONLY | O_NONBLOCK);
+                          static_cast<void>(setAPITraceFile(name.c_str()));
+                      } else if (pipe(ends) == 0) {
+                          dup2(ends[1], STDERR_FILENO);
+                          close(ends[1]);
+                      }
+                      setAPITraceLevel(5);
+                      close(ends[0]);
+                      signal(SIGPIPE, SIG_DFL);
+                      errno = 4711;
+                      TRACE(test_entry);
+                      TRACE_DUMP(test_data, name.c_str(), 4);
+                      writeTraceState();
+                      const bool kept = errno == 4711 && signal(SIGPIPE, SIG_DFL) == SIG_DFL;
+                      std::fflush(nullptr);
+                      return kept ? 0 : 1;
+                  }),
+                  0)
+            << toFile;
+    }
+}
+
+// A closed standard stream's number is nobody's: what prints to it would reach the Gateway or the trace.
+TEST(TraceDestination, takesNoStandardStreamsNumber) {
+    TempDirectory directory;
+    const std::string name = directory.file("trace");
+    EXPECT_EQ(runInChild([&] {
+                  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+                      close(stream);
+                  }
+                  const int set = setAPITraceFile(name.c_str());
+                  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+                      if (fcntl(stream, F_GETFD) != -1) {
+                          return 1 + stream;
+                      }
+                  }
+                  dumpState();
+                  return set == 0 && readFile(name).starts_with("zulstats state dump") ? 0 : 4;
+              }),
+              0);
 }
 
 // Whether checks and trace lines name the calling process.

@@ -73,6 +73,22 @@ TEST(ConnectToGateway, outcomes) {
     EXPECT_EQ(descriptor, -1);
 }
 
+// Not even where the application has closed its standard streams.
+TEST(ConnectToGateway, socketHasNoStandardStreamsNumber) {
+    EXPECT_EQ(runInChild([] {
+                  close(STDIN_FILENO);
+                  close(STDERR_FILENO);
+                  SocketCalls calls;
+                  calls.connectError = ECONNREFUSED;
+                  std::int32_t descriptor = -1;
+                  const int rc = connectToGateway(1, "127.0.0.1", &descriptor);
+                  const bool isFree = fcntl(STDIN_FILENO, F_GETFD) == -1 && fcntl(STDERR_FILENO, F_GETFD) == -1;
+                  const bool closesOnExec = (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
+                  return rc == STAPI_RC_SOCKET_CONNECT_REFUSED && descriptor > 2 && isFree && closesOnExec ? 0 : 1;
+              }),
+              0);
+}
+
 struct Waited {
     int rc;
     std::int32_t error;

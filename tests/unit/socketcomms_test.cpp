@@ -6,11 +6,13 @@
 #include "child.h"
 #include "failing_malloc.h"
 #include "scripted_peer.h"
+#include "trace_capture.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
@@ -117,6 +119,23 @@ TEST(Flow, noStorageForAnEndlessBody) {
     }
 }
 
+// The lines of all receives of one read show what the whole read is to bring and where to, not their own parts of it.
+TEST(ReadFromSocket, linesShowTheWholeRead) {
+    SocketPair pair;
+    pair.write(hex("'ab'"));
+    shutdown(pair.peer, SHUT_WR);
+    unsigned char data[8] = {};
+    TraceCapture trace(4);
+    errno = EFAULT;
+    EXPECT_EQ(readFromSocket(pair.library, 8, data), EFAULT);
+    constexpr char RECEIVED[] =
+        "[%d] DEBUG  stapi_zul_socketcomms.readFromSocket recv(socketDesc=%d, dataSize=8, "
+        "dataBuf=%p) readData=%d";
+    const std::vector<std::string> lines = trace.take();
+    EXPECT_EQ(lines.at(1), format(RECEIVED, 3240, pair.library, static_cast<void*>(data), 2) + ")");
+    EXPECT_EQ(lines.at(2), format(RECEIVED, 3241, pair.library, static_cast<void*>(data), 0) + ", totaldata=2)");
+}
+
 TEST(Sigpipe, actionComesBackWhole) {
     EXPECT_EQ(runInChild([] {
                   struct sigaction set {};
@@ -134,6 +153,72 @@ TEST(Sigpipe, actionComesBackWhole) {
                                  (now.sa_flags & SA_NODEFER) != 0 && sigismember(&now.sa_mask, SIGUSR2) == 1
                              ? 0
                              : 1;
+              }),
+              0);
+}
+
+// The library's end of a connection whose peer reads nothing, and a thread that waits in a send on it.
+class WaitingSend {
+public:
+    WaitingSend() : thread([this] { sendMuch(); }) {
+        struct sigaction now {};
+        do {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));  // the alarm bounds it
+            sigaction(SIGPIPE, nullptr, &now);
+        } while (now.sa_handler != SIG_IGN);
+    }
+    ~WaitingSend() {
+        pair.closePeer();
+        thread.join();
+    }
+
+private:
+    void sendMuch() {
+        constexpr int SIZE = 16 << 20;
+        auto* data = static_cast<unsigned char*>(std::calloc(SIZE, 1));
+        RequestHeader header = newRequestHeader("BASE", 5, 4);
+        FlowReasons reasons = {};
+        static_cast<void>(flow(pair.library, SIZE, &data, "BASE", &header, &reasons));
+        std::free(data);
+    }
+    SocketPair pair;
+    std::thread thread;
+};
+
+bool takesDefaultAction() {
+    struct sigaction now {};
+    sigaction(SIGPIPE, nullptr, &now);
+    return now.sa_handler == SIG_DFL;
+}
+
+// A sender relies on no other one, which may be gone, or have found another action.
+TEST(Sigpipe, isIgnoredByEverySender) {
+    EXPECT_EQ(runInChild([] {
+                  signal(SIGPIPE, SIG_DFL);
+                  WaitingSend other;
+                  signal(SIGPIPE, SIG_DFL);
+                  SocketPair pair;
+                  pair.closePeer();
+                  return Exchange().fails(pair.library, -1, errNum(EPIPE)) ? 0 : 1;
+              }),
+              0);
+}
+
+// A child has none of its parent's senders.
+TEST(Sigpipe, childBeginsWithTheApplicationsAction) {
+    EXPECT_EQ(runInChild([] {
+                  signal(SIGPIPE, SIG_DFL);
+                  if (closeAllGatewayConnections() != 0) {  // the first call
+                      return 1;
+                  }
+                  WaitingSend other;
+                  return runInChild([] {
+                      SocketPair pair;
+                      pair.closePeer();
+                      const bool atFirst = takesDefaultAction();
+                      return atFirst && Exchange().fails(pair.library, -1, errNum(EPIPE)) && takesDefaultAction() ? 0
+                                                                                                                  : 2;
+                  });
               }),
               0);
 }
