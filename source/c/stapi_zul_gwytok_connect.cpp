@@ -23,6 +23,14 @@ void releaseUnchainedToken(GatewayToken* token) {
     std::free(token);
 }
 
+// The same with its socket; the Gateway is not told.
+void dropUnchainedToken(GatewayToken* token) {
+    if (token->socket >= 0) {
+        close(token->socket);
+    }
+    releaseUnchainedToken(token);
+}
+
 // The caller holds gtlLock; parent is the token's predecessor, null for the head.
 void unchain(const GatewayToken* token, GatewayToken* parent) {
     if (parent != nullptr) {
@@ -54,10 +62,23 @@ bool retire(GatewayToken* token, GatewayToken* parent) {
     return true;
 }
 
+// A connection that a call of the parent process was using when this one was forked; it has no such call. The
+// connection stays the parent's: only this process's descriptor of it is closed. The caller holds gtlLock.
+bool abandon(GatewayToken* token, GatewayToken* parent) {
+    std::uint32_t pid = 0;
+    getPidTid(&pid, nullptr);
+    if (token->owningPid == pid || __atomic_load_n(&token->users, __ATOMIC_ACQUIRE) == 0) {
+        return false;
+    }
+    unchain(token, parent);
+    dropUnchainedToken(token);
+    return true;
+}
+
 // The caller holds gtlLock.
 void destroy(GatewayToken** gwTokPtr, GatewayToken* parent) {
     GatewayToken* token = *gwTokPtr;
-    if (retire(token, parent)) {
+    if (abandon(token, parent) || retire(token, parent)) {
         *gwTokPtr = nullptr;
         return;
     }
@@ -256,10 +277,7 @@ bool endUse(GatewayToken* token) {
         return false;
     }
     if (users == (TOKEN_RETIRED | 1)) {
-        if (token->socket >= 0) {
-            close(token->socket);
-        }
-        releaseUnchainedToken(token);
+        dropUnchainedToken(token);
     }
     return true;
 }

@@ -40,23 +40,39 @@ int copyText(const TextCopier& copier, const char* dataPtr, char** outputPtr, st
     return 0;
 }
 
-int tracedCopyText(const TextCopier& copier, const char* dataPtr, char** outputPtr) {
-    TRACE(copier.entry, dataPtr, outputPtr);
+// shownPtr is where the line says that the copy goes.
+int tracedCopyText(const TextCopier& copier, const char* dataPtr, char** outputPtr, const void* shownPtr) {
+    TRACE(copier.entry, dataPtr, shownPtr);
     const std::size_t size = dataPtr == nullptr ? 0 : std::strlen(dataPtr) + 1;
     const int rc = copyText(copier, dataPtr, outputPtr, size);
     TRACE(copier.exit, static_cast<int>(size), rc);
     return rc;
 }
 
-void copyVersion(const GatewayToken* token, char** protoColVersion) {
+constexpr TextCopier NATIVE_COPIER = {dup2NativeString_entry,
+                                      dup2NativeString_allocated,
+                                      [](const char* /*block*/, int size) { TRACE(dup2NativeString_copying, size); },
+                                      dup2NativeString_notAllocated,
+                                      dup2NativeString_overlength,
+                                      dup2NativeString_exit};
+
+// What an open call hands out as version text.
+struct VersionCopy {
+    char* text;    // owned until it is handed out; null where there is none
+    bool refused;  // the text is too long: the application's variable keeps what it holds
+};
+
+VersionCopy copyVersion(const GatewayToken* token, char* const* protoColVersion) {
+    VersionCopy copy = {nullptr, false};
     if (token->protocolVersion == nullptr) {
         TRACE(openRemoteGatewayConnection_nullVersion, token);
-        *protoColVersion = nullptr;
-        return;
+        return copy;
     }
     // Kept: the connection stays open even if there is no copy.
-    dup2NativeString(token->protocolVersion, protoColVersion);
-    TRACE(openRemoteGatewayConnection_versionCopied, protoColVersion, *protoColVersion);
+    const int rc = tracedCopyText(NATIVE_COPIER, token->protocolVersion, &copy.text, protoColVersion);
+    copy.refused = rc == TEXT_COPY_REFUSED;
+    TRACE(openRemoteGatewayConnection_versionCopied, protoColVersion, copy.refused ? *protoColVersion : copy.text);
+    return copy;
 }
 
 int open(const char* hostname, int port, GatewayToken** gwTokPtr, char** protoColVersion) {
@@ -74,12 +90,13 @@ int open(const char* hostname, int port, GatewayToken** gwTokPtr, char** protoCo
     if (rc != 0) {
         return rc;
     }
-    char* const before = *protoColVersion;
-    copyVersion(token, protoColVersion);
+    const VersionCopy version = copyVersion(token, protoColVersion);
     if (endUse(token)) {
-        std::free(*protoColVersion);
-        *protoColVersion = before;
+        std::free(version.text);
         return STAPI_RC_GATEWAY_CONNECTION_LOST;  // another thread has closed the connection
+    }
+    if (!version.refused) {
+        *protoColVersion = version.text;
     }
     *gwTokPtr = token;
     return 0;
@@ -108,18 +125,11 @@ int dup2ASCIIString(const char* dataPtr, char** outputPtr) {
         dup2ASCIIString_notAllocated,
         dup2ASCIIString_overlength,
         dup2ASCIIString_exit};
-    return tracedCopyText(COPIER, dataPtr, outputPtr);
+    return tracedCopyText(COPIER, dataPtr, outputPtr, outputPtr);
 }
 
 int dup2NativeString(const char* dataPtr, char** outputPtr) {
-    static constexpr TextCopier COPIER = {
-        dup2NativeString_entry,
-        dup2NativeString_allocated,
-        [](const char* /*block*/, int size) { TRACE(dup2NativeString_copying, size); },
-        dup2NativeString_notAllocated,
-        dup2NativeString_overlength,
-        dup2NativeString_exit};
-    return tracedCopyText(COPIER, dataPtr, outputPtr);
+    return tracedCopyText(NATIVE_COPIER, dataPtr, outputPtr, outputPtr);
 }
 
 int openGatewayConnection(int port, GatewayToken** gwTokPtr, char** protoColVersion) {

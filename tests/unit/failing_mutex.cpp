@@ -1,6 +1,7 @@
 #include "failing_mutex.h"
 
 #include <cerrno>
+#include <utility>
 
 namespace {
 
@@ -13,10 +14,19 @@ thread_local struct {
     int error;
 } fault;
 
+thread_local struct {
+    MutexCall call;
+    const pthread_mutex_t* mutex;
+    void (*before)();  // null: nothing is called
+} hook;
+
 // Result of the call if it is the one that fails, else of the real one.
 template <typename... Arguments>
 int callOrFail(MutexCall call, int (*real)(pthread_mutex_t*, Arguments...), pthread_mutex_t* mutex,
                Arguments... arguments) {
+    if (hook.before != nullptr && mutex == hook.mutex && call == hook.call) {
+        std::exchange(hook.before, nullptr)();
+    }
     if (mutex != fault.mutex || call != fault.call) {
         return real(mutex, arguments...);
     }
@@ -59,6 +69,14 @@ MutexFault::MutexFault(MutexCall call, const pthread_mutex_t* mutex, int result,
 
 MutexFault::~MutexFault() {
     fault = {};
+}
+
+MutexHook::MutexHook(MutexCall call, const pthread_mutex_t* mutex, void (*before)()) {
+    hook = {call, mutex, before};
+}
+
+MutexHook::~MutexHook() {
+    hook = {};
 }
 
 }  // namespace unittest

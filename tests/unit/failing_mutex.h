@@ -19,6 +19,16 @@ public:
     MutexFault& operator=(const MutexFault&) = delete;
 };
 
+// While it lives, the first such call on the given mutex by the calling thread calls the function before it does its
+// work. One at a time.
+class MutexHook {
+public:
+    MutexHook(MutexCall call, const pthread_mutex_t* mutex, void (*before)());
+    ~MutexHook();
+    MutexHook(const MutexHook&) = delete;
+    MutexHook& operator=(const MutexHook&) = delete;
+};
+
 }  // namespace unittest
 
 #endif

@@ -4,7 +4,9 @@
 #include "stapi_zul_diag.h"
 #include "zulstats.h"
 
+#include "child.h"
 #include "failing_malloc.h"
+#include "failing_mutex.h"
 #include "fixture.h"
 #include "scripted_peer.h"
 #include "socket_calls.h"
@@ -13,12 +15,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 
 namespace unittest {
@@ -181,6 +185,20 @@ TEST_F(TokenList, closingWhileItIsUsed) {
     }
     EXPECT_EQ(token, nullptr);
     EXPECT_EQ(version, nullptr);
+    for (const std::size_t length : {32766u, 32767u}) {  // too long for a copy
+        const Server talkative({.protocolVersion = std::string(length, 'v')});
+        char former[] = "the caller's own";
+        version = former;
+        trace.setLevel(1);
+        const MutexHook hook(MutexCall::LOCK, &traceLock.mutex, closeAll);  // for the line that says so
+        const AllocationFault allocations(0);
+        EXPECT_EQ(openGatewayConnection(talkative.port(), &token, &version), STAPI_RC_GATEWAY_CONNECTION_LOST);
+        EXPECT_EQ(allocations.taken(), allocations.released());
+        trace.setLevel(0);
+        EXPECT_EQ(trace.takeNumbers(), std::vector{1122});
+        EXPECT_EQ(token, nullptr);
+        EXPECT_EQ(version, former);
+    }
     {
         const AllocationFault allocations(0);
         ASSERT_EQ(createGatewayToken(nullptr, "127.0.0.1", gateway.port(), &token), 0);
@@ -192,6 +210,28 @@ TEST_F(TokenList, closingWhileItIsUsed) {
         EXPECT_EQ(allocations.taken(), allocations.released());
     }
     EXPECT_TRUE(apitest::descriptorsComeTo(descriptors));
+}
+
+// The connection stays its parent's, with the exchange that a thread there is in; the child gives its copies back.
+TEST_F(TokenList, closingInAChildWhileTheParentUsesIt) {
+    make(2);
+    SocketPair pair;
+    tokens[0]->socket = pair.library;
+    tokens[0]->resultSetBuf = allocateResultSetBuffer();
+    ASSERT_EQ(beginUse(tokens[0]), 0);
+    EXPECT_EQ(runInChild([this, &pair] {
+                  const AllocationFault allocations(0);
+                  const bool closed = closeGatewayConnection(&tokens[0]) == 0 && tokens[0] == nullptr;
+                  const bool released = allocations.released() - allocations.taken() == 5 &&
+                                        fcntl(pair.library, F_GETFD) == -1 && gtListHeadPtr == tokens[1];
+                  return closed && released ? 0 : 1;
+              }),
+              0);
+    char byte;
+    EXPECT_EQ(recv(pair.peer, &byte, 1, MSG_DONTWAIT), -1);  // neither a request nor an end
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_FALSE(endUse(tokens[0]));
+    tokens[0]->socket = -1;
 }
 
 TEST_F(TokenList, dumpAndDeletionOfAllEndAtTheLimit) {
