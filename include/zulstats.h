@@ -55,9 +55,9 @@
  *     signals around the calls where that matters. While a request is sent, or the trace goes to anything but a regular
  *     file, SIGPIPE is ignored in the whole process and then gets its former disposition back: one set meanwhile is
  *     lost, and a program that another thread starts meanwhile (posix_spawn) ignores SIGPIPE.
- * 12. Not inside a call. Call nothing of the library in a signal handler, do not jump out of a handler (longjmp) that
- *     interrupted a call, and do not cancel a thread (pthread_cancel) inside a call: the connection stays in use, and
- *     storage and descriptors are lost.
+ * 12. Not inside a call. Call nothing of the library in a signal handler, do not fork in a handler that interrupted a
+ *     call nor jump out of it (longjmp), and do not cancel a thread (pthread_cancel) inside a call: the connection
+ *     stays in use, and storage and descriptors are lost.
  * 13. fork. A child process owns none of its parent's connections: query and walking calls on them are refused. It
  *     leaves them alone: closing one may send the close request in the parent's conversation, and the parent then loses
  *     the connection. The child may open its own, unless another thread of the parent was inside a call when it forked:
