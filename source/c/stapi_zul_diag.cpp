@@ -1,17 +1,16 @@
 #include "stapi_zul_diag.h"
 
 #include "stapi_zul_descriptor.h"
+#include "stapi_zul_identity.h"
 #include "stapi_zul_mutex.h"
 #include "stapi_zul_sigpipe.h"
 
 #include <fcntl.h>
 #include <stdio_ext.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
@@ -23,7 +22,6 @@ constinit StapiLock traceLock = {};
 char* statAPITraceFilename;
 const char* const defaultTraceFilename = "stderr";
 int traceHeaderWrite;
-std::uint32_t* keptPid;
 
 namespace {
 
@@ -71,136 +69,20 @@ private:
     const bool maybePipe;
 };
 
-// The table's texts are formats that the compiler has checked against the arguments of every call.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-void printLine(const char* format, std::va_list arguments) {
-    std::vfprintf(statAPITraceHandle, format, arguments);
-}
-#pragma GCC diagnostic pop
+constexpr std::size_t FORMAT_SIZE = PREFIX_SIZE + trace_text::MESSAGE_MAX;
 
-// One call of the stream for prefix and message together, so that a line on an unbuffered stream stays whole.
-void printPoint(const TraceRow& row, std::va_list arguments) {
+// Prefix and message as one format, so that a line takes one call of the stream and stays whole on an unbuffered one.
+void makeFormat(const TraceRow& row, char (*traceFmtStr)[FORMAT_SIZE]) {
     if ((row.flags & STALE_STAMP) == 0) {
         getTimestamp(timeStamp);
     }
     std::uint32_t tracePid = 0;
     std::uint32_t traceTid = 0;
     getPidTid(&tracePid, &traceTid);
-    char traceFmtStr[PREFIX_SIZE + trace_text::MESSAGE_MAX];
-    const int prefixLength = std::snprintf(traceFmtStr, PREFIX_SIZE, "%s [0x%8.8X,0x%8.8X] [%4.4d] %-6.6s ", timeStamp,
+    const int prefixLength = std::snprintf(*traceFmtStr, PREFIX_SIZE, "%s [0x%8.8X,0x%8.8X] [%4.4d] %-6.6s ", timeStamp,
                                            tracePid, traceTid, row.number, traceKindText(row.kind));
-    std::strcpy(traceFmtStr + prefixLength, row.text);
-    printLine(traceFmtStr, arguments);
+    std::strcpy(*traceFmtStr + prefixLength, row.text);
 }
-
-// What ends a dump: a count of bytes where it is not 0, else a word in memory.
-struct DumpEnd {
-    int limit;
-    std::uint32_t stopWord;
-    const unsigned char* bound;  // first byte that belongs to no word; null: none
-};
-
-bool reachesBound(const unsigned char* at, const DumpEnd& dumpEnd) {
-    return dumpEnd.limit == 0 && dumpEnd.bound != nullptr &&
-           dumpEnd.bound - at < static_cast<std::ptrdiff_t>(sizeof dumpEnd.stopWord);
-}
-
-bool endsAt(const unsigned char* start, int position, const DumpEnd& dumpEnd) {
-    if (dumpEnd.limit != 0) {
-        return position == dumpEnd.limit;
-    }
-    if (reachesBound(start + position, dumpEnd)) {
-        return true;
-    }
-    std::uint32_t word;
-    std::memcpy(&word, start + position, sizeof word);
-    return word == dumpEnd.stopWord;
-}
-
-// Returns how many bytes of the line belong to the dump.
-int writeStorageLineHex(const unsigned char* start, int bytesPerLine, const DumpEnd& dumpEnd) {
-    int result = bytesPerLine;
-    bool hidden = false;
-    for (int i = 0; i < bytesPerLine; ++i) {
-        if (result == bytesPerLine && endsAt(start, i, dumpEnd)) {
-            result = i;
-            // Kept: a line that starts with the stop word is shown whole in hex.
-            hidden = i != 0 || reachesBound(start, dumpEnd);
-        }
-        if (hidden) {
-            std::fputs("  ", statAPITraceHandle);
-        } else {
-            std::fprintf(statAPITraceHandle, "%2.2X", start[i]);
-        }
-        std::fflush(statAPITraceHandle);  // what could be read of bad storage is on file when the next byte faults
-        const int count = i + 1;
-        if (count % bytesPerLine == 0) {
-            break;
-        }
-        if (count % 4 == 0) {
-            std::fputc(' ', statAPITraceHandle);
-        }
-        if (count % 16 == 0) {
-            std::fputc(' ', statAPITraceHandle);
-        }
-    }
-    return result;
-}
-
-// Returns the end position found, or 0 if the line ran full.
-int writeStorageLineChar(const unsigned char* start, int bytesPerLine, const DumpEnd& dumpEnd) {
-    for (int i = 0; i < bytesPerLine; ++i) {
-        if (endsAt(start, i, dumpEnd)) {
-            return i;
-        }
-        std::fputc(std::isprint(start[i]) != 0 ? start[i] : '.', statAPITraceHandle);
-        if ((i + 1) % 16 == 0) {
-            std::fputc(' ', statAPITraceHandle);
-        }
-    }
-    return 0;
-}
-
-int writeStorageLineDual(const unsigned char* start, int bytesPerLine, const DumpEnd& dumpEnd) {
-    const int dumped = writeStorageLineHex(start, bytesPerLine, dumpEnd);
-    std::fputs(" : ", statAPITraceHandle);
-    writeStorageLineChar(start, bytesPerLine, dumpEnd);
-    std::fputc('\n', statAPITraceHandle);
-    return dumped;
-}
-
-// The caller holds outputMutex.
-int dumpStorage(const unsigned char* start, int length, std::uint32_t stopWord, int bytesPerLine,
-                const unsigned char* bound, const unsigned char* shown) {
-    if (length == 0 && stopWord == 0) {
-        return 0;
-    }
-    const unsigned char* current = start;
-    int remaining = length;
-    int total = 0;
-    for (;;) {
-        std::fprintf(statAPITraceHandle, "0x%8.8X: ", low32(shown + (current - start)));
-        const int dumped = writeStorageLineDual(current, bytesPerLine, {remaining, stopWord, bound});
-        total += dumped;
-        if (length != 0) {
-            current += dumped;
-            remaining -= dumped;
-            if (remaining < 1) {
-                break;
-            }
-        } else {
-            current += bytesPerLine;
-            if (dumped != bytesPerLine) {
-                break;
-            }
-        }
-    }
-    std::fflush(statAPITraceHandle);
-    return total;
-}
-
-constexpr int BYTES_PER_LINE = 16;
 
 // Holds traceLock around one line (and its dump), but for the lock wrapper's own lines, and keeps errno.
 class Line {
@@ -224,33 +106,36 @@ private:
     const bool locked;
 };
 
-void printPointWith(const TraceRow* row, ...) {
-    std::va_list arguments;
-    va_start(arguments, row);
-    printPoint(*row, arguments);
-    va_end(arguments);
-}
-
 }  // namespace
 
-void writeTraceLine(const TraceRow* row, ...) {
+// The formats are the table's texts, which the compiler has checked against the arguments of every call.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+void writeTraceLine(const TraceRow* row, const StorageDump* dump, ...) {
     const Line line(*row);
     const Destination destination;
+    char traceFmtStr[FORMAT_SIZE];
+    makeFormat(*row, &traceFmtStr);
     std::va_list arguments;
-    va_start(arguments, row);
-    printPoint(*row, arguments);
+    va_start(arguments, dump);
+    std::vfprintf(statAPITraceHandle, traceFmtStr, arguments);
     va_end(arguments);
+    if (dump != nullptr) {
+        writeStorage(statAPITraceHandle, *dump);
+    }
     std::fflush(statAPITraceHandle);
 }
 
-void writeTraceDump(const TraceRow* row, const void* start, int length, std::uint32_t stopWord, const void* end) {
-    const Line line(*row);
+void writeTraceText(const char* format, ...) {
     const Destination destination;
-    printPointWith(row, start, length, stopWord);
-    dumpStorage(static_cast<const unsigned char*>(start), length, stopWord, BYTES_PER_LINE,
-                static_cast<const unsigned char*>(end), static_cast<const unsigned char*>(start));
-    std::fflush(statAPITraceHandle);
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::vfprintf(statAPITraceHandle, format, arguments);
+    va_end(arguments);
 }
+
+#pragma GCC diagnostic pop
 
 int initTrace() {
     {
@@ -311,14 +196,6 @@ void writeTraceState() {
     flushTrace();
 }
 
-void writeTraceText(const char* format, ...) {
-    const Destination destination;
-    std::va_list arguments;
-    va_start(arguments, format);
-    printLine(format, arguments);
-    va_end(arguments);
-}
-
 void flushTrace() {
     const Destination destination;
     std::fflush(statAPITraceHandle);
@@ -334,9 +211,12 @@ void writeTraceRule() {
 int traceOutStorage(const void* start, int length, std::uint32_t stopWord, int bytesPerLine, int /*mode*/,
                     const void* end, const void* shownStart) {
     const Destination destination;
-    return dumpStorage(static_cast<const unsigned char*>(start), length, stopWord, bytesPerLine,
-                       static_cast<const unsigned char*>(end),
-                       static_cast<const unsigned char*>(shownStart == nullptr ? start : shownStart));
+    return writeStorage(statAPITraceHandle, {.start = static_cast<const unsigned char*>(start),
+                                             .length = length,
+                                             .stopWord = stopWord,
+                                             .bytesPerLine = bytesPerLine,
+                                             .end = static_cast<const unsigned char*>(end),
+                                             .shownStart = static_cast<const unsigned char*>(shownStart)});
 }
 
 #pragma GCC diagnostic push
@@ -353,27 +233,3 @@ char* getTimestamp(char* dst) {
     return std::strcpy(dst, stamp);
 }
 #pragma GCC diagnostic pop
-
-void keepProcessId() {
-    if (keptPid != nullptr) {
-        return;
-    }
-    const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    void* page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (page == MAP_FAILED) {
-        return;
-    }
-    if (madvise(page, size, MADV_WIPEONFORK) != 0) {
-        munmap(page, size);
-        return;
-    }
-    keptPid = static_cast<std::uint32_t*>(page);
-}
-
-std::uint32_t askForPid() {
-    const auto pid = static_cast<std::uint32_t>(getpid());
-    if (keptPid != nullptr) {
-        __atomic_store_n(keptPid, pid, __ATOMIC_RELAXED);
-    }
-    return pid;
-}

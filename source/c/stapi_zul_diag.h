@@ -9,8 +9,6 @@
 
 #include "stapi_zul_lock.h"
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -164,20 +162,33 @@ extern StapiLock traceLock;
 }
 #endif
 
-// Writes one line for the row with its text's arguments.
-void writeTraceLine(const TraceRow* row, ...);
+// Storage to be dumped in lines of bytesPerLine bytes.
+struct StorageDump {
+    const unsigned char* start;
+    int length;              // 0: up to the first position at which the 32-bit word equals stopWord
+    std::uint32_t stopWord;  // a line that starts with it is shown whole in hex
+    int bytesPerLine;
+    const unsigned char* end;         // no position at or past it is taken for part of a word; null: no bound
+    const unsigned char* shownStart;  // the address that lines show for a copy's first byte; null: start
+};
 
-// Writes one line whose text announces a dump, then the dump (traceOutStorage).
-void writeTraceDump(const TraceRow* row, const void* start, int length, std::uint32_t stopWord, const void* end);
+// Writes one line for the row with its text's arguments, and the dump that it announces, if any, as one.
+void writeTraceLine(const TraceRow* row, const StorageDump* dump, ...);
 
 template <typename... Arguments>
 void traceLine(const TracePoint<Arguments...>& point, std::type_identity_t<Arguments>... arguments) {
-    writeTraceLine(&point.row, arguments...);
+    writeTraceLine(&point.row, nullptr, arguments...);
 }
 
 inline void traceDump(const TracePoint<const void*, int, unsigned>& point, const void* start, int length,
                       std::uint32_t stopWord = 0, const void* end = nullptr) {
-    writeTraceDump(&point.row, start, length, stopWord, end);
+    const StorageDump dump = {.start = static_cast<const unsigned char*>(start),
+                              .length = length,
+                              .stopWord = stopWord,
+                              .bytesPerLine = 16,
+                              .end = static_cast<const unsigned char*>(end),
+                              .shownStart = nullptr};
+    writeTraceLine(&point.row, &dump, start, length, stopWord);
 }
 
 // Low 32 bits of an address, as lines and dumps with 8 hex digits show it.
@@ -227,45 +238,19 @@ void flushTrace();
 // Writes a line of 80 "-" characters.
 void writeTraceRule();
 
-// Dumps storage to the destination in lines of bytesPerLine bytes: `length` bytes, or, where length is 0, up to the
-// first position at which the 32-bit word equals stopWord; a line that starts with that word is shown whole in hex.
-// No position at or past `end` is taken for part of a word (null: no bound). `mode` has no effect. The lines show the
-// addresses of the storage, or, of a copy, those from `shownStart` on. Returns the number of bytes dumped; with neither
-// length nor stop word that is 0 and nothing is written.
+// Writes a dump and returns the number of bytes dumped; with neither length nor stop word that is 0 and nothing is
+// written.
+int writeStorage(std::FILE* out, const StorageDump& dump);
+
+// The same to the destination. `mode` has no effect.
 int traceOutStorage(const void* start, int length, std::uint32_t stopWord, int bytesPerLine, int mode,
                     const void* end = nullptr, const void* shownStart = nullptr);
 
-// ---- time and identity --------------------------------------------------------------------------------------------
+// ---- time ---------------------------------------------------------------------------------------------------------
 
 inline constexpr std::size_t TIME_STAMP_SIZE = 24;
 
 // Writes the local time into dst (at least TIME_STAMP_SIZE bytes) as 14/11/26 23:31:00:042 and returns dst.
 char* getTimestamp(char* dst);
-
-// 1 if the two threads are the same, else 0.
-[[nodiscard]] inline int compareTids(pthread_t t1, pthread_t t2) {
-    return pthread_equal(t1, t2) != 0 ? 1 : 0;
-}
-
-// From then on asking for the process id costs no system call: it is kept where the kernel clears it in a forked child.
-// Where there is no such storage nothing changes. To be called before there is a second thread in the library.
-void keepProcessId();
-
-// The process id, 0 until somebody asks, in a page that the kernel clears in a child process. Null without such a page.
-extern std::uint32_t* keptPid;
-
-// The process id from the system, which is then kept.
-[[nodiscard]] std::uint32_t askForPid();
-
-// Stores the calling process's and thread's ids, 32 bits each; either pointer may be null.
-inline void getPidTid(std::uint32_t* pid, std::uint32_t* tid) {
-    if (pid != nullptr) {
-        const std::uint32_t kept = keptPid == nullptr ? 0 : __atomic_load_n(keptPid, __ATOMIC_RELAXED);
-        *pid = kept != 0 ? kept : askForPid();
-    }
-    if (tid != nullptr) {
-        *tid = static_cast<std::uint32_t>(pthread_self());
-    }
-}
 
 #endif

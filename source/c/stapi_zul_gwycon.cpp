@@ -2,11 +2,10 @@
 
 #include "stapi_zul_descriptor.h"
 #include "stapi_zul_diag.h"
+#include "stapi_zul_wait.h"
 
 #include <netdb.h>
-#include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -28,31 +27,6 @@ void setNonBlocking(std::int32_t socketDescriptor, std::int32_t option) {
     // Kept: the option goes by value where its address is expected, so the call fails, the socket stays blocking and
     // errno is EFAULT afterwards.
     ioctl(socketDescriptor, FIONBIO, option);
-}
-
-// Waits until the descriptor can be written or has an exception: the result of select, and whether it can be written.
-// A set of select ends at FD_SETSIZE; poll means the same for the descriptors behind.
-int selectWritable(int socketDescriptor, int seconds, bool* writable) {
-    if (socketDescriptor < FD_SETSIZE) {
-        fd_set writeSet;
-        fd_set exceptionSet;
-        FD_ZERO(&writeSet);
-        FD_ZERO(&exceptionSet);
-        FD_SET(socketDescriptor, &writeSet);
-        FD_SET(socketDescriptor, &exceptionSet);
-        timeval timeout = {seconds, 0};
-        const int ready = select(socketDescriptor + 1, nullptr, &writeSet, &exceptionSet, &timeout);
-        *writable = ready > 0 && FD_ISSET(socketDescriptor, &writeSet);
-        return ready;
-    }
-    pollfd descriptor = {socketDescriptor, POLLOUT | POLLPRI, 0};
-    const int ready = poll(&descriptor, 1, seconds * 1000);
-    if (ready > 0 && (descriptor.revents & POLLNVAL) != 0) {
-        errno = EBADF;
-        return -1;
-    }
-    *writable = ready > 0 && (descriptor.revents & (POLLOUT | POLLERR)) != 0;
-    return ready;
 }
 
 int connectError(int error) {
@@ -87,12 +61,12 @@ int connectTo(std::uint32_t port, const char* host, const addrinfo& address, std
     const int descriptor =
         aboveStandardStreams(socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol));
     std::int32_t error = errno;
-    const bool shut = __atomic_exchange_n(socketDescriptorPtr, descriptor, __ATOMIC_ACQ_REL) == SOCKET_SHUT;
+    const bool isWanted = publishSocket(socketDescriptorPtr, descriptor);
     if (descriptor < 0) {
         TRACE(connectToGateway_socketFailed, std::strerror(error), error);
         return STAPI_RC_SOCKET_CREATE_FAILED;
     }
-    if (shut) {
+    if (!isWanted) {
         return STAPI_RC_SOCKET_CREATE_FAILED;
     }
     TRACE(connectToGateway_createdSocket, descriptor);
@@ -160,6 +134,18 @@ void prepareSecondAuth(AuthRequest* request) {
 
 }  // namespace
 
+bool publishSocket(std::int32_t* socketDescriptorPtr, std::int32_t descriptor) {
+    return __atomic_exchange_n(socketDescriptorPtr, descriptor, __ATOMIC_ACQ_REL) != SOCKET_SHUT;
+}
+
+void shutSocket(std::int32_t* socketDescriptorPtr) {
+    std::int32_t descriptor = __atomic_load_n(socketDescriptorPtr, __ATOMIC_ACQUIRE);
+    if (descriptor >= 0 || !__atomic_compare_exchange_n(socketDescriptorPtr, &descriptor, SOCKET_SHUT, false,
+                                                        __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+        shutdown(descriptor, SHUT_RDWR);
+    }
+}
+
 int connectToGateway(std::uint32_t port, const char* host, std::int32_t* socketDescriptorPtr) {
     TRACE(connectToGateway_entry, static_cast<int>(port), host, socketDescriptorPtr);
     const int rc = resolveAndConnect(port, host, socketDescriptorPtr);
@@ -172,11 +158,11 @@ int waitForConnection(const std::int32_t* socketDescriptorPtr, std::int32_t* err
     const std::time_t start = std::time(nullptr);
     bool writable = false;
     TRACE(waitForConnection_selecting, descriptor);
-    int ready = selectWritable(descriptor, CONNECT_TIMEOUT_SECONDS, &writable);
+    int ready = waitForDescriptor(descriptor, WaitFor::CONNECTED, CONNECT_TIMEOUT_SECONDS, &writable);
     while (ready == -1 && errno == EINTR) {
         const int seconds = remainingSeconds(start);
         TRACE(waitForConnection_selecting, descriptor);
-        ready = selectWritable(descriptor, seconds, &writable);
+        ready = waitForDescriptor(descriptor, WaitFor::CONNECTED, seconds, &writable);
     }
     if (ready == 0) {
         TRACE(waitForConnection_timedOut, descriptor);

@@ -22,6 +22,12 @@ inline constexpr std::int32_t SOCKET_SHUT = -2;
 // a code of this layer but STAPI_RC_SOCKET_CONNECT_TIMEOUT.
 [[nodiscard]] int connectToGateway(std::uint32_t port, const char* host, std::int32_t* socketDescriptorPtr);
 
+// Makes a new socket known to other threads; false when one of them has given the connection up before.
+[[nodiscard]] bool publishSocket(std::int32_t* socketDescriptorPtr, std::int32_t descriptor);
+
+// Gives the connection up, in any thread: shuts its socket down, or stores SOCKET_SHUT while there is none.
+void shutSocket(std::int32_t* socketDescriptorPtr);
+
 // Waits up to 60 seconds for a connect in progress: 0, STAPI_RC_SOCKET_CONNECT_TIMEOUT, or
 // STAPI_RC_SOCKET_CONNECT_ERROR with the error number stored.
 [[nodiscard]] int waitForConnection(const std::int32_t* socketDescriptorPtr, std::int32_t* errorPtr);

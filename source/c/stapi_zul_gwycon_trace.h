@@ -1,5 +1,5 @@
 // Trace points of stapi_zul_gwycon: the TCP connection.
-// Each row: name, number, kind, lowest level, text, flags (if any). TRACE_POINT is the includer's.
+// Each row: name, number, kind, lowest level, text, flags (if any). The including file defines TRACE_POINT.
 
 TRACE_POINT(connectToGateway_entry, 3000, ENTRY, 3,
             "stapi_zul_gwycon.connectToGateway(port=%d, ipAddr=%p, socketDescriptorPtr=%p)\n")

@@ -1,6 +1,7 @@
 #include "stapi_zul_gwytok.h"
 
 #include "stapi_zul_diag.h"
+#include "stapi_zul_shown.h"
 
 #include <cstdio>
 #include <cstring>
@@ -49,45 +50,6 @@ int find(const GatewayToken* target, GatewayToken** parent) {
     }
     TRACE(findGatewayToken_notFound, count, gtListHeadPtr, current);
     return STAPI_FIND_NOT_FOUND;
-}
-
-// Looks the token up and compares the owner. A use begins while gtlLock is held: once it is released another thread may
-// close the connection.
-int verify(const GatewayToken* token, std::uint32_t* users) {
-    std::uint32_t currentPid = 0;
-    std::uint32_t currentTid = 0;
-    getPidTid(&currentPid, &currentTid);
-    requestLock(&gtlLock);
-    const int findRc = findGatewayToken(token, nullptr);
-    const bool found = findRc == STAPI_FIND_FOUND;
-    const std::uint32_t owningPid = found ? token->owningPid : 0;
-    const std::uint32_t owningTid = found ? token->owningTid : 0;
-    const bool ownProcess = found && currentPid == owningPid;
-    const bool ownThread = found && compareTids(pthread_self(), token->owningThread) != 0;
-    if (ownProcess && ownThread && users != nullptr) {
-        __atomic_fetch_add(users, 1, __ATOMIC_RELAXED);
-    }
-    releaseLock(&gtlLock);
-    if (!found) {
-        TRACE(verifyGatewayToken_notFound, token, findRc);
-        return STAPI_RC_GATEWAY_TOKEN_NOT_FOUND;
-    }
-    if (!ownProcess) {
-        TRACE(verifyGatewayToken_pidMismatch, static_cast<int>(currentPid), static_cast<int>(owningPid));
-        return STAPI_RC_RESULT_SET_PID_MISMATCH;
-    }
-    if (!ownThread) {
-        TRACE(verifyGatewayToken_tidMismatch, static_cast<int>(currentTid), static_cast<int>(owningTid));
-        return STAPI_RC_RESULT_SET_TID_MISMATCH;
-    }
-    return 0;
-}
-
-int tracedVerify(const GatewayToken* token, std::uint32_t* users) {
-    TRACE(verifyGatewayToken_entry, token);
-    const int rc = verify(token, users);
-    TRACE(verifyGatewayToken_exit, token, rc);
-    return rc;
 }
 
 // What a dump shows of one result set; guarded by gtlLock.
@@ -146,14 +108,6 @@ int findGatewayToken(const GatewayToken* target, GatewayToken** parent) {
     const int rc = find(target, parent);
     TRACE(findGatewayToken_exit, target, parent, rc);
     return rc;
-}
-
-int verifyGatewayToken(const GatewayToken* token) {
-    return tracedVerify(token, nullptr);
-}
-
-int beginUse(GatewayToken* token) {
-    return tracedVerify(token, &token->users);
 }
 
 int formatGatewayToken(const GatewayToken* token, char* dst) {

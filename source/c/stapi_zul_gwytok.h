@@ -47,12 +47,13 @@ struct GatewayToken {
     char* protocolVersion;        // owned: PROTOCOL_VERSION_SIZE bytes, more for a longer text
     GatewayToken* nextGwyTokPtr;  // shown; written under gtlLock
     pthread_t owningThread;       // what owningTid shows 32 bits of
-    std::uint32_t users;          // calls in progress on the connection, and TOKEN_RETIRED
+    // 0: in the list, and no call is in progress on the connection.
+    // n: in the list, with n calls in progress: one of the owner, at most.
+    // TOKEN_RETIRED | n: another thread has closed the connection; the last of n calls releases the token.
+    // Calls begin, and tokens are retired, under gtlLock only.
+    std::uint32_t users;
 };
 
-// Any thread may close a connection. While a call is in progress on it, closing only takes the token off the list,
-// marks it and shuts the socket down, which ends the call; the call closes the socket and releases the token when it is
-// done.
 inline constexpr std::uint32_t TOKEN_RETIRED = 0x80000000;
 
 // Guards the two list pointers and every token's nextGwyTokPtr.
@@ -79,6 +80,15 @@ extern GatewayToken* gtListTailPtr;  // meaningful only while the head is set
 // Ends a use; true when the connection was closed meanwhile: the token is then gone.
 [[nodiscard]] bool endUse(GatewayToken* token);
 
+// Closing a connection in use: marks it, and shuts its socket down, which ends the call in progress. True begins a use
+// of the caller's own, in which it takes the token off the list. False where no call is in progress. In a process
+// forked from the owner's the calls in progress are none of its own: they are forgotten, and the socket stays as it is.
+// The caller holds gtlLock.
+[[nodiscard]] bool retireUsed(GatewayToken* token);
+
+// Releases a token and what it owns without a trace line; it is not in the list and has no socket.
+void releaseUnchainedToken(GatewayToken* token);
+
 // Writes the token as text into dst (FORMATTED_TOKEN_SIZE bytes): 0 or STAPI_RC_NULL_PARAMETER. token may be null.
 int formatGatewayToken(const GatewayToken* token, char* dst);
 
@@ -88,8 +98,8 @@ int dumpGatewayTokens();
 
 // ---- creation and deletion ----------------------------------------------------------------------------------------
 
-// Connects to a Gateway and chains a token for it, stored through `created` on success only, with a use of it begun;
-// gwTokPtr, where the application wants it, is only shown. 0,
+// Connects to a Gateway and chains a token for it, stored through `created` on success only, with a use of it begun.
+// gwTokPtr is the address that the application gave for it; trace lines show it, nothing is stored there. 0,
 // STAPI_RC_NO_MEMORY, STAPI_RC_GTL_CORRUPT, a code of openStatsSocket or, from the version exchange,
 // STAPI_RC_GATEWAY_CONNECTION_LOST or STAPI_RC_GATEWAY_REQUEST_FAILED. Takes gtlLock for chaining and removing, not
 // while it waits for the Gateway.

@@ -3,10 +3,9 @@
 
 #include "stapi_zul_diag.h"
 #include "stapi_zul_gwycon.h"
+#include "stapi_zul_identity.h"
+#include "stapi_zul_shown.h"
 #include "stapi_zul_statcomms.h"
-
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -14,22 +13,6 @@
 #include "stapi_zul_gwytok_trace.h"
 
 namespace {
-
-// Releases a token and what it owns without a trace line; it is not in the list and has no socket.
-void releaseUnchainedToken(GatewayToken* token) {
-    releaseResultSet(token->connRSToken);
-    std::free(token->resultSetBuf);
-    std::free(token->protocolVersion);
-    std::free(token);
-}
-
-// The same with its socket; the Gateway is not told.
-void dropUnchainedToken(GatewayToken* token) {
-    if (token->socket >= 0) {
-        close(token->socket);
-    }
-    releaseUnchainedToken(token);
-}
 
 // The caller holds gtlLock; parent is the token's predecessor, null for the head.
 void unchain(const GatewayToken* token, GatewayToken* parent) {
@@ -44,41 +27,12 @@ void unchain(const GatewayToken* token, GatewayToken* parent) {
     }
 }
 
-// Takes the token off the list and leaves the rest to the last call that is in progress on the connection; false when
-// there is none. The caller holds gtlLock, under which uses begin; its own use keeps the token until all is said.
-bool retire(GatewayToken* token, GatewayToken* parent) {
-    if (__atomic_fetch_add(&token->users, 1, __ATOMIC_ACQ_REL) == 0) {
-        return false;
-    }
-    unchain(token, parent);
-    __atomic_fetch_or(&token->users, TOKEN_RETIRED, __ATOMIC_ACQ_REL);
-    std::int32_t descriptor = __atomic_load_n(&token->socket, __ATOMIC_ACQUIRE);
-    // Before there is a descriptor the word itself tells connectToGateway.
-    if (descriptor >= 0 || !__atomic_compare_exchange_n(&token->socket, &descriptor, SOCKET_SHUT, false,
-                                                        __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
-        shutdown(descriptor, SHUT_RDWR);
-    }
-    static_cast<void>(endUse(token));
-    return true;
-}
-
-// A connection that a call of the parent process was using when this one was forked; it has no such call. The
-// connection stays the parent's: only this process's descriptor of it is closed. The caller holds gtlLock.
-bool abandon(GatewayToken* token, GatewayToken* parent) {
-    std::uint32_t pid = 0;
-    getPidTid(&pid, nullptr);
-    if (token->owningPid == pid || __atomic_load_n(&token->users, __ATOMIC_ACQUIRE) == 0) {
-        return false;
-    }
-    unchain(token, parent);
-    dropUnchainedToken(token);
-    return true;
-}
-
 // The caller holds gtlLock.
 void destroy(GatewayToken** gwTokPtr, GatewayToken* parent) {
     GatewayToken* token = *gwTokPtr;
-    if (abandon(token, parent) || retire(token, parent)) {
+    if (retireUsed(token)) {
+        unchain(token, parent);
+        static_cast<void>(endUse(token));
         *gwTokPtr = nullptr;
         return;
     }
@@ -108,7 +62,7 @@ void destroy(GatewayToken** gwTokPtr, GatewayToken* parent) {
 // What a deletion begins with.
 enum class From { LIST_HEAD, ADDRESS, USE };
 
-int remove(GatewayToken** gwTokPtr, From from) {
+int removeToken(GatewayToken** gwTokPtr, From from) {
     if (gwTokPtr == nullptr) {
         return STAPI_RC_NULL_GATEWAY_TOKEN_POINTER;
     }
@@ -134,7 +88,7 @@ int remove(GatewayToken** gwTokPtr, From from) {
 
 int tracedRemove(GatewayToken** gwTokPtr, int lockRequired, From from) {
     TRACE(deleteGatewayToken_entry, gwTokPtr, lockRequired);
-    const int rc = remove(gwTokPtr, from);
+    const int rc = removeToken(gwTokPtr, from);
     TRACE(deleteGatewayToken_exit, gwTokPtr, lockRequired, rc);
     return rc;
 }
@@ -270,17 +224,6 @@ int create(GatewayToken** gwTokPtr, const char* hostname, int port, GatewayToken
 }
 
 }  // namespace
-
-bool endUse(GatewayToken* token) {
-    const std::uint32_t users = __atomic_fetch_sub(&token->users, 1, __ATOMIC_ACQ_REL);
-    if ((users & TOKEN_RETIRED) == 0) {
-        return false;
-    }
-    if (users == (TOKEN_RETIRED | 1)) {
-        dropUnchainedToken(token);
-    }
-    return true;
-}
 
 int deleteGatewayToken(GatewayToken** gwTokPtr, int lockRequired) {
     return tracedRemove(gwTokPtr, lockRequired, lockRequired == 1 ? From::ADDRESS : From::LIST_HEAD);

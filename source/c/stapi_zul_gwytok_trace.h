@@ -1,5 +1,5 @@
 // Trace points of stapi_zul_gwytok: gateway tokens and their list.
-// Each row: name, number, kind, lowest level, text, flags (if any). TRACE_POINT is the includer's.
+// Each row: name, number, kind, lowest level, text, flags (if any). The including file defines TRACE_POINT.
 
 TRACE_POINT(createGatewayToken_entry, 2000, ENTRY, 3, "stapi_zul_gwytok.createGatewayToken(&gwTokPtr=%p,port=%d)\n")
 TRACE_POINT(createGatewayToken_exit, 2001, EXIT, 3, "stapi_zul_gwytok.createGatewayToken(&gwTokPtr=%p,port=%d) rc=%d\n")

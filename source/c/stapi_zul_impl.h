@@ -10,6 +10,10 @@
 // 0 until initialisation has succeeded, then 1 for good.
 extern std::atomic<int> stapiState;
 
+// The version text, once initialised.
+inline constexpr std::size_t STAPI_VERSION_SIZE = 32000;
+extern char stapiVersion[STAPI_VERSION_SIZE];
+
 // Initialises the library: 0, STAPI_RC_TRACE_INIT_FAILED, STAPI_RC_NO_MEMORY, STAPI_RC_LOCK_ALREADY_INITIALIZED or
 // STAPI_RC_LOCK_INIT_FAILED. The first calls of several threads wait for one of them to do it.
 [[nodiscard]] int initializeLibrary();
@@ -30,5 +34,8 @@ inline constexpr int TEXT_COPY_REFUSED = -2;  // null pointer or overlength
 // TEXT_COPY_REFUSED (*outputPtr is unchanged).
 int dup2ASCIIString(const char* dataPtr, char** outputPtr);
 int dup2NativeString(const char* dataPtr, char** outputPtr);
+
+// As dup2NativeString, for a copy that reaches its output later: shownPtr is the address that the entry line shows.
+int copyNativeString(const char* dataPtr, char** outputPtr, char* const* shownPtr);
 
 #endif

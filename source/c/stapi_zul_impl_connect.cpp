@@ -1,11 +1,10 @@
-// The exported calls that open and close connections, and the copies of texts that the library takes and hands out.
+// The exported calls that open and close connections.
 #include "stapi_zul_impl.h"
 
 #include "stapi_zul_diag.h"
 #include "stapi_zul_gwytok.h"
 
 #include <cstdlib>
-#include <cstring>
 
 #include "stapi_zul_impl_trace.h"
 
@@ -13,48 +12,6 @@ namespace {
 
 constexpr char LOCAL_GATEWAY_HOST[] = "127.0.0.1";
 constexpr int PORT_MAX = 65535;
-
-// What sets the two copy routines apart.
-struct TextCopier {
-    const TracePoint<const void*, const void*>& entry;
-    const TracePoint<int, const void*>& allocated;
-    void (*traceCopying)(const char* block, int size);
-    const TracePoint<int>& notAllocated;
-    const TracePoint<>& refused;
-    const TracePoint<int, int>& exit;
-};
-
-int copyText(const TextCopier& copier, const char* dataPtr, char** outputPtr, std::size_t size) {
-    if (dataPtr == nullptr || size > TEXT_COPY_MAX || outputPtr == nullptr) {
-        TRACE(copier.refused);
-        return TEXT_COPY_REFUSED;
-    }
-    *outputPtr = static_cast<char*>(std::malloc(size));
-    TRACE(copier.allocated, static_cast<int>(size), *outputPtr);
-    if (*outputPtr == nullptr) {
-        TRACE(copier.notAllocated, static_cast<int>(size));
-        return TEXT_COPY_NO_MEMORY;
-    }
-    copier.traceCopying(*outputPtr, static_cast<int>(size));
-    std::memcpy(*outputPtr, dataPtr, size);
-    return 0;
-}
-
-// shownPtr is where the line says that the copy goes.
-int tracedCopyText(const TextCopier& copier, const char* dataPtr, char** outputPtr, const void* shownPtr) {
-    TRACE(copier.entry, dataPtr, shownPtr);
-    const std::size_t size = dataPtr == nullptr ? 0 : std::strlen(dataPtr) + 1;
-    const int rc = copyText(copier, dataPtr, outputPtr, size);
-    TRACE(copier.exit, static_cast<int>(size), rc);
-    return rc;
-}
-
-constexpr TextCopier NATIVE_COPIER = {dup2NativeString_entry,
-                                      dup2NativeString_allocated,
-                                      [](const char* /*block*/, int size) { TRACE(dup2NativeString_copying, size); },
-                                      dup2NativeString_notAllocated,
-                                      dup2NativeString_overlength,
-                                      dup2NativeString_exit};
 
 // What an open call hands out as version text.
 struct VersionCopy {
@@ -69,13 +26,13 @@ VersionCopy copyVersion(const GatewayToken* token, char* const* protoColVersion)
         return copy;
     }
     // Kept: the connection stays open even if there is no copy.
-    const int rc = tracedCopyText(NATIVE_COPIER, token->protocolVersion, &copy.text, protoColVersion);
+    const int rc = copyNativeString(token->protocolVersion, &copy.text, protoColVersion);
     copy.refused = rc == TEXT_COPY_REFUSED;
     TRACE(openRemoteGatewayConnection_versionCopied, protoColVersion, copy.refused ? *protoColVersion : copy.text);
     return copy;
 }
 
-int open(const char* hostname, int port, GatewayToken** gwTokPtr, char** protoColVersion) {
+int openGateway(const char* hostname, int port, GatewayToken** gwTokPtr, char** protoColVersion) {
     if (port < 1 || port > PORT_MAX) {
         return STAPI_RC_INVALID_PORT;
     }
@@ -102,7 +59,7 @@ int open(const char* hostname, int port, GatewayToken** gwTokPtr, char** protoCo
     return 0;
 }
 
-int close(GatewayToken** gwTokPtr) {
+int closeGateway(GatewayToken** gwTokPtr) {
     if (gwTokPtr == nullptr) {
         TRACE(closeGatewayConnection_nullToken, gwTokPtr);
         return STAPI_RC_NULL_GATEWAY_TOKEN;
@@ -117,21 +74,6 @@ int close(GatewayToken** gwTokPtr) {
 
 }  // namespace
 
-int dup2ASCIIString(const char* dataPtr, char** outputPtr) {
-    static constexpr TextCopier COPIER = {
-        dup2ASCIIString_entry,
-        dup2ASCIIString_allocated,
-        [](const char* block, int size) { TRACE(dup2ASCIIString_copying, block, size); },
-        dup2ASCIIString_notAllocated,
-        dup2ASCIIString_overlength,
-        dup2ASCIIString_exit};
-    return tracedCopyText(COPIER, dataPtr, outputPtr, outputPtr);
-}
-
-int dup2NativeString(const char* dataPtr, char** outputPtr) {
-    return tracedCopyText(NATIVE_COPIER, dataPtr, outputPtr, outputPtr);
-}
-
 int openGatewayConnection(int port, GatewayToken** gwTokPtr, char** protoColVersion) {
     static_cast<void>(stapiInit());  // for the entry line; a failure shows in the call below
     TRACE(openGatewayConnection_entry, port, gwTokPtr, protoColVersion);
@@ -144,7 +86,7 @@ int openRemoteGatewayConnection(const char* hostname, int port, GatewayToken** g
     int rc = stapiInit();
     TRACE(openRemoteGatewayConnection_entry, hostname, port, gwTokPtr, protoColVersion);
     if (rc == 0) {
-        rc = open(hostname, port, gwTokPtr, protoColVersion);
+        rc = openGateway(hostname, port, gwTokPtr, protoColVersion);
     }
     TRACE(openRemoteGatewayConnection_exit, port, rc);
     return rc;
@@ -154,7 +96,7 @@ int closeGatewayConnection(GatewayToken** gwTokPtr) {
     int rc = stapiInit();
     TRACE(closeGatewayConnection_entry, gwTokPtr);
     if (rc == 0) {
-        rc = close(gwTokPtr);
+        rc = closeGateway(gwTokPtr);
     }
     TRACE(closeGatewayConnection_exit, gwTokPtr, rc);
     return rc;

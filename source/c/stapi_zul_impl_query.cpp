@@ -3,6 +3,7 @@
 
 #include "stapi_zul_diag.h"
 #include "stapi_zul_gwytok.h"
+#include "stapi_zul_shown.h"
 #include "stapi_zul_statquery.h"
 
 #include <cstdlib>
@@ -20,7 +21,8 @@ struct QueryCall {
     void (*traceQuerying)(const char* queryString);
     const TracePoint<const void*>& resultSet;
     const TracePoint<const void*>& noBuffer;
-    const TracePoint<const void*, int>* removing;  // null: a failed query leaves the connection on the list
+    bool removesOnFailure;  // a comms failure of the query removes the connection
+    const TracePoint<const void*, int>& removing;
 };
 
 // 0 has begun a use of the connection.
@@ -79,8 +81,8 @@ bool isCommsFailure(int rc) {
     return rc == STAPI_RC_GATEWAY_CONNECTION_LOST || rc == STAPI_RC_GATEWAY_REQUEST_FAILED;
 }
 
-// A query string as an exit line shows it. It may be one of getIdQuery, text of the connection that the call removes or
-// another thread closes: a call that has queried shows a copy.
+// A query string as an exit line shows it. It may be one of getIdQuery's, text that goes with the connection. The line
+// of a call that has queried, after which the connection may be gone, shows a copy.
 struct ShownText {
     const char* text;
     char* copy;  // owned
@@ -94,10 +96,10 @@ void keepForExitLine(ShownText* shown, const char* queryString) {
 // Ends the use of the connection, and removes it after a failure that the call's rule names; true when another thread
 // has closed it meanwhile.
 bool endQuery(const QueryCall& call, GatewayToken* gwTok, int rc) {
-    if (call.removing == nullptr || !isCommsFailure(rc)) {
+    if (!call.removesOnFailure || !isCommsFailure(rc)) {
         return endUse(gwTok);
     }
-    TRACE(*call.removing, gwTok, rc);
+    TRACE(call.removing, gwTok, rc);
     return deleteUsedGatewayToken(&gwTok) == STAPI_RC_GATEWAY_CONNECTION_LOST;
 }
 
@@ -127,60 +129,67 @@ int runQuery(const QueryCall& call, int initRc, GatewayToken* gwTok, const char*
 }
 
 constexpr QueryCall GET_STATS = {
-    false,
-    false,
-    [](std::int32_t socketDesc, char* buffer, const char*) { return commsStats(socketDesc, buffer); },
-    [](const char*) { TRACE(getStats_querying); },
-    getStats_resultSet,
-    getStats_noBuffer,
-    &getStats_removing};
+    .takesQueryString = false,
+    .resetsAfterQuery = false,
+    .run = [](std::int32_t socketDesc, char* buffer, const char*) { return commsStats(socketDesc, buffer); },
+    .traceQuerying = [](const char*) { TRACE(getStats_querying); },
+    .resultSet = getStats_resultSet,
+    .noBuffer = getStats_noBuffer,
+    .removesOnFailure = true,
+    .removing = getStats_removing};
 
 constexpr QueryCall GET_STAT_IDS = {
-    false,
-    false,
-    [](std::int32_t socketDesc, char* buffer, const char*) { return commsStatIds(socketDesc, buffer); },
-    [](const char*) { TRACE(getStatIds_querying); },
-    getStatIds_resultSet,
-    getStatIds_noBuffer,
-    &getStatIds_removing};
+    .takesQueryString = false,
+    .resetsAfterQuery = false,
+    .run = [](std::int32_t socketDesc, char* buffer, const char*) { return commsStatIds(socketDesc, buffer); },
+    .traceQuerying = [](const char*) { TRACE(getStatIds_querying); },
+    .resultSet = getStatIds_resultSet,
+    .noBuffer = getStatIds_noBuffer,
+    .removesOnFailure = true,
+    .removing = getStatIds_removing};
 
 // Kept: this call resets the result set after its query.
 constexpr QueryCall GET_RESOURCE_GROUP_IDS = {
-    false,
-    true,
-    [](std::int32_t socketDesc, char* buffer, const char*) { return commsResourceGroupsIds(socketDesc, buffer); },
-    [](const char*) { TRACE(getResourceGroupIds_querying); },
-    getResourceGroupIds_resultSet,
-    getResourceGroupIds_noBuffer,
-    &getResourceGroupIds_removing};
+    .takesQueryString = false,
+    .resetsAfterQuery = true,
+    .run = [](std::int32_t socketDesc, char* buffer,
+              const char*) { return commsResourceGroupsIds(socketDesc, buffer); },
+    .traceQuerying = [](const char*) { TRACE(getResourceGroupIds_querying); },
+    .resultSet = getResourceGroupIds_resultSet,
+    .noBuffer = getResourceGroupIds_noBuffer,
+    .removesOnFailure = true,
+    .removing = getResourceGroupIds_removing};
 
 constexpr QueryCall GET_STATS_BY_STAT_ID = {
-    true,
-    false,
-    commsStatsByStatId,
-    [](const char* queryString) { TRACE(getStatsByStatId_querying, queryString); },
-    getStatsByStatId_resultSet,
-    getStatsByStatId_noBuffer,
-    &getStatsByStatId_removing};
+    .takesQueryString = true,
+    .resetsAfterQuery = false,
+    .run = commsStatsByStatId,
+    .traceQuerying = [](const char* queryString) { TRACE(getStatsByStatId_querying, queryString); },
+    .resultSet = getStatsByStatId_resultSet,
+    .noBuffer = getStatsByStatId_noBuffer,
+    .removesOnFailure = true,
+    .removing = getStatsByStatId_removing};
 
 // Kept: a failed query leaves this call's connection on the list.
 constexpr QueryCall GET_STATS_BY_STAT_GROUP_ID = {
-    true,
-    false,
-    commsStatsByStatGroupId,
-    [](const char* queryString) { TRACE(getStatsByStatGroupId_querying, queryString); },
-    getStatsByStatGroupId_resultSet,
-    getStatsByStatGroupId_noBuffer,
-    nullptr};
+    .takesQueryString = true,
+    .resetsAfterQuery = false,
+    .run = commsStatsByStatGroupId,
+    .traceQuerying = [](const char* queryString) { TRACE(getStatsByStatGroupId_querying, queryString); },
+    .resultSet = getStatsByStatGroupId_resultSet,
+    .noBuffer = getStatsByStatGroupId_noBuffer,
+    .removesOnFailure = false,
+    .removing = getStatsByStatGroupId_removing};
 
 constexpr QueryCall GET_STAT_IDS_BY_STAT_GROUP_ID = {
-    true,
-    false,
-    commsStatIdsByStatGroupId,
-    [](const char* queryString) { TRACE(getStatIdsByStatGroupId_querying, queryString); },
-    getStatIdsByStatGroupId_resultSet,
-    getStatIdsByStatGroupId_noBuffer,
-    &getStatIdsByStatGroupId_removing};
+    .takesQueryString = true,
+    .resetsAfterQuery = false,
+    .run = commsStatIdsByStatGroupId,
+    .traceQuerying = [](const char* queryString) { TRACE(getStatIdsByStatGroupId_querying, queryString); },
+    .resultSet = getStatIdsByStatGroupId_resultSet,
+    .noBuffer = getStatIdsByStatGroupId_noBuffer,
+    .removesOnFailure = true,
+    .removing = getStatIdsByStatGroupId_removing};
 
 }  // namespace
 

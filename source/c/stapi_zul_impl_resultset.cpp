@@ -18,10 +18,6 @@ bool isRecognised(const char* head) {
     return hasContent(head, IDS_CONTENT_MARKER) || hasContent(head, STATS_CONTENT_MARKER);
 }
 
-int checkOwner(const ResultSetToken* rs) {
-    return rs->owner == CONNECTION_OWNED ? verifyAPIResultSetTokenOwner(rs) : 0;
-}
-
 // What copying and dumping ask of a result set: content of either kind, and its owner.
 int checkContent(const ResultSetToken* rs, const TracePoint<const void*>& noBuffer, const TracePoint<>& wrongContent) {
     if (rs->head == nullptr) {
@@ -112,12 +108,17 @@ struct IdQuery {
     int goodIdCount;
 };
 
-bool append(IdQuery* query, const char* chars, std::size_t count) {
-    if (count > ID_QUERY_MAX - query->length) {
+// Appends a good identifier, behind a separator or without, as a whole; false when it does not fit.
+bool append(IdQuery* query, bool isSeparated, const char* chars, std::size_t count) {
+    const std::size_t separator = isSeparated ? 1 : 0;
+    if (separator + count > ID_QUERY_MAX - query->length) {
         return false;
     }
-    std::memcpy(query->text + query->length, chars, count);
-    query->length += count;
+    char* end = query->text + query->length;
+    std::memset(end, ':', separator);
+    std::memcpy(end + separator, chars, count);
+    query->length += separator + count;
+    ++query->goodIdCount;
     return true;
 }
 
@@ -126,26 +127,18 @@ template <typename Record, typename IdOf>
 void collectIds(ResultSetToken* rs, int (*first)(ResultSetToken*, Record*), int (*next)(ResultSetToken*, Record*),
                 IdOf idOf, IdQuery* query) {
     Record record{};
-    std::size_t whole = 0;  // length without a separator that no identifier follows yet
-    int rc = first(rs, &record);
-    while (rc == 0) {
+    // Kept: a separator comes before every good entry but the first of all, so a string whose first entry is not good
+    // begins with one.
+    bool isFirst = true;
+    for (int rc = first(rs, &record); rc == 0; rc = next(rs, &record)) {
         if (record.queryElementRC == 0) {
             const auto [id, length] = idOf(record);
-            if (!append(query, id, strnlen(id, static_cast<std::size_t>(length)))) {
+            if (!append(query, !isFirst, id, strnlen(id, static_cast<std::size_t>(length)))) {
                 break;
             }
-            ++query->goodIdCount;
         }
-        whole = query->length;
-        rc = next(rs, &record);
-        // Kept: a separator comes before every good entry but the first of all, so a string whose first entry is not
-        // good begins with one.
-        if (rc == 0 && record.queryElementRC == 0 && !append(query, ":", 1)) {
-            break;
-        }
+        isFirst = false;
     }
-    query->length = whole;
-    query->text[whole] = '\0';
 }
 
 struct Identifier {

@@ -1,13 +1,8 @@
-// Initialisation and the exported calls for version, trace settings and state.
+// The exported calls for version, trace settings and state.
 #include "stapi_zul_impl.h"
 
 #include "stapi_zul_diag.h"
 #include "stapi_zul_gwytok.h"
-#include "stapi_zul_mutex.h"
-#include "stapi_zul_resultsetbuffer.h"
-#include "stapi_zul_sigpipe.h"
-
-#include <pthread.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -15,48 +10,7 @@
 
 #include "stapi_zul_impl_trace.h"
 
-constinit std::atomic<int> stapiState = 0;
-
 namespace {
-
-char stapiVersion[32000];
-
-// Serialises initialisation only. A plain mutex, taken before any other lock, because no StapiLock exists yet.
-pthread_mutex_t initMutex = PTHREAD_MUTEX_INITIALIZER;
-
-// An initialisation has begun, and failed unless stapiState says otherwise. Guarded by initMutex.
-bool initTried;
-
-// What only the first call does. Kept: after a failed initialisation every later call fails.
-int initTraceOnce() {
-    if (initTried) {
-        return STAPI_RC_TRACE_INIT_FAILED;
-    }
-    initTried = true;
-    keepProcessId();
-    restoreSigpipeInChildren();
-    freeContentInChildren();
-    return initTrace();
-}
-
-// The caller holds initMutex.
-int initialize() {
-    statAPITrace.store(1, std::memory_order_relaxed);
-    int rc = initTraceOnce();
-    if (rc != 0) {
-        std::fprintf(stderr, "API.stapiInit() Initialization of zulstats API trace has failed. rc=%d\n", rc);
-        return rc;
-    }
-    rc = initGTL();
-    if (rc != 0) {
-        TRACE(stapiInit_gtlInitFailed, rc);
-        return rc;
-    }
-    statAPITrace.store(0, std::memory_order_relaxed);
-    std::memcpy(stapiVersion, STAPI_VERSION, sizeof STAPI_VERSION);
-    stapiState.store(1, std::memory_order_release);
-    return 0;
-}
 
 int currentLevel() {
     return statAPITrace.load(std::memory_order_relaxed);
@@ -111,11 +65,6 @@ int changeFile(const char* traceFile) {
 }
 
 }  // namespace
-
-int initializeLibrary() {
-    const MutexHold hold(initMutex);
-    return stapiState.load(std::memory_order_acquire) != 0 ? 0 : initialize();
-}
 
 int getStatsAPIVersion(char** apiVersPtr) {
     int rc = stapiInit();

@@ -1,5 +1,5 @@
 // Trace points of stapi_zul_impl: the exported calls.
-// Each row: name, number, kind, lowest level, text, flags (if any). TRACE_POINT is the includer's.
+// Each row: name, number, kind, lowest level, text, flags (if any). The including file defines TRACE_POINT.
 
 TRACE_POINT(openGatewayConnection_entry, 1000, ENTRY, 3,
             "API.openGatewayConnection(port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p\n")

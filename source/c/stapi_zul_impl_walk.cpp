@@ -4,6 +4,7 @@
 
 #include "stapi_zul_diag.h"
 #include "stapi_zul_resultsetbuffer.h"
+#include "stapi_zul_shown.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -225,7 +226,7 @@ int takeItem(const Content& content, Walk* walk, ResultSetToken* rs, typename Ki
     if (!Kind::readItem(content, &walk->cursor, &item, &behindLength)) {
         return STAPI_RC_END_OF_RESULT_SET;
     }
-    if (Call.item != nullptr) {
+    if constexpr (Call.item != nullptr) {
         TRACE(*Call.item, static_cast<int>(walk->queryIndex), static_cast<int>(walk->elementResultIndex), rs,
               behindLength, item.id.length);
     }
@@ -259,7 +260,7 @@ int takeFromElement(const Content& content, Walk* walk, ResultSetToken* rs, type
         }
         traceElement(lengthWord);
         if (walk->element.rc < 0) {
-            if (Call.negativeRc != nullptr) {
+            if constexpr (Call.negativeRc != nullptr) {
                 TRACE(*Call.negativeRc, rs, record, walk->element.rc);
             }
             storeElement<Kind>(walk->element, record);
@@ -295,7 +296,7 @@ int checkWalk(const ResultSetToken* rs, const typename Kind::Record* record) {
         TRACE(Call.wrongContent);
         return STAPI_RC_WRONG_RESULT_SET_CONTENT;
     }
-    return rs->owner == CONNECTION_OWNED ? verifyAPIResultSetTokenOwner(rs) : 0;
+    return checkOwner(rs);
 }
 
 template <typename Kind>

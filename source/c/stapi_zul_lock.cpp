@@ -63,9 +63,13 @@ int initializeLock(StapiLock* lockPtr) {
 }
 
 int requestLock(StapiLock* lockPtr) {
-    static constexpr LockOperation REQUEST = {
-        requestLock_entry,  requestLock_notInitialized,   requestLock_requestFailed, requestLock_exit,
-        pthread_mutex_lock, STAPI_RC_LOCK_REQUEST_FAILED, LOCK_INITIALIZED};
+    static constexpr LockOperation REQUEST = {.entry = requestLock_entry,
+                                              .notInitialized = requestLock_notInitialized,
+                                              .failed = requestLock_requestFailed,
+                                              .exit = requestLock_exit,
+                                              .call = pthread_mutex_lock,
+                                              .failedCode = STAPI_RC_LOCK_REQUEST_FAILED,
+                                              .markerAfter = LOCK_INITIALIZED};
     const int cancellation = disableCancellation();
     const int rc = runOperation(lockPtr, REQUEST);
     if (rc == 0) {
@@ -77,9 +81,13 @@ int requestLock(StapiLock* lockPtr) {
 }
 
 int releaseLock(StapiLock* lockPtr) {
-    static constexpr LockOperation RELEASE = {
-        releaseLock_entry,    releaseLock_notInitialized,   releaseLock_releaseFailed, releaseLock_exit,
-        pthread_mutex_unlock, STAPI_RC_LOCK_RELEASE_FAILED, LOCK_INITIALIZED};
+    static constexpr LockOperation RELEASE = {.entry = releaseLock_entry,
+                                              .notInitialized = releaseLock_notInitialized,
+                                              .failed = releaseLock_releaseFailed,
+                                              .exit = releaseLock_exit,
+                                              .call = pthread_mutex_unlock,
+                                              .failedCode = STAPI_RC_LOCK_RELEASE_FAILED,
+                                              .markerAfter = LOCK_INITIALIZED};
     const int cancellation = lockPtr->cancellation;
     const int rc = runOperation(lockPtr, RELEASE);
     if (rc == 0) {
@@ -90,10 +98,13 @@ int releaseLock(StapiLock* lockPtr) {
 
 int destroyLock(StapiLock* lockPtr) {
     // Kept: a failed destroy returns the code of a failed request.
-    static constexpr LockOperation DESTROY = {
-        destroyLock_entry, destroyLock_notInitialized, destroyLock_destroyFailed,
-        destroyLock_exit,  pthread_mutex_destroy,      STAPI_RC_LOCK_REQUEST_FAILED,
-        LOCK_DESTROYED};
+    static constexpr LockOperation DESTROY = {.entry = destroyLock_entry,
+                                              .notInitialized = destroyLock_notInitialized,
+                                              .failed = destroyLock_destroyFailed,
+                                              .exit = destroyLock_exit,
+                                              .call = pthread_mutex_destroy,
+                                              .failedCode = STAPI_RC_LOCK_REQUEST_FAILED,
+                                              .markerAfter = LOCK_DESTROYED};
     return runOperation(lockPtr, DESTROY);
 }
 

@@ -36,7 +36,8 @@ int requestLock(StapiLock* lockPtr);
 // 0, STAPI_RC_LOCK_NOT_INITIALIZED or STAPI_RC_LOCK_RELEASE_FAILED.
 int releaseLock(StapiLock* lockPtr);
 
-// 0, STAPI_RC_LOCK_NOT_INITIALIZED or STAPI_RC_LOCK_REQUEST_FAILED (shared with a failed request).
+// 0, STAPI_RC_LOCK_NOT_INITIALIZED or STAPI_RC_LOCK_REQUEST_FAILED (shared with a failed request). Kept: nobody
+// calls it.
 [[nodiscard]] int destroyLock(StapiLock* lockPtr);
 
 // The marker word itself.

@@ -1,5 +1,5 @@
 // Trace points of stapi_zul_lock: the lock wrapper.
-// Each row: name, number, kind, lowest level, text, flags (if any). TRACE_POINT is the includer's.
+// Each row: name, number, kind, lowest level, text, flags (if any). The including file defines TRACE_POINT.
 
 TRACE_POINT(initializeLock_entry, 3100, ENTRY, 5, "stapi_zul_lock.initializeLock(lockPtr=%p)\n", NOT_UNDER_TRACE_LOCK)
 TRACE_POINT(initializeLock_initFailed, 3101, EXC, 1,

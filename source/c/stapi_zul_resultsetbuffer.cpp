@@ -1,7 +1,9 @@
 #include "stapi_zul_resultsetbuffer.h"
 
 #include "stapi_zul_diag.h"
+#include "stapi_zul_identity.h"
 #include "stapi_zul_mutex.h"
+#include "stapi_zul_shown.h"
 
 #include <cstdlib>
 
@@ -211,13 +213,18 @@ int addInteger(char** bufWPtr, std::uint32_t value) {
 }
 
 int addChars(char** bufWPtr, const char* text, std::int32_t charCount) {
-    static constexpr TextWriter WRITER = {addChars_entry, addChars_nullParameter, addChars_copying, addChars_exit};
+    static constexpr TextWriter WRITER = {.entry = addChars_entry,
+                                          .nullParameter = addChars_nullParameter,
+                                          .copying = addChars_copying,
+                                          .exit = addChars_exit};
     return addText(WRITER, bufWPtr, text, charCount);
 }
 
 int addPlatformChars(char** bufWPtr, const char* text, std::int32_t charCount) {
-    static constexpr TextWriter WRITER = {addPlatformChars_entry, addPlatformChars_nullParameter,
-                                          addPlatformChars_copying, addPlatformChars_exit};
+    static constexpr TextWriter WRITER = {.entry = addPlatformChars_entry,
+                                          .nullParameter = addPlatformChars_nullParameter,
+                                          .copying = addPlatformChars_copying,
+                                          .exit = addPlatformChars_exit};
     return addText(WRITER, bufWPtr, text, charCount);
 }
 

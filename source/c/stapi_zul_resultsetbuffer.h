@@ -13,7 +13,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 
 inline constexpr std::uint32_t RESULT_SET_TERMINATOR = 0x0E0F0E0F;
 inline constexpr std::size_t EYECATCHER_SIZE = 8;
@@ -72,6 +71,11 @@ void releaseResultSet(ResultSetToken* rs);
 // 0, STAPI_RC_RESULT_SET_PID_MISMATCH or STAPI_RC_RESULT_SET_TID_MISMATCH, whatever the token's owner code.
 [[nodiscard]] int verifyAPIResultSetTokenOwner(const ResultSetToken* rsPtr);
 
+// The same for connection-owned tokens; 0 for others.
+[[nodiscard]] inline int checkOwner(const ResultSetToken* rsPtr) {
+    return rsPtr->owner == CONNECTION_OWNED ? verifyAPIResultSetTokenOwner(rsPtr) : 0;
+}
+
 // Writes token and content to the trace destination: 0 or STAPI_RC_NULL_PARAMETER.
 int dumpResultSetInternal(const ResultSetToken* rsPtr);
 
@@ -98,27 +102,16 @@ int dumpResultSetContent(const ResultSetToken* rsPtr, const char* content);
     return word;
 }
 
-// Fields that another thread may be showing in a dump.
-template <typename Field>
-[[nodiscard]] Field loadShown(const Field& field) {
-    return __atomic_load_n(&field, __ATOMIC_RELAXED);
-}
-
-template <typename Field>
-void storeShown(Field* field, std::type_identity_t<Field> value) {
-    __atomic_store_n(field, value, __ATOMIC_RELAXED);
-}
-
 // Writers. Each returns 0, or STAPI_RC_NULL_PARAMETER when it has nowhere to write. A write cursor is advanced by what
 // was written. The caller makes sure that there is room, and does not hold contentMutex.
 int addInteger(char** bufWPtr, std::uint32_t value);
 int addChars(char** bufWPtr, const char* text, std::int32_t charCount);          // text of a reply
 int addPlatformChars(char** bufWPtr, const char* text, std::int32_t charCount);  // our own text
 int addTerminator(char* writeCursor);
-// Length, characters and a NUL over which the cursor does not advance.
+// Length, characters and a NUL over which the cursor does not advance. Kept: nobody calls it.
 int addIdStr(char** bufWPtr, const char* idString);
 
-// Sets the flag to 1 if the word at the cursor is the terminator, else to 0.
+// Sets the flag to 1 if the word at the cursor is the terminator, else to 0. Kept: nobody calls it.
 int checkTerminator(const char* dataCursor, std::int32_t* isRSTermPtr);
 
 #endif

@@ -1,5 +1,5 @@
 // Trace points of stapi_zul_resultsetbuffer: result set tokens and buffers.
-// Each row: name, number, kind, lowest level, text, flags (if any). TRACE_POINT is the includer's.
+// Each row: name, number, kind, lowest level, text, flags (if any). The including file defines TRACE_POINT.
 
 TRACE_POINT(addIdStr_entry, 2100, ENTRY, 3, "stapi_zul_resultsetbuffer.addIdStr(&bufWPtr=%p,idString=%p)\n")
 TRACE_POINT(addIdStr_nullParameter, 2101, EXC, 1,

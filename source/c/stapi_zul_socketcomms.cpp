@@ -4,9 +4,8 @@
 #include "bytes.h"
 #include "stapi_zul_diag.h"
 #include "stapi_zul_sigpipe.h"
+#include "stapi_zul_wait.h"
 
-#include <poll.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -39,16 +38,9 @@ int sendRequest(int socketDesc, const unsigned char* data, int datalen, FlowReas
 
 // Waits without limit: 0 or STAPI_RC_FLOW_COMMS_FAILED.
 int waitForReply(int socketDesc) {
-    if (socketDesc < FD_SETSIZE) {
-        fd_set readSet;
-        FD_ZERO(&readSet);
-        FD_SET(socketDesc, &readSet);
-        // Kept: a signal ends the wait and with it the exchange.
-        return select(socketDesc + 1, &readSet, nullptr, nullptr, nullptr) < 0 ? STAPI_RC_FLOW_COMMS_FAILED : 0;
-    }
-    pollfd descriptor = {socketDesc, POLLIN, 0};
-    const int ready = poll(&descriptor, 1, -1);
-    return ready < 0 || (descriptor.revents & POLLNVAL) != 0 ? STAPI_RC_FLOW_COMMS_FAILED : 0;
+    // Kept: a signal ends the wait and with it the exchange.
+    return waitForDescriptor(socketDesc, WaitFor::READABLE, NO_TIME_LIMIT, nullptr) < 0 ? STAPI_RC_FLOW_COMMS_FAILED
+                                                                                        : 0;
 }
 
 int receive(int socketDesc, int dataSize, unsigned char* dataBuf, FlowReasons* reasons) {

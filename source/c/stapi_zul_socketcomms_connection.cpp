@@ -114,26 +114,26 @@ int flowAuth(int socketDesc, AuthRequest* request, FlowReasons* reasons) {
 }  // namespace
 
 int flowHandshakeRequest(int socketDesc, FlowReasons* reasons) {
-    static constexpr BaseRequest HANDSHAKE = {FLOW_HANDSHAKE,
-                                              0,
-                                              sizeof HANDSHAKE_BODY,
-                                              flowHandshakeRequest_entry,
-                                              flowHandshakeRequest_allocated,
-                                              flowHandshakeRequest_notAllocated,
-                                              flowHandshakeRequest_freeRequest,
-                                              flowHandshakeRequest_exit};
+    static constexpr BaseRequest HANDSHAKE = {.flowType = FLOW_HANDSHAKE,
+                                              .echoWord = 0,
+                                              .bodySize = sizeof HANDSHAKE_BODY,
+                                              .entry = flowHandshakeRequest_entry,
+                                              .allocated = flowHandshakeRequest_allocated,
+                                              .notAllocated = flowHandshakeRequest_notAllocated,
+                                              .freeRequest = flowHandshakeRequest_freeRequest,
+                                              .exit = flowHandshakeRequest_exit};
     return flowTracedBase(HANDSHAKE, socketDesc, reasons);
 }
 
 int flowCloseRequest(int socketDesc, FlowReasons* reasons) {
-    static constexpr BaseRequest CLOSE = {FLOW_CLOSE,
-                                          -1,
-                                          0,
-                                          flowCloseRequest_entry,
-                                          flowCloseRequest_allocated,
-                                          flowCloseRequest_notAllocated,
-                                          flowCloseRequest_freeRequest,
-                                          flowCloseRequest_exit};
+    static constexpr BaseRequest CLOSE = {.flowType = FLOW_CLOSE,
+                                          .echoWord = -1,
+                                          .bodySize = 0,
+                                          .entry = flowCloseRequest_entry,
+                                          .allocated = flowCloseRequest_allocated,
+                                          .notAllocated = flowCloseRequest_notAllocated,
+                                          .freeRequest = flowCloseRequest_freeRequest,
+                                          .exit = flowCloseRequest_exit};
     return flowTracedBase(CLOSE, socketDesc, reasons);
 }
 

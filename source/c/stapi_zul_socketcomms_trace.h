@@ -1,5 +1,5 @@
 // Trace points of stapi_zul_socketcomms: the message exchanges.
-// Each row: name, number, kind, lowest level, text, flags (if any). TRACE_POINT is the includer's.
+// Each row: name, number, kind, lowest level, text, flags (if any). The including file defines TRACE_POINT.
 
 TRACE_POINT(flowAdminRequest_entry, 3200, ENTRY, 3,
             "stapi_zul_socketcomms.flowAdminRequest(socketDesc=%d, *request=%p, *reasons=%p)\n")

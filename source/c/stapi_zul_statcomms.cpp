@@ -5,6 +5,7 @@
 #include "stapi_zul_diag.h"
 #include "stapi_zul_gwytok.h"
 #include "stapi_zul_resultsetbuffer.h"
+#include "stapi_zul_shown.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -38,7 +39,7 @@ void prepareCall(AdminRequest* admin, std::int32_t adminCallType) {
     admin->country = ADMIN_CLIENT_COUNTRY;
     admin->domainPrefix = "";
     admin->objectName = STATS_MBEAN_NAME;
-    std::free(admin->replyData);  // an init reply with data is nobody's
+    std::free(admin->replyData);  // of an init reply that brought some
     admin->replyData = nullptr;
 }
 

@@ -36,11 +36,18 @@ struct ParserKind {
     const TracePoint<const void*, const void*>& exit;
 };
 
-constexpr ParserKind STATS = {STATS_CONTENT_MARKER,   true,
-                              parseStatsData_entry,   parseStatsData_received,
-                              parseStatsData_reading, parseStatsData_exit};
-constexpr ParserKind IDS = {IDS_CONTENT_MARKER, false, parseIdsData_entry, parseIdsData_received, parseIdsData_reading,
-                            parseIdsData_exit};
+constexpr ParserKind STATS = {.marker = STATS_CONTENT_MARKER,
+                              .statistics = true,
+                              .entry = parseStatsData_entry,
+                              .received = parseStatsData_received,
+                              .reading = parseStatsData_reading,
+                              .exit = parseStatsData_exit};
+constexpr ParserKind IDS = {.marker = IDS_CONTENT_MARKER,
+                            .statistics = false,
+                            .entry = parseIdsData_entry,
+                            .received = parseIdsData_received,
+                            .reading = parseIdsData_reading,
+                            .exit = parseIdsData_exit};
 
 // Reply data and the position in it, which a skip may leave behind its end.
 struct Reader {
@@ -107,7 +114,7 @@ bool skipText(Reader* in) {
 }
 
 template <bool Traced>
-void write(Writer* out, std::int32_t value) {
+void store(Writer* out, std::int32_t value) {
     if constexpr (Traced) {
         addInteger(&out->cursor, static_cast<std::uint32_t>(value));
     } else {
@@ -117,7 +124,7 @@ void write(Writer* out, std::int32_t value) {
 }
 
 template <bool Traced>
-void write(Writer* out, const unsigned char* text, std::int16_t length) {
+void store(Writer* out, const unsigned char* text, std::int16_t length) {
     if constexpr (Traced) {
         addChars(&out->cursor, reinterpret_cast<const char*>(text), length);
     } else {
@@ -136,8 +143,8 @@ template <bool Traced>
     if (!out->hasRoom(4 + length)) {
         return Outcome::TOO_LARGE;
     }
-    write<Traced>(out, length);
-    write<Traced>(out, in->take(length), length);
+    store<Traced>(out, length);
+    store<Traced>(out, in->take(length), length);
     return Outcome::COMPLETE;
 }
 
@@ -150,7 +157,7 @@ Outcome copyInteger(Reader* in, Writer* out, std::int32_t* value) {
     if (!out->hasRoom(4)) {
         return Outcome::TOO_LARGE;
     }
-    write<Traced>(out, *value);
+    store<Traced>(out, *value);
     return Outcome::COMPLETE;
 }
 
@@ -268,7 +275,7 @@ bool readHead(Reader* in, std::int32_t* elementCount) {
 }
 
 template <bool Traced>
-void writeHead(Writer* out, const char* marker, std::int32_t elementCount) {
+void storeHead(Writer* out, const char* marker, std::int32_t elementCount) {
     if constexpr (Traced) {
         addTerminator(out->cursor);
         addPlatformChars(&out->cursor, marker, static_cast<std::int32_t>(EYECATCHER_SIZE));
@@ -276,7 +283,7 @@ void writeHead(Writer* out, const char* marker, std::int32_t elementCount) {
         std::memcpy(out->cursor, marker, EYECATCHER_SIZE);
         out->cursor += EYECATCHER_SIZE;
     }
-    write<Traced>(out, elementCount);
+    store<Traced>(out, elementCount);
     out->keep();
 }
 
@@ -290,7 +297,7 @@ Outcome copyElements(Reader* in, Writer* out) {
     if constexpr (Traced) {
         TRACE(Kind.received, elementCount);
     }
-    writeHead<Traced>(out, Kind.marker, elementCount);
+    storeHead<Traced>(out, Kind.marker, elementCount);
     Outcome outcome = headRead ? Outcome::COMPLETE : Outcome::CUT_SHORT;
     for (std::int32_t index = 0; index < elementCount && outcome == Outcome::COMPLETE; ++index) {
         outcome = copyElement<Kind, Traced>(in, out, index);

@@ -1,5 +1,5 @@
 // Trace points of stapi_zul_statcomms: the statistics requests and reply parsers.
-// Each row: name, number, kind, lowest level, text, flags (if any). TRACE_POINT is the includer's.
+// Each row: name, number, kind, lowest level, text, flags (if any). The including file defines TRACE_POINT.
 
 TRACE_POINT(statProtocolVer_entry, 2200, ENTRY, 3, "stapi_zul_statcomms.statProtocolVer(gwTokPtr=%p)\n")
 TRACE_POINT(statProtocolVer_initialized, 2201, DEBUG, 4,

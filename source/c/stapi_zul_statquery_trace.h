@@ -1,5 +1,5 @@
 // Trace points of stapi_zul_statquery: the query functions.
-// Each row: name, number, kind, lowest level, text, flags (if any). TRACE_POINT is the includer's.
+// Each row: name, number, kind, lowest level, text, flags (if any). The including file defines TRACE_POINT.
 
 TRACE_POINT(commsResourceGroupsIds_entry, 2300, ENTRY, 3,
             "stapi_zul_statquery.commsResourceGroupsIds(socketDesc=%d, buffer=%p)\n")

@@ -5,6 +5,7 @@
 #include "trace_capture.h"
 
 #include "stapi_zul_diag.h"
+#include "stapi_zul_identity.h"
 #include "stapi_zul_gwytok.h"
 #include "stapi_zul_impl.h"
 #include "stapi_zul_resultsetbuffer.h"

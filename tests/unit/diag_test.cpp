@@ -1,5 +1,6 @@
 // The diagnostic trace: lines, levels, dumps, threads and destination.
 #include "stapi_zul_diag.h"
+#include "stapi_zul_identity.h"
 #include "zulstats.h"
 
 #include "child.h"

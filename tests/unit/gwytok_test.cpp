@@ -1,5 +1,6 @@
 // Gateway tokens and their list: finding, chaining, dumping, deleting, and closing while a connection is in use.
 #include "stapi_zul_gwytok.h"
+#include "stapi_zul_identity.h"
 
 #include "stapi_zul_diag.h"
 #include "zulstats.h"

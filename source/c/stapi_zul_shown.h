@@ -1,0 +1,17 @@
+// Fields of plain records that another thread may be showing in a dump while their owner writes them.
+#ifndef STAPI_ZUL_SHOWN_H
+#define STAPI_ZUL_SHOWN_H
+
+#include <type_traits>
+
+template <typename Field>
+[[nodiscard]] Field loadShown(const Field& field) {
+    return __atomic_load_n(&field, __ATOMIC_RELAXED);
+}
+
+template <typename Field>
+void storeShown(Field* field, std::type_identity_t<Field> value) {
+    __atomic_store_n(field, value, __ATOMIC_RELAXED);
+}
+
+#endif
