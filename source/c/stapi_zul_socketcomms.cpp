@@ -9,7 +9,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -19,6 +18,9 @@ namespace {
 
 // No reply that fits a result set is nearly as large; a longer one is not worth the storage that it announces.
 constexpr int BODY_MAX = 512 << 20;
+
+// Blocks from this size on come zeroed from the system. Smaller ones are quicker to have as they are.
+constexpr std::size_t ZEROED_BLOCK_SIZE = 64 << 10;
 
 int sendRequest(int socketDesc, const unsigned char* data, int datalen, FlowReasons* reasons) {
     TRACE_DUMP(flow_request, data, datalen);
@@ -44,7 +46,9 @@ int waitForReply(int socketDesc) {
 }
 
 int receive(int socketDesc, int dataSize, unsigned char* dataBuf, FlowReasons* reasons) {
-    const int error = readFromSocket(socketDesc, dataSize, dataBuf);
+    int received = 0;
+    const int error = readFromSocket(socketDesc, dataSize, dataBuf, &received);
+    clearRest(dataBuf, static_cast<std::size_t>(received), static_cast<std::size_t>(dataSize));
     if (error != 0) {
         reasons->errNum = error;
         return STAPI_RC_FLOW_COMMS_FAILED;
@@ -57,7 +61,7 @@ int receiveHeader(int socketDesc, const char* requestName, RequestHeader* header
     const std::size_t nameLength = std::strlen(requestName);
     const std::size_t headerSize = nameLength + HEADER_FIXED_SIZE;
     const int size = static_cast<int>(headerSize);
-    auto* headerData = static_cast<unsigned char*>(std::calloc(headerSize + REPLY_SLACK, 1));
+    unsigned char* headerData = allocateMessage(headerSize);
     TRACE(flow_allocatedHeader, size, headerData);
     if (headerData == nullptr) {
         TRACE(flow_headerNotAllocated, size);
@@ -86,7 +90,7 @@ int receiveBody(int socketDesc, int bodySize, unsigned char** data, FlowReasons*
     *data = nullptr;
     TRACE(flow_callDataCleared, data);
     if (bodySize <= BODY_MAX) {
-        *data = static_cast<unsigned char*>(std::calloc(static_cast<std::size_t>(bodySize) + REPLY_SLACK, 1));
+        *data = allocateMessage(static_cast<std::size_t>(bodySize));
     }
     TRACE(flow_allocatedBody, bodySize, *data);
     if (*data == nullptr) {
@@ -125,7 +129,7 @@ int exchange(int socketDesc, int datalen, unsigned char** data, const char* requ
     return 0;
 }
 
-int readAll(int socketDesc, int dataSize, unsigned char* dataBuf) {
+int readAll(int socketDesc, int dataSize, unsigned char* dataBuf, int* received) {
     ssize_t readData = recv(socketDesc, dataBuf, static_cast<std::size_t>(dataSize), 0);
     int error = errno;
     TRACE(readFromSocket_firstRecv, socketDesc, dataSize, dataBuf, static_cast<int>(readData));
@@ -137,7 +141,8 @@ int readAll(int socketDesc, int dataSize, unsigned char* dataBuf) {
         return -1;
     }
     int result = 0;
-    int total = static_cast<int>(readData);
+    int& total = *received;
+    total = static_cast<int>(readData);
     while (total < dataSize) {
         readData = recv(socketDesc, dataBuf + total, static_cast<std::size_t>(dataSize - total), 0);
         error = errno;
@@ -203,24 +208,40 @@ bool populateHeader(const unsigned char* data, RequestHeader* req, std::size_t s
     return fits;
 }
 
-int readFromSocket(int socketDesc, int dataSize, unsigned char* dataBuf) {
+unsigned char* allocateMessage(std::size_t size) {
+    if (size >= ZEROED_BLOCK_SIZE) {
+        return static_cast<unsigned char*>(std::calloc(size + REPLY_SLACK, 1));
+    }
+    auto* message = static_cast<unsigned char*>(std::malloc(size + REPLY_SLACK));
+    if (message != nullptr) {
+        std::memset(message + size, 0, REPLY_SLACK);
+    }
+    return message;
+}
+
+void clearRest(unsigned char* message, std::size_t written, std::size_t size) {
+    if (written < size && size < ZEROED_BLOCK_SIZE) {
+        std::memset(message + written, 0, size - written);
+    }
+}
+
+int readFromSocket(int socketDesc, int dataSize, unsigned char* dataBuf, int* received) {
     TRACE(readFromSocket_entry, socketDesc, dataSize, dataBuf);
-    const int result = readAll(socketDesc, dataSize, dataBuf);
+    int ignored = 0;
+    const int result = readAll(socketDesc, dataSize, dataBuf, received == nullptr ? &ignored : received);
     TRACE(readFromSocket_exit, socketDesc, dataSize, dataBuf, result);
     return result;
 }
 
 int flow(int socketDesc, int datalen, unsigned char** data, const char* requestName, RequestHeader* header,
          FlowReasons* reasons) {
-    char name[25];
-    std::snprintf(name, sizeof name, "%s", requestName);
-    TRACE(flow_entry, socketDesc, datalen, data, name, header, reasons);
+    TRACE(flow_entry, socketDesc, datalen, data, requestName, header, reasons);
     if (datalen <= 0 || data == nullptr || *data == nullptr) {
         // Kept: no exit line follows.
         TRACE(flow_noData);
         return STAPI_RC_FLOW_COMMS_FAILED;
     }
     const int rc = exchange(socketDesc, datalen, data, requestName, header, reasons);
-    TRACE(flow_exit, socketDesc, datalen, *data, name, header, reasons, rc);
+    TRACE(flow_exit, socketDesc, datalen, *data, requestName, header, reasons, rc);
     return rc;
 }

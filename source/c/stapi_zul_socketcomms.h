@@ -25,7 +25,7 @@ inline constexpr std::int32_t FLOW_CALL = 1;
 
 // A header takes this many bytes and its request name.
 inline constexpr std::size_t HEADER_FIXED_SIZE = 29;
-// Zeroed bytes behind every received block: words at fixed positions of a short reply read as zero.
+// Zeroed bytes behind every message block: words at fixed positions of a short reply read as zero.
 inline constexpr std::size_t REPLY_SLACK = 20;
 
 // Detail of a failed exchange. A flow sets only the field that belongs to the failure.
@@ -96,8 +96,16 @@ void writeHeader(const RequestHeader* req, unsigned char* data);
 // fields behind the name are then unchanged. requestName is never changed.
 [[nodiscard]] bool populateHeader(const unsigned char* data, RequestHeader* req, std::size_t size = SIZE_MAX);
 
-// Reads dataSize bytes: 0, or an errno value, or -1 when the peer closed before sending any.
-[[nodiscard]] int readFromSocket(int socketDesc, int dataSize, unsigned char* dataBuf);
+// A block for a message of `size` bytes, which is about to be written, with REPLY_SLACK zeroed bytes behind; null when
+// there is no memory. Released with free().
+[[nodiscard]] unsigned char* allocateMessage(std::size_t size);
+
+// Zeroes what has not been written of such a block.
+void clearRest(unsigned char* message, std::size_t written, std::size_t size);
+
+// Reads dataSize bytes: 0, or an errno value, or -1 when the peer closed before sending any. *received, unless null, is
+// how many have come.
+[[nodiscard]] int readFromSocket(int socketDesc, int dataSize, unsigned char* dataBuf, int* received = nullptr);
 
 // Sends the request at *data and reads the reply: its header into `header`, its body into a new block at *data. A reply
 // without a body leaves the request there. 0, STAPI_RC_FLOW_COMMS_FAILED, STAPI_RC_FLOW_GATEWAY_ERROR or

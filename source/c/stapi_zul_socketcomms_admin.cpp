@@ -78,7 +78,7 @@ int takePayload(const unsigned char* body, AdminRequest* request) {
     const auto payloadSize = static_cast<std::uint32_t>(bodySize) - CALL_REPLY_HEAD;
     request->replyData = nullptr;
     if (bodySize >= static_cast<std::int32_t>(CALL_REPLY_HEAD)) {
-        request->replyData = static_cast<unsigned char*>(std::calloc(payloadSize + REPLY_SLACK, 1));
+        request->replyData = allocateMessage(payloadSize);
     }
     TRACE(flowAdminRequest_allocatedReplyData, static_cast<int>(payloadSize), request->replyData);
     if (request->replyData == nullptr) {
@@ -117,7 +117,7 @@ int flowAdmin(int socketDesc, AdminRequest* request, FlowReasons* reasons) {
     const std::size_t written = headerSize + writeAdminBody(*request, nullptr);
     unsigned char* data = nullptr;
     if (size <= INT_MAX) {
-        data = static_cast<unsigned char*>(std::calloc((size > written ? size : written) + REPLY_SLACK, 1));
+        data = allocateMessage(size > written ? size : written);
     }
     TRACE(flowAdminRequest_allocatedMessage, static_cast<int>(size), data);
     if (data == nullptr) {
@@ -126,6 +126,7 @@ int flowAdmin(int socketDesc, AdminRequest* request, FlowReasons* reasons) {
     }
     writeHeader(&request->header, data);
     writeAdminBody(*request, data + headerSize);
+    clearRest(data, written, size);
     int rc = flow(socketDesc, static_cast<int>(size), &data, request->header.requestName, &request->header, reasons);
     if (rc == 0) {
         rc = readAdminReply(data, request, reasons);

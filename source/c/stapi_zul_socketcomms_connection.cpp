@@ -31,7 +31,7 @@ int flowBase(const BaseRequest& request, int socketDesc, FlowReasons* reasons) {
     RequestHeader header = newRequestHeader(HANDSHAKE_REQUEST_NAME, request.flowType, request.bodySize);
     header.echoWord = request.echoWord;
     const int size = static_cast<int>(HEADER_FIXED_SIZE + header.requestNameLength) + request.bodySize;
-    auto* data = static_cast<unsigned char*>(std::calloc(static_cast<std::size_t>(size), 1));
+    unsigned char* data = allocateMessage(static_cast<std::size_t>(size));
     TRACE(request.allocated, size, data);
     if (data == nullptr) {
         TRACE(request.notAllocated, size);
@@ -54,7 +54,7 @@ int flowTracedBase(const BaseRequest& request, int socketDesc, FlowReasons* reas
 }
 
 // Body of an "Auth" request: the call type, in the second step followed by the four data words.
-int authBodySize(const AuthRequest& request) {
+std::size_t authBodySize(const AuthRequest& request) {
     return request.authCallType == 1 ? 20 : 4;
 }
 
@@ -89,20 +89,20 @@ int readAuthReply(const unsigned char* body, AuthRequest* request, FlowReasons* 
 }
 
 int flowAuth(int socketDesc, AuthRequest* request, FlowReasons* reasons) {
-    const int headerSize = static_cast<int>(HEADER_FIXED_SIZE + request->header.requestNameLength);
-    const int size = headerSize + request->header.dataLength;
-    const int written = headerSize + authBodySize(*request);
+    const std::size_t headerSize = HEADER_FIXED_SIZE + request->header.requestNameLength;
+    const std::size_t size = headerSize + static_cast<std::size_t>(request->header.dataLength);
+    const std::size_t written = headerSize + authBodySize(*request);
     // A reply without a body is read from the request: never less than the words that a reply holds.
-    auto* data = static_cast<unsigned char*>(
-        std::calloc(static_cast<std::size_t>(size > written ? size : written) + REPLY_SLACK, 1));
-    TRACE(flowAuthRequest_allocated, size, data);
+    unsigned char* data = allocateMessage(size > written ? size : written);
+    TRACE(flowAuthRequest_allocated, static_cast<int>(size), data);
     if (data == nullptr) {
-        TRACE(flowAuthRequest_notAllocated, size);
+        TRACE(flowAuthRequest_notAllocated, static_cast<int>(size));
         return STAPI_RC_NO_MEMORY;
     }
     writeHeader(&request->header, data);
     writeAuthBody(*request, data + headerSize);
-    int rc = flow(socketDesc, size, &data, request->header.requestName, &request->header, reasons);
+    clearRest(data, written, size);
+    int rc = flow(socketDesc, static_cast<int>(size), &data, request->header.requestName, &request->header, reasons);
     if (rc == 0) {
         rc = readAuthReply(data, request, reasons);
     }

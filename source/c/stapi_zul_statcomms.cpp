@@ -7,15 +7,12 @@
 #include "stapi_zul_resultsetbuffer.h"
 #include "stapi_zul_shown.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "stapi_zul_statcomms_trace.h"
 
 namespace {
-
-constexpr std::size_t QUERY_TYPE_SIZE = 28;
 
 // The reply data of the version attribute: the text's length at byte 6, the text behind it.
 constexpr int VERSION_LENGTH_AT = 6;
@@ -185,24 +182,20 @@ int statProtocolVer(GatewayToken* gatewayToken, FlowReasons* reasons) {
 
 int statCommsString(std::int32_t socketDesc, const char* queryType, const char* queryString, char* buffer,
                     FlowReasons* reasons) {
-    char shownType[QUERY_TYPE_SIZE];
-    std::snprintf(shownType, sizeof shownType, "%s", queryType);
-    TRACE(statCommsString_entry, socketDesc, shownType, queryString, buffer, reasons);
+    TRACE(statCommsString_entry, socketDesc, queryType, queryString, buffer, reasons);
     AdminRequest admin{};
     const int rc = invoke(socketDesc, queryType, queryString, buffer, &admin, reasons);
     if (admin.replyData != nullptr) {
         TRACE(statCommsString_freeReplyData, admin.replyData);
         std::free(admin.replyData);
     }
-    TRACE(statCommsString_exit, socketDesc, shownType, queryString, buffer, reasons, rc);
+    TRACE(statCommsString_exit, socketDesc, queryType, queryString, buffer, reasons, rc);
     return rc;
 }
 
 int statComms(std::int32_t socketDesc, const char* queryType, char* buffer, FlowReasons* reasons) {
-    char shownType[QUERY_TYPE_SIZE];
-    std::snprintf(shownType, sizeof shownType, "%s", queryType);
-    TRACE(statComms_entry, socketDesc, shownType, buffer, reasons);
+    TRACE(statComms_entry, socketDesc, queryType, buffer, reasons);
     const int rc = statCommsString(socketDesc, queryType, "", buffer, reasons);
-    TRACE(statComms_exit, socketDesc, shownType, buffer, reasons, rc);
+    TRACE(statComms_exit, socketDesc, queryType, buffer, reasons, rc);
     return rc;
 }
