@@ -12,7 +12,34 @@ constinit StapiLock gtlLock = {};
 GatewayToken* gtListHeadPtr;
 GatewayToken* gtListTailPtr;
 
+std::uint32_t gtListGeneration = 1;
+
 namespace {
+
+// Look-ups walk this many entries of the list before they ask where the token was found last.
+constexpr int SHORT_WALK = 8;
+
+// Where the walks have met tokens: a hash table with room for twice as many as the list may hold. An entry is empty
+// unless it is of the list's present generation. Guarded by gtlLock.
+struct Position {
+    const GatewayToken* token;
+    GatewayToken* parent;
+    int count;
+    std::uint32_t generation;
+};
+constexpr std::size_t POSITIONS = 512;
+static_assert(POSITIONS >= 2 * GTL_RUNAWAY_LIMIT);
+Position positions[POSITIONS];
+
+// The token's entry, or the empty one that is to become it.
+Position* positionOf(const GatewayToken* token) {
+    constexpr std::uint64_t SPREAD = 0x9E3779B97F4A7C15;
+    std::size_t at = static_cast<std::size_t>(reinterpret_cast<std::uintptr_t>(token) * SPREAD >> 32) % POSITIONS;
+    while (positions[at].generation == gtListGeneration && positions[at].token != token) {
+        at = (at + 1) % POSITIONS;
+    }
+    return &positions[at];
+}
 
 int find(const GatewayToken* target, GatewayToken** parent) {
     if (target == nullptr) {
@@ -34,6 +61,16 @@ int find(const GatewayToken* target, GatewayToken** parent) {
     }
     int count = 0;
     while (current->nextGwyTokPtr != nullptr && count < GTL_RUNAWAY_LIMIT) {
+        if (count == SHORT_WALK) {
+            const Position* position = positionOf(target);
+            if (position->generation == gtListGeneration) {
+                current = position->parent;
+                count = position->count;
+            }
+        }
+        if (count >= SHORT_WALK) {
+            *positionOf(current->nextGwyTokPtr) = {current->nextGwyTokPtr, current, count, gtListGeneration};
+        }
         if (current->nextGwyTokPtr == target) {
             if (parent != nullptr) {
                 *parent = current;

@@ -61,6 +61,9 @@ extern StapiLock gtlLock;
 extern GatewayToken* gtListHeadPtr;
 extern GatewayToken* gtListTailPtr;  // meaningful only while the head is set
 
+// Changes whenever a token leaves the list: what a look-up has found where is then forgotten. Guarded by gtlLock.
+extern std::uint32_t gtListGeneration;
+
 // ---- the list -----------------------------------------------------------------------------------------------------
 
 // The result of initializeLock(gtlLock): 0, STAPI_RC_LOCK_ALREADY_INITIALIZED or STAPI_RC_LOCK_INIT_FAILED.

@@ -16,6 +16,7 @@ namespace {
 
 // The caller holds gtlLock; parent is the token's predecessor, null for the head.
 void unchain(const GatewayToken* token, GatewayToken* parent) {
+    ++gtListGeneration;
     if (parent != nullptr) {
         storeShown(&parent->nextGwyTokPtr, token->nextGwyTokPtr);
         if (parent->nextGwyTokPtr == nullptr) {

@@ -25,7 +25,7 @@ int verify(const GatewayToken* token, std::uint32_t* users) {
     const std::uint32_t owningPid = found ? token->owningPid : 0;
     const std::uint32_t owningTid = found ? token->owningTid : 0;
     const bool ownProcess = found && currentPid == owningPid;
-    const bool ownThread = found && compareTids(pthread_self(), token->owningThread) != 0;
+    const bool ownThread = found && compareTids(currentThread(), token->owningThread) != 0;
     if (ownProcess && ownThread && users != nullptr) {
         __atomic_fetch_add(users, 1, __ATOMIC_RELAXED);
     }

@@ -7,6 +7,17 @@
 #include <atomic>
 #include <cstdint>
 
+// The calling thread, without a call where the platform tells how its C library finds it.
+[[nodiscard]] inline pthread_t currentThread() {
+#if defined(__x86_64__) && defined(__LP64__) && defined(__GLIBC__)
+    pthread_t self;
+    asm("mov %%fs:16, %0" : "=r"(self));
+    return self;
+#else
+    return pthread_self();
+#endif
+}
+
 // 1 if the two threads are the same, else 0.
 [[nodiscard]] inline int compareTids(pthread_t t1, pthread_t t2) {
     return pthread_equal(t1, t2) != 0 ? 1 : 0;
@@ -22,6 +33,13 @@ extern std::atomic<std::uint32_t>* keptPid;
 // The process id from the system, which is then kept.
 [[nodiscard]] std::uint32_t askForPid();
 
+// Whether the caller is the process, and the thread, with these ids, as far as that can be told without a system call;
+// false where it cannot.
+[[nodiscard]] inline bool isSurelyCaller(std::uint32_t pid, pthread_t thread) {
+    return keptPid != nullptr && pid != 0 && keptPid->load(std::memory_order_relaxed) == pid &&
+           compareTids(currentThread(), thread) != 0;
+}
+
 // Stores the calling process's and thread's ids, 32 bits each; either pointer may be null.
 inline void getPidTid(std::uint32_t* pid, std::uint32_t* tid) {
     if (pid != nullptr) {
@@ -29,7 +47,7 @@ inline void getPidTid(std::uint32_t* pid, std::uint32_t* tid) {
         *pid = kept != 0 ? kept : askForPid();
     }
     if (tid != nullptr) {
-        *tid = static_cast<std::uint32_t>(pthread_self());
+        *tid = static_cast<std::uint32_t>(currentThread());
     }
 }
 

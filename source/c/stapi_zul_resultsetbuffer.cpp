@@ -90,7 +90,7 @@ int verifyOwner(const ResultSetToken* rsPtr) {
         TRACE(verifyAPIResultSetToken_pidMismatch, currentPid, rsPtr->pid);
         return STAPI_RC_RESULT_SET_PID_MISMATCH;
     }
-    if (compareTids(pthread_self(), rsPtr->owningThread) == 0) {
+    if (compareTids(currentThread(), rsPtr->owningThread) == 0) {
         TRACE(verifyAPIResultSetToken_tidMismatch, currentTid, rsPtr->tid);
         return STAPI_RC_RESULT_SET_TID_MISMATCH;
     }

@@ -113,6 +113,37 @@ bool skipText(Reader* in) {
     return true;
 }
 
+template <typename Word>
+[[gnu::always_inline]] inline void copyEnds(char* to, const unsigned char* from, std::ptrdiff_t count) {
+    Word first;
+    Word last;
+    std::memcpy(&first, from, sizeof first);
+    std::memcpy(&last, from + count - sizeof last, sizeof last);
+    std::memcpy(to, &first, sizeof first);
+    std::memcpy(to + count - sizeof last, &last, sizeof last);
+}
+
+struct Words {
+    std::uint64_t words[2];
+};
+
+// Identifiers and values are short: two words that overlap are copied sooner than memcpy is called.
+[[gnu::always_inline]] inline void copyShort(char* to, const unsigned char* from, std::ptrdiff_t count) {
+    if (count > 32) {
+        std::memcpy(to, from, static_cast<std::size_t>(count));
+    } else if (count >= 16) {
+        copyEnds<Words>(to, from, count);
+    } else if (count >= 8) {
+        copyEnds<std::uint64_t>(to, from, count);
+    } else if (count >= 4) {
+        copyEnds<std::uint32_t>(to, from, count);
+    } else if (count >= 2) {
+        copyEnds<std::uint16_t>(to, from, count);
+    } else if (count == 1) {
+        *to = static_cast<char>(*from);
+    }
+}
+
 template <bool Traced>
 void store(Writer* out, std::int32_t value) {
     if constexpr (Traced) {
@@ -128,7 +159,7 @@ void store(Writer* out, const unsigned char* text, std::int16_t length) {
     if constexpr (Traced) {
         addChars(&out->cursor, reinterpret_cast<const char*>(text), length);
     } else {
-        std::memcpy(out->cursor, text, static_cast<std::size_t>(length));
+        copyShort(out->cursor, text, length);
         out->cursor += length;
     }
 }
