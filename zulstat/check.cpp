@@ -31,13 +31,16 @@ int conclude(State state, std::string text) {
     return static_cast<int>(state);
 }
 
-// Troubles of the network and the Gateway are what a check is to find; those of the check itself are not.
+// Troubles of the network and the Gateway are what a check is to find; those of the check itself are not. A worker that
+// dies while it deals with the Gateway is a lost connection.
 State stateOf(const Failure& failure) {
     switch (failure.kind) {
     case FailureKind::deadline:
     case FailureKind::cannotConnect:
     case FailureKind::lost:
         return State::critical;
+    case FailureKind::internal:
+        return failure.phase == Phase::starting ? State::unknown : State::critical;
     default:
         return State::unknown;
     }

@@ -142,8 +142,8 @@ void Collector::begin(const Query& query, Milliseconds timeout) {
     startFailure.clear();
     inProgress = true;
     currentPhase = Phase::querying;
-    const std::string frame = FrameWriter(MessageType::query).add(query).finish();
-    if (worker > 0 && send(frame)) {
+    const std::string request = FrameWriter(MessageType::query).add(query).finish();
+    if (worker > 0 && send(request)) {
         return;
     }
     abandon();
@@ -157,7 +157,8 @@ void Collector::begin(const Query& query, Milliseconds timeout) {
     FrameWriter opening(MessageType::open);
     opening.add(std::string_view(settings.target.host)).add(settings.target.port);
     opening.add(settings.traceLevel).add(std::string_view(settings.traceFile));
-    if (!send(opening.finish()) || !send(frame)) {
+    // One send: a worker that fails while it opens the connection has gone before a second one.
+    if (!send(opening.finish() + request)) {
         startFailure = "the worker process takes no request";
     }
 }
@@ -240,9 +241,7 @@ std::optional<Outcome> Collector::advance() {
     if (!inProgress) {
         return std::nullopt;
     }
-    if (!startFailure.empty()) {
-        return ended({FailureKind::internal, Phase::starting, 0, startFailure});
-    }
+    // What the worker said comes first, also where it took no request.
     const bool alive = receive();
     try {
         if (std::optional<Outcome> outcome = nextOutcome()) {
@@ -250,6 +249,9 @@ std::optional<Outcome> Collector::advance() {
         }
     } catch (const std::exception& error) {
         return ended({FailureKind::internal, currentPhase, 0, error.what()});
+    }
+    if (!startFailure.empty()) {
+        return ended({FailureKind::internal, Phase::starting, 0, startFailure});
     }
     if (!alive) {
         return ended({FailureKind::internal, currentPhase, 0, "the worker process ended unexpectedly"});

@@ -120,7 +120,7 @@ private:
     bool open = false;
     Sample opened;  // what is known of the connection
     Phase currentPhase = Phase::starting;
-    std::string startFailure;  // why there is no worker
+    std::string startFailure;  // why there is no worker, or none that takes requests
     std::chrono::steady_clock::time_point deadline;
 };
 

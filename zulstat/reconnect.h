@@ -9,10 +9,9 @@
 
 namespace zulstat {
 
-// Whether the Gateway may answer again later, as after a restart.
+// Whether a later attempt may succeed: a Gateway may have been started again, and a worker is a new one.
 inline bool mayPass(const Failure& failure) {
-    return failure.kind == FailureKind::deadline || failure.kind == FailureKind::cannotConnect ||
-           failure.kind == FailureKind::lost || failure.kind == FailureKind::refused;
+    return failure.kind != FailureKind::libraryCode && failure.kind != FailureKind::interrupted;
 }
 
 // Ticks at start + n * interval. Those that pass meanwhile are skipped, so that a slow answer shifts no later tick.

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs zulstat as its users do, against simulated Gateways that behave and that do not.
 
-    commands_test.py ZULSTAT ODD_GATEWAY SLOW_RESOLVER ZULSTATS_H
+    commands_test.py ZULSTAT ODD_GATEWAY SLOW_RESOLVER ODD_SYSTEM ZULSTATS_H
 """
 import contextlib
 import csv
@@ -17,7 +17,7 @@ import sys
 import time
 import unittest
 
-ZULSTAT, ODD, RESOLVER, HEADER = sys.argv[1:5]
+ZULSTAT, ODD, RESOLVER, SYSTEM, HEADER = sys.argv[1:6]
 ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {'LC_ALL': 'C.UTF-8'}
 
 
@@ -32,6 +32,23 @@ def run(port, *arguments, text=True, **options):
     environment = ENVIRONMENT | options.pop('environment', {})
     return subprocess.run([ZULSTAT, '-p', str(port), *arguments], text=text, env=environment, timeout=30,
                           **{'stdout': subprocess.PIPE, 'stderr': subprocess.PIPE, **options})
+
+
+def preloaded(library, **environment):
+    return environment | {'LD_PRELOAD': library, 'ASAN_OPTIONS': 'verify_asan_link_order=0:detect_leaks=0'}
+
+
+def children(process):
+    with open(f'/proc/{process.pid}/task/{process.pid}/children', encoding='ascii') as numbers:
+        return [int(number) for number in numbers.read().split()]
+
+
+def worker_of(process):
+    """The worker, once there is one."""
+    deadline = time.monotonic() + 5
+    while not children(process) and time.monotonic() < deadline:
+        time.sleep(0.01)
+    return children(process)[0]
 
 
 def free_port():
@@ -208,8 +225,7 @@ class Stalling(unittest.TestCase):
         with socket.create_server(('127.0.0.1', 0)) as listener:
             self.check_deadline(listener.getsockname()[1], 'opening the connection', 'ping')
             self.check_deadline(listener.getsockname()[1], 'opening the connection', 'check', 'x', code=2)
-        self.check_deadline(1, 'resolving the host name', environment={
-            'LD_PRELOAD': RESOLVER, 'ASAN_OPTIONS': 'verify_asan_link_order=0:detect_leaks=0'})
+        self.check_deadline(1, 'resolving the host name', environment=preloaded(RESOLVER))
 
     def test_ends_at_once_and_leaves_no_worker(self):
         for number, code in ((signal.SIGINT, 130), (signal.SIGTERM, 130), (signal.SIGKILL, -9)):
@@ -218,13 +234,28 @@ class Stalling(unittest.TestCase):
                                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
                 self.addCleanup(process.kill)
                 time.sleep(0.5)
-                with open(f'/proc/{process.pid}/task/{process.pid}/children', encoding='ascii') as children:
-                    self.assertEqual(len(children.read().split()), 1)
+                self.assertEqual(len(children(process)), 1)
                 start = time.monotonic()
                 process.send_signal(number)
                 _, errors = process.communicate(timeout=10)  # the worker holds standard error open
                 self.assertLess(time.monotonic() - start, 0.5)
                 self.assertEqual((process.returncode, errors), (code, b''))
+
+    def test_a_worker_that_ended_is_heard(self):
+        for mode in ('late_send', 'failed_send'):
+            with self.subTest(mode):
+                result = run(free_port(), 'stats', environment=preloaded(SYSTEM, ODD_SYSTEM=mode))
+                self.assertEqual((result.returncode, 'CONNECTION_REFUSED' in result.stderr), (3, True), result)
+        for command, code in ((['stats'], 6), (['check', 'x'], 2)):
+            with self.subTest(command), gateway('silent', 'query') as port:
+                process = subprocess.Popen([ZULSTAT, '-p', port, '-T', '60', *command], env=ENVIRONMENT, text=True,
+                                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+                self.addCleanup(process.kill)
+                worker = worker_of(process)
+                time.sleep(0.5)  # until it waits for the answer
+                os.kill(worker, signal.SIGKILL)
+                self.assertIn('the worker process ended unexpectedly', process.communicate(timeout=10)[0])
+                self.assertEqual(process.returncode, code)
 
     def test_troubles_of_the_gateway(self):
         for arguments, query, message in (
