@@ -59,7 +59,8 @@ std::string performanceData(const Item& item, const Options& options) {
         label += c == '\'' ? "''" : std::string(1, c == '=' ? '_' : c);
     }
     const auto text = [](const std::optional<Range>& range) { return range ? range->text : std::string(); };
-    return fmt::format("'{}'={};{};{}", label, item.value, text(options.warning), text(options.critical));
+    const std::string_view value = std::string_view(item.value).substr(item.value.starts_with('+') ? 1 : 0);
+    return fmt::format("'{}'={};{};{}", label, value, text(options.warning), text(options.critical));
 }
 
 const Item* findItem(const Sample& sample, std::string_view id) {

@@ -118,7 +118,7 @@ Json itemJson(const Item& item, const Sample& sample) {
         json["statistics"] = std::stol(item.value);
     } else if (sample.hasValues) {
         json["value"] = item.value;
-        if (const std::optional<Number> number = parseNumber(item.value)) {
+        if (const std::optional<Number> number = parseExactNumber(item.value)) {
             std::visit([&](auto value) { json["number"] = value; }, *number);
         }
     }

@@ -16,7 +16,7 @@ namespace zulstat {
 //               "time": ISO 8601, "wall", "monotonic", "open_seconds", "query_seconds": seconds, "fresh_connection",
 //               "size": bytes, "elements": [{"element", "rc", "items": [{"id", "value", "number"}...]}...]}
 //              where "value" is the Gateway's text, absent in lists of identifiers, and "number" is there only for a
-//              value that parseNumber takes; groups with counts have "statistics", a number, instead of both
+//              value that parseExactNumber takes; groups with counts have "statistics", a number, instead of both
 // jsonl        the same document in one line
 // csv          RFC 4180, columns time,target,element,rc,id,value
 // openmetrics  metric families and "# EOF"

@@ -21,7 +21,7 @@ using ItemKey = std::tuple<std::string, std::string, std::size_t>;
 
 struct Change {
     ItemKey key;
-    std::optional<Number> number;      // the value, where it is an exact number
+    std::optional<Number> number;      // the value, where it is a number
     std::optional<double> difference;  // nothing without a former number on the same connection
     bool fell = false;                 // below the former number, were it on another connection
     double seconds = 0;                // between the two

@@ -273,8 +273,9 @@ class Hostile(unittest.TestCase):
         with gateway('hostile') as port:
             outputs = {f: run(port, 'stats', '-o', f, text=False).stdout
                        for f in ('json', 'csv', 'plain', 'openmetrics', 'table')}
+            checked = run(port, 'check', 'double', '-w', '17')
         expected = entries_json(outputs['json'])
-        self.assertEqual(len(expected), 12)
+        self.assertEqual(len(expected), 13)
         self.assertEqual(expected[0], ('line\nbreak', 0, 'tab\tid', 'a,b "quoted"\r\nsecond'))
         self.assertEqual(expected[1][3], '\ufffd' * 3 + ' not UTF-8')
         self.assertEqual(expected[7], ('bad\x07', -7, '', ''))
@@ -282,9 +283,12 @@ class Hostile(unittest.TestCase):
         self.assertCountEqual(entries_openmetrics(outputs['openmetrics']), [(e, i, v) for e, _, i, v in expected])
         self.assertIn(b'\x1b[31mred\t\xff\xfe\xe2\x82 not UTF-8\t', outputs['plain'])
         numbers = [item.get('number') for element in json.loads(outputs['json'])['elements'] for item in element['items']]
-        self.assertEqual(numbers, [None, None, None, 1, 2, None, None, None, 2**64 - 1, None, -12.5])
+        self.assertEqual(numbers, [None, None, None, 1, 2, None, None, None, 2**64 - 1, None, -12.5, None])
+        self.assertIn(b'} 17.442674924057755\n', outputs['openmetrics'])
+        self.assertEqual(checked.stdout,
+                         "ZULSTAT WARNING - double is 17.442674924057755 | 'double'=17.442674924057755;17;\n")
         table = outputs['table'].decode()
-        self.assertEqual(table.count('\n'), 13)
+        self.assertEqual(table.count('\n'), 14)
         self.assertFalse([c for c in table if c != '\n' and (ord(c) < 32 or c in '\u202e\x7f')])
         self.assertIn('\\x1b[31mred', table)
 

@@ -25,7 +25,7 @@ simgateway::Reply hostileReply() {
     reply.element("line\nbreak")
         .stat("gr\xc3\xbc\xc3\x9f", "\xe2\x80\xae reversed")
         .stat("big", "18446744073709551615");
-    return reply.element("", 3).stat("007", "007").stat("minus", "-12.50");
+    return reply.element("", 3).stat("007", "007").stat("minus", "-12.50").stat("double", "17.442674924057755");
 }
 
 simgateway::Fault faultNamed(const std::string& name) {

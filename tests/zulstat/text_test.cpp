@@ -25,33 +25,39 @@ TEST(ZulstatText, EscapesWhatATerminalWouldObey) {
     EXPECT_EQ(padLeft("\xc3\xbc", 3), "  \xc3\xbc");
 }
 
-TEST(ZulstatText, TakesForNumbersWhatLosesNothing) {
+TEST(ZulstatText, TakesDecimalsForNumbers) {
+    // What JSON has as a number too loses nothing there.
     for (const char* text : {"0", "-1", "8.04", "1e5", "-12.50", "0.0", "123456789012345e-20", "9223372036854775807",
                              "18446744073709551615", "-9223372036854775808"}) {
         EXPECT_TRUE(parseNumber(text)) << text;
+        EXPECT_EQ(parseExactNumber(text), parseNumber(text)) << text;
     }
-    for (const char* text : {"",
-                             "-",
-                             "007",
-                             "+5",
-                             "5.",
-                             ".5",
-                             " 5",
-                             "5 ",
-                             "0x10",
-                             "1_0",
-                             "nan",
-                             "inf",
-                             "-0",
-                             "1e",
-                             "1e999",
-                             "1e-400",
-                             "18446744073709551616",
-                             "-9223372036854775809",
-                             "0.1234567890123456",
-                             "12,5"}) {
+    const std::pair<const char*, double> lossy[] = {
+        {"17.442674924057755", 17.442674924057755},
+        {"0.1234567890123456", 0.1234567890123456},
+        {"18446744073709551616", 18446744073709551616.0},
+        {"-9223372036854775809", -9223372036854775809.0},
+        {"007", 7},
+        {"+5", 5},
+        {"+1.5E+2", 150},
+        {"5.", 5},
+        {".5", 0.5},
+        {"-.5e1", -5},
+        {"-0", 0},
+        {"1e-400", 0},
+        {"0.00000000000000000000000000000000000000000000000000000000000000001", 1e-65},
+    };
+    for (const auto& [text, value] : lossy) {
+        ASSERT_TRUE(parseNumber(text)) << text;
+        EXPECT_EQ(toDouble(*parseNumber(text)), value) << text;
+        EXPECT_FALSE(parseExactNumber(text)) << text;
+    }
+    for (const char* text : {"",    "-",    "+",   ".",   "-.",  "e5", ".e5", " 5",    "5 ",    "--5",
+                             "+-5", "0x10", "1_0", "nan", "inf", "1e", "1e+", "1.2.3", "1e999", "12,5"}) {
         EXPECT_FALSE(parseNumber(text)) << text;
+        EXPECT_FALSE(parseExactNumber(text)) << text;
     }
+    EXPECT_EQ(parseNumber("+18446744073709551615"), Number(std::uint64_t{18446744073709551615u}));
     const auto distance = [](const char* later, const char* earlier) {
         return difference(*parseNumber(later), *parseNumber(earlier));
     };
