@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 
 #include "codes.h"
 #include "options.h"
+#include "output.h"
 #include "text.h"
 #include "zulstats.h"
 
@@ -117,15 +117,7 @@ std::string hintFor(const Failure& failure, const Query& query, const Options& o
 }
 
 void complain(std::string_view text) {
-    const std::string line = fmt::format("zulstat: {}\n", text);
-    std::string_view rest = line;
-    while (!rest.empty()) {
-        const ssize_t size = write(STDERR_FILENO, rest.data(), rest.size());
-        if (size < 0 && errno != EINTR) {
-            return;  // nobody reads it
-        }
-        rest.remove_prefix(size > 0 ? static_cast<std::size_t>(size) : 0);
-    }
+    writeAll(STDERR_FILENO, fmt::format("zulstat: {}\n", text));  // where nobody reads it, nothing is lost
 }
 
 void note(const Options& options, std::string_view text) {

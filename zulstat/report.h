@@ -28,7 +28,8 @@ int exitCodeFor(const Failure& failure);
 std::string describeFailure(const Failure& failure, const Options& options);
 std::string hintFor(const Failure& failure, const Query& query, const Options& options);
 
-// "zulstat: TEXT\n" on standard error; note() not with -q, detail() only with -v.
+// "zulstat: TEXT\n" on standard error, unless a signal comes while that takes nothing; note() not with -q, detail()
+// only with -v.
 void complain(std::string_view text);
 void note(const Options& options, std::string_view text);
 void detail(const Options& options, std::string_view text);

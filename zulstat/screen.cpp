@@ -1,6 +1,7 @@
 #include "screen.h"
 
 #include <langinfo.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +25,7 @@ namespace {
 constexpr short redPair = 1;
 
 SCREEN* terminal = nullptr;
+WINDOW* keys = nullptr;  // a pad, as reading a key from a window draws that first
 
 // Signals that would end the program with the terminal as it is become one that ends it in order.
 void endInOrder(int) {
@@ -53,27 +55,37 @@ Screen::Screen(bool useColor) {
     std::setlocale(LC_ALL, "");
     std::setlocale(LC_NUMERIC, "C");
     unicode = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
-    terminal = canRedraw() ? newterm(nullptr, stdout, stdin) : nullptr;
+    tcgetattr(STDOUT_FILENO, &modes);
+    terminal = canRedraw() ? newterm(nullptr, output.stream(), stdin) : nullptr;
     if (terminal == nullptr) {
         throw UsageError{"top cannot use this terminal (TERM); 'zulstat watch' does not need it"};
-    }
-    color = useColor && has_colors();
-    if (color) {
-        start_color();
-        use_default_colors();
-        init_pair(redPair, COLOR_RED, -1);
     }
     catchOtherSignals();
     cbreak();
     noecho();
-    keypad(stdscr, TRUE);
-    nodelay(stdscr, TRUE);
     set_escdelay(25);
-    curs_set(0);
+    keys = newpad(1, 1);
+    color = useColor && has_colors();
+    output.write([this] {
+        if (color) {
+            start_color();
+            use_default_colors();
+            init_pair(redPair, COLOR_RED, -1);
+        }
+        keypad(keys, TRUE);
+        nodelay(keys, TRUE);
+        curs_set(0);
+    });
 }
 
 Screen::~Screen() {
-    endwin();
+    // A slow terminal has some time to become ready, also after a signal.
+    constexpr int patience = 200;
+    pollfd ready = {STDOUT_FILENO, POLLOUT, 0};
+    poll(&ready, 1, patience);
+    output.write([] { endwin(); });
+    tcsetattr(STDOUT_FILENO, TCSANOW, &modes);
+    delwin(keys);
     delscreen(terminal);
     terminal = nullptr;
 }
@@ -111,21 +123,21 @@ void Screen::put(int row, int column, std::string_view text, Style style) {
 }
 
 void Screen::update() {
-    wrefresh(stdscr);
+    output.write([] { wrefresh(stdscr); });
 }
 
 std::optional<int> Screen::key() {
-    static const std::map<int, int> keys = {
+    static const std::map<int, int> known = {
         {KEY_UP, keyUp},     {KEY_DOWN, keyDown},  {KEY_PPAGE, keyPageUp},        {KEY_NPAGE, keyPageDown},
         {KEY_HOME, keyHome}, {KEY_END, keyEnd},    {KEY_RESIZE, keyResize},       {KEY_ENTER, keyEnter},
         {'\n', keyEnter},    {'\b', keyBackspace}, {KEY_BACKSPACE, keyBackspace},
     };
-    const int code = wgetch(stdscr);
+    const int code = wgetch(keys);
     if (code == ERR) {
         return std::nullopt;
     }
-    const auto place = keys.find(code);
-    return place != keys.end() ? place->second : code < 0x80 ? code : keyOther;
+    const auto place = known.find(code);
+    return place != known.end() ? place->second : code < 0x80 ? code : keyOther;
 }
 
 }  // namespace zulstat

@@ -1,9 +1,13 @@
 // The terminal as a full screen with keys.
 #pragma once
 
+#include <termios.h>
+
 #include <cstdint>
 #include <optional>
 #include <string_view>
+
+#include "curses_output.h"
 
 namespace zulstat {
 
@@ -39,12 +43,15 @@ public:
     void clear();
     // Cut at the right edge. The text has no control characters.
     void put(int row, int column, std::string_view text, Style style = Style::normal);
+    // Ends early when a signal comes while the terminal takes no output.
     void update();
 
     // The next key, an ASCII character or a Key, if one was pressed. Poll standard input for more.
     std::optional<int> key();
 
 private:
+    CursesOutput output;
+    termios modes{};  // as they were before
     bool unicode = false;
     bool color = false;
 };

@@ -27,9 +27,9 @@ std::size_t columnWidth(std::string_view text);
 std::string padRight(std::string_view text, std::size_t width);
 std::string padLeft(std::string_view text, std::size_t width);
 
-// A value that is a decimal number: an optional sign, digits with or without a point before, between or behind them, and
-// an exponent or none. Whole numbers that fit 64 bits stay whole, others become the nearest double. "007", "+5" and ".5"
-// are numbers; "1_0", "0x10", "nan" and what a double cannot hold are texts.
+// A value that is a decimal number: an optional sign, digits with or without a point before, between or behind them,
+// and an exponent or none. Whole numbers that fit 64 bits stay whole, others become the nearest double. "007", "+5" and
+// ".5" are numbers; "1_0", "0x10", "nan" and what a double cannot hold are texts.
 using Number = std::variant<std::int64_t, std::uint64_t, double>;
 std::optional<Number> parseNumber(std::string_view text);
 // The same for a value that loses nothing as a number of JSON: written as one there, a whole one that fits 64 bits or

@@ -241,6 +241,28 @@ class Stalling(unittest.TestCase):
                 self.assertLess(time.monotonic() - start, 0.5)
                 self.assertEqual((process.returncode, errors), (code, b''))
 
+    def test_a_signal_ends_it_while_nobody_reads_its_messages(self):
+        read_end, write_end = os.pipe()
+        self.addCleanup(lambda: (os.close(read_end), os.close(write_end)))
+        os.set_blocking(write_end, False)
+        with contextlib.suppress(BlockingIOError):
+            while os.write(write_end, b'x'):
+                pass
+        os.set_blocking(write_end, True)
+        with gateway() as port:
+            for number, command, code in ((signal.SIGTERM, ['stats', '-p', str(free_port())], 3),
+                                          (signal.SIGINT, ['nosuch'], 2),
+                                          (signal.SIGTERM, ['-p', port, '-T', '60', 'stats', '--trace', '5'], 130),
+                                          (signal.SIGTERM, ['-p', port, '-T', '0.2', 'stats', '--trace', '5'], 4)):
+                with self.subTest(command):
+                    process = subprocess.Popen([ZULSTAT, *command], env=ENVIRONMENT, stdout=subprocess.DEVNULL,
+                                               stderr=write_end)
+                    self.addCleanup(process.kill)
+                    time.sleep(0.7)
+                    self.assertIsNone(process.poll())
+                    process.send_signal(number)
+                    self.assertEqual(process.wait(2), code)
+
     def test_a_worker_that_ended_is_heard(self):
         for mode in ('late_send', 'failed_send'):
             with self.subTest(mode):

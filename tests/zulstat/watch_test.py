@@ -169,6 +169,25 @@ class FullScreen(unittest.TestCase):
                 (stack.close, 'next attempt')])
         self.assertEqual([run(port, *words).returncode for words in (['top'], ['watch'], ['watch', '-j', '-r*'])], [2, 3, 2])
 
+    def test_a_signal_ends_it_while_the_terminal_takes_nothing(self):
+        with simulator() as port:
+            for stop, command in ((b'\x13', 'top'), (b'', 'top'), (b'\x13', 'watch'), (b'', 'watch')):
+                with self.subTest(stop=stop, command=command):
+                    master, slave = pty.openpty()
+                    self.addCleanup(lambda ends=(master, slave): [os.close(end) for end in ends])
+                    termios.tcsetwinsize(slave, (200, 200))
+                    modes = termios.tcgetattr(slave)
+                    with started(ZULSTAT, '-p', port, command, '-i', '0.05', stdin=slave, stdout=slave) as process:
+                        while ID.encode() not in os.read(master, 65536):
+                            pass
+                        os.write(master, stop)  # Ctrl-S, or nobody reads
+                        deadline = time.monotonic() + 20
+                        while select.select([], [slave], [], 0.05)[1]:
+                            self.assertLess(time.monotonic(), deadline, 'the terminal is never full')
+                        time.sleep(0.3)
+                        process.send_signal(signal.SIGTERM)
+                        self.assertEqual((process.wait(3), termios.tcgetattr(slave)), (0, modes))
+
     def test_keys_work_while_the_gateway_is_silent(self):
         with started(ODD, 'silent', 'query') as gateway:
             self.dialogue(gateway.stdout.readline().strip(), 'top', talk=[(b'', 'waiting for all statistics')], end=b'q')
