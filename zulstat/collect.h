@@ -8,6 +8,8 @@
 //         _exit(zulstat::runWorker(argc, argv));
 //     }
 //
+// The program does not ignore SIGCHLD: a worker that died keeps its process number until the Collector has ended it.
+//
 // A Collector prints nothing and knows nothing of signals: every ending is a Failure record, and a descriptor of the
 // caller's choice ends a wait early.
 #pragma once

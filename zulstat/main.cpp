@@ -76,6 +76,7 @@ int main(int argc, char** argv) {
     }
     fillStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGCHLD, SIG_DFL);  // where it is ignored, a worker's process number is free before it is killed by it
     try {
         catchInterrupts();
         return parseAndRun(argc, argv);

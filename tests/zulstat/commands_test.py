@@ -241,6 +241,18 @@ class Stalling(unittest.TestCase):
                 self.assertLess(time.monotonic() - start, 0.5)
                 self.assertEqual((process.returncode, errors), (code, b''))
 
+    def test_a_worker_keeps_its_number(self):
+        """The parent's way with SIGCHLD decides whether the system gives the number of a dead worker to others."""
+        with gateway('silent', 'query') as port:
+            process = subprocess.Popen([ZULSTAT, '-p', port, '-T', '60', 'stats'], env=ENVIRONMENT,
+                                       preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
+            self.addCleanup(process.wait, 5)
+            self.addCleanup(process.kill)
+            worker_of(process)
+            with open(f'/proc/{process.pid}/status', encoding='ascii') as status:
+                ignored = int(re.search(r'^SigIgn:\s*(\w+)', status.read(), re.M)[1], 16)
+            self.assertFalse(ignored >> (signal.SIGCHLD - 1) & 1)
+
     def test_a_signal_ends_it_while_nobody_reads_its_messages(self):
         read_end, write_end = os.pipe()
         self.addCleanup(lambda: (os.close(read_end), os.close(write_end)))
