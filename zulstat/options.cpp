@@ -217,8 +217,20 @@ bool isNumber(const std::string& word) {
     return parseSeconds(word).has_value();
 }
 
-// The interval and the count: numbers before the identifiers, or at the end of the groups, as -g takes all words behind
-// it.
+// Moves numbers from the end of the words to the end of others, as long as one word is left and these are not too many.
+void takeLastNumbers(std::vector<std::string>& words, std::vector<std::string>& numbers, std::size_t most) {
+    const std::size_t room = most - numbers.size();
+    auto begin = words.end();
+    while (words.end() - begin < std::min(std::ssize(words) - 1, static_cast<std::ptrdiff_t>(room)) &&
+           isNumber(*(begin - 1))) {
+        --begin;
+    }
+    numbers.insert(numbers.end(), begin, words.end());
+    words.erase(begin, words.end());
+}
+
+// The interval and the count: numbers before the identifiers, behind them, or behind the groups, as -g takes all words
+// that follow.
 std::vector<std::string> takeNumbers(Words& words, std::size_t most) {
     std::vector<std::string> numbers;
     std::vector<std::string>& ids = words.ids;
@@ -226,14 +238,8 @@ std::vector<std::string> takeNumbers(Words& words, std::size_t most) {
         numbers.push_back(ids.front());
         ids.erase(ids.begin());
     }
-    std::vector<std::string>& groups = words.groups;
-    auto end = groups.end();
-    while (numbers.empty() && groups.end() - end < std::ssize(groups) - 1 &&
-           static_cast<std::size_t>(groups.end() - end) < most && isNumber(*(end - 1))) {
-        --end;
-    }
-    numbers.insert(numbers.end(), end, groups.end());
-    groups.erase(end, groups.end());
+    takeLastNumbers(ids, numbers, most);
+    takeLastNumbers(words.groups, numbers, most);
     return numbers;
 }
 

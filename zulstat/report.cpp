@@ -38,7 +38,7 @@ std::string elementsHint(const Sample& sample, const Options& options) {
         return [=](const std::string& text) { return text.find_first_of(characters) != std::string::npos; };
     };
     const bool series = options.command == Command::watch || options.command == Command::top;
-    return series && anyFailed(parseNumber) ? "Interval and count go before the identifiers, or to -i and -c."
+    return series && anyFailed(parseNumber) ? "Interval and count go before or behind the identifiers, or to -i and -c."
            : anyFailed(has("*?["))          ? "-I chooses identifiers by a pattern."
            : anyFailed(has(","))            ? "Identifiers and groups are separated by blanks or ':'."
                                             : "'zulstat ids' and 'zulstat groups' list what the Gateway knows.";
