@@ -11,6 +11,7 @@
 
 #include "collect.h"
 #include "commands.h"
+#include "number.h"
 #include "options.h"
 #include "output.h"
 #include "report.h"

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "number.h"
 #include "text.h"
 
 namespace zulstat {
@@ -230,33 +231,41 @@ std::string metricName(std::string_view id) {
     return name;
 }
 
+// For a moment, gateway_host_boot_time_seconds.
+std::string secondsName(std::string_view id) {
+    const std::string name = metricName(id);
+    return name.ends_with("_seconds") ? name : name + "_seconds";
+}
+
 // The families in the order of their first samples, and their samples together, as the format wants them.
 class MetricFamilies {
 public:
-    void add(const std::string& name, std::string_view help, std::string labels, std::string_view value) {
+    explicit MetricFamilies(const Target& of) : target("target=\"" + escapeMetricText(targetText(of)) + "\"") {
+    }
+    // `labels` come behind that of the target.
+    void add(const std::string& name, std::string_view help, const std::string& labels, std::string_view value) {
         const auto [place, isNew] = indices.emplace(name, families.size());
         if (isNew) {
             families.push_back(fmt::format("# TYPE {0} gauge\n# HELP {0} {1}\n", name, escapeMetricText(help)));
         }
         // An identifier may come twice in one query element.
-        if (const int repeated = ++seen[name + labels]; repeated > 1) {
-            labels += fmt::format("{}repeated=\"{}\"", labels.empty() ? "" : ",", repeated);
-        }
-        families[place->second] +=
-            labels.empty() ? fmt::format("{} {}\n", name, value) : fmt::format("{}{{{}}} {}\n", name, labels, value);
+        const int repeated = ++seen[name + labels];
+        families[place->second] += fmt::format("{}{{{}{}{}{}}} {}\n", name, target, labels.empty() ? "" : ",", labels,
+                                               repeated > 1 ? fmt::format(",repeated=\"{}\"", repeated) : "", value);
     }
     std::string text() const {
         return join(families, "") + "# EOF\n";
     }
 
 private:
+    const std::string target;
     std::vector<std::string> families;
     std::map<std::string, std::size_t> indices;
     std::map<std::string, int> seen;
 };
 
 std::string formatOpenMetrics(const Sample& sample) {
-    MetricFamilies families;
+    MetricFamilies families(sample.target);
     for (const Element& element : sample.elements) {
         const std::string elementLabel = "element=\"" + escapeMetricText(element.text) + "\"";
         families.add("zulstat_element_rc", "The Gateway's return code of each query element.", elementLabel,
@@ -270,6 +279,9 @@ std::string formatOpenMetrics(const Sample& sample) {
                 families.add("zulstat_identifier", "The Gateway's identifiers.", labels, "1");
             } else if (parseNumber(item.value)) {
                 families.add(metricName(item.id), "The Gateway's statistic " + item.id + ".", labels, item.value);
+            } else if (const std::optional<double> moment = parseMoment(item.value)) {
+                families.add(secondsName(item.id), "The Gateway's statistic " + item.id + ", in seconds since 1970.",
+                             labels, fmt::format("{}", *moment));
             } else {
                 families.add("zulstat_text", "The Gateway's statistics that are not numbers.",
                              labels + ",value=\"" + escapeMetricText(item.value) + "\"", "1");

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "options.h"
+#include "text.h"
 
 namespace zulstat {
 

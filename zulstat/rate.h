@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "number.h"
 #include "sample.h"
-#include "text.h"
 
 namespace zulstat {
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "codes.h"
+#include "number.h"
 #include "options.h"
 #include "output.h"
 #include "text.h"

@@ -7,10 +7,7 @@
 #include <wctype.h>
 
 #include <algorithm>
-#include <charconv>
 #include <clocale>
-#include <cmath>
-#include <cstdlib>
 
 namespace zulstat {
 
@@ -80,57 +77,6 @@ bool shownAsItIs(const Character& character) {
     return wideCharactersKnown() && iswprint(static_cast<wint_t>(character.code)) != 0 && !reordersText(character.code);
 }
 
-// A decimal number's parts: "-", "12", "50", "e3" of "-12.50e3".
-struct Decimal {
-    std::string_view sign;
-    std::string_view integer;
-    bool point = false;
-    std::string_view fraction;
-    std::string_view exponent;
-
-    bool whole() const {
-        return !point && exponent.empty();
-    }
-    // As JSON writes numbers.
-    bool plain() const {
-        const bool leadingZero = integer.size() > 1 && integer.front() == '0';
-        return sign != "+" && !integer.empty() && !leadingZero && point == !fraction.empty();
-    }
-};
-
-std::optional<Decimal> takeApart(std::string_view text) {
-    const auto take = [&](std::size_t count) {
-        const std::string_view taken = text.substr(0, count);
-        text.remove_prefix(taken.size());
-        return taken;
-    };
-    const auto startsWith = [&](std::string_view characters) {
-        return !text.empty() && characters.find(text.front()) != std::string_view::npos;
-    };
-    const auto digits = [](std::string_view from) {
-        return std::min(from.find_first_not_of("0123456789"), from.size());
-    };
-    Decimal decimal;
-    decimal.sign = take(startsWith("+-") ? 1 : 0);
-    decimal.integer = take(digits(text));
-    decimal.point = !take(startsWith(".") ? 1 : 0).empty();
-    decimal.fraction = take(decimal.point ? digits(text) : 0);
-    if (startsWith("eE")) {
-        const std::size_t lead = text.size() > 1 && (text[1] == '+' || text[1] == '-') ? 2 : 1;
-        const std::size_t count = digits(text.substr(lead));
-        decimal.exponent = take(count > 0 ? lead + count : 0);
-    }
-    const bool hasDigits = !decimal.integer.empty() || !decimal.fraction.empty();
-    return hasDigits && text.empty() ? std::optional(decimal) : std::nullopt;
-}
-
-template <typename Value>
-std::optional<Value> convert(std::string_view text) {
-    Value value{};
-    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && rest == text.data() + text.size() ? std::optional(value) : std::nullopt;
-}
-
 }  // namespace
 
 std::string escapeForTerminal(std::string_view bytes) {
@@ -184,56 +130,6 @@ std::string padRight(std::string_view text, std::size_t width) {
 std::string padLeft(std::string_view text, std::size_t width) {
     const std::size_t own = columnWidth(text);
     return std::string(width > own ? width - own : 0, ' ') + std::string(text);
-}
-
-std::optional<Number> parseNumber(std::string_view text) {
-    const std::optional<Decimal> decimal = takeApart(text);
-    if (!decimal) {
-        return std::nullopt;
-    }
-    if (decimal->whole()) {
-        const std::string_view digits = text.substr(decimal->sign == "+" ? 1 : 0);
-        if (const auto value = convert<std::int64_t>(digits)) {
-            return *value;
-        }
-        if (const auto value = convert<std::uint64_t>(digits)) {
-            return *value;
-        }
-    }
-    const double value = std::strtod(std::string(text).c_str(), nullptr);
-    return std::isfinite(value) ? std::optional<Number>(value) : std::nullopt;
-}
-
-std::optional<Number> parseExactNumber(std::string_view text) {
-    constexpr std::size_t longest = 64;
-    constexpr std::ptrdiff_t exactDigits = 15;
-    const std::optional<Decimal> decimal = takeApart(text);
-    if (!decimal || text.size() > longest || !decimal->plain() || text == "-0") {
-        return std::nullopt;
-    }
-    const std::optional<Number> number = parseNumber(text);
-    if (decimal->whole()) {
-        return number && !std::holds_alternative<double>(*number) ? number : std::nullopt;
-    }
-    std::string digits = std::string(decimal->integer) + std::string(decimal->fraction);
-    digits.erase(0, digits.find_first_not_of('0'));
-    const bool normal = number && (std::isnormal(toDouble(*number)) || digits.empty());
-    return normal && std::ssize(digits) <= exactDigits ? number : std::nullopt;
-}
-
-double toDouble(const Number& number) {
-    return std::visit([](auto value) { return static_cast<double>(value); }, number);
-}
-
-double difference(const Number& later, const Number& earlier) {
-    if (std::holds_alternative<double>(later) || std::holds_alternative<double>(earlier)) {
-        return toDouble(later) - toDouble(earlier);
-    }
-    const auto wide = [](const Number& number) {
-        const auto* positive = std::get_if<std::uint64_t>(&number);
-        return positive != nullptr ? static_cast<__int128>(*positive) : __int128{std::get<std::int64_t>(number)};
-    };
-    return static_cast<double>(wide(later) - wide(earlier));
 }
 
 bool globMatches(const std::string& glob, const std::string& text) {

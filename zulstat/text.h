@@ -2,11 +2,8 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 #include "sample.h"
@@ -26,19 +23,6 @@ std::size_t columnWidth(std::string_view text);
 // The text, filled with spaces to the width.
 std::string padRight(std::string_view text, std::size_t width);
 std::string padLeft(std::string_view text, std::size_t width);
-
-// A value that is a decimal number: an optional sign, digits with or without a point before, between or behind them,
-// and an exponent or none. Whole numbers that fit 64 bits stay whole, others become the nearest double. "007", "+5" and
-// ".5" are numbers; "1_0", "0x10", "nan" and what a double cannot hold are texts.
-using Number = std::variant<std::int64_t, std::uint64_t, double>;
-std::optional<Number> parseNumber(std::string_view text);
-// The same for a value that loses nothing as a number of JSON: written as one there, a whole one that fits 64 bits or
-// another of 15 significant digits at most.
-std::optional<Number> parseExactNumber(std::string_view text);
-double toDouble(const Number& number);
-
-// later - earlier without loss for whole numbers, so that a counter near 2^64 still has differences.
-double difference(const Number& later, const Number& earlier);
 
 // '*' any characters, '?' one, "[a-z]", "[!a]" sets, '\' takes the next character literally; matches the whole text.
 bool globMatches(const std::string& glob, const std::string& text);

@@ -6,6 +6,7 @@
 #include <array>
 #include <utility>
 
+#include "number.h"
 #include "options.h"
 #include "text.h"
 

@@ -5,6 +5,7 @@
 """
 import contextlib
 import csv
+import datetime
 import io
 import json
 import os
@@ -88,7 +89,13 @@ LABEL = re.compile(r'(\w+)="((?:[^"\\\n]|\\.)*)",?')
 ESCAPES = {'\\n': '\n', '\\"': '"', '\\\\': '\\'}
 
 
-def entries_openmetrics(output):
+def metric_value(text):
+    """A moment is a number in metrics."""
+    moment = re.fullmatch(r'[\d-]+T[\d:]+Z', text)
+    return f'{datetime.datetime.fromisoformat(text).timestamp():.0f}' if moment else text
+
+
+def entries_openmetrics(output, port):
     lines = lines_of(output.decode())
     assert lines[-1] == '# EOF' and lines.count('# EOF') == 1
     entries, seen, family, families = [], set(), None, set()
@@ -103,6 +110,7 @@ def entries_openmetrics(output):
             seen.add((name, labels))
             assert LABEL.sub('', labels or '') == '', line
             label = {k: re.sub(r'\\.', lambda m: ESCAPES[m[0]], v) for k, v in LABEL.findall(labels or '')}
+            assert label.pop('target') == f'127.0.0.1:{port}', line
             if name == 'zulstat_element_rc':
                 entries += [(label['element'], '', '')] * (float(value) < 0)
             elif 'id' in label:
@@ -128,7 +136,8 @@ class Healthy(unittest.TestCase):
                 self.assertEqual(entries_json(outputs['jsonl']), expected)
                 self.assertEqual(entries_csv(outputs['csv']), expected)
                 self.assertEqual(entries_plain(outputs['plain']), expected)
-                self.assertCountEqual(entries_openmetrics(outputs['openmetrics']), [(e, i, v) for e, _, i, v in expected])
+                self.assertCountEqual(entries_openmetrics(outputs['openmetrics'], self.port),
+                                      [(e, i, metric_value(v)) for e, _, i, v in expected])
                 rows = lines_of(outputs['table'].decode())[1:]
                 self.assertEqual([row.split()[0] for row in rows], [i or e for e, _, i, _ in expected])
                 self.assertTrue(all(v in row for row, (_, _, _, v) in zip(rows, expected)))
@@ -314,7 +323,7 @@ class Hostile(unittest.TestCase):
         self.assertEqual(expected[1][3], '\ufffd' * 3 + ' not UTF-8')
         self.assertEqual(expected[7], ('bad\x07', -7, '', ''))
         self.assertEqual(entries_csv(outputs['csv']), expected)
-        self.assertCountEqual(entries_openmetrics(outputs['openmetrics']), [(e, i, v) for e, _, i, v in expected])
+        self.assertCountEqual(entries_openmetrics(outputs['openmetrics'], port), [(e, i, v) for e, _, i, v in expected])
         self.assertIn(b'\x1b[31mred\t\xff\xfe\xe2\x82 not UTF-8\t', outputs['plain'])
         numbers = [item.get('number') for element in json.loads(outputs['json'])['elements'] for item in element['items']]
         self.assertEqual(numbers, [None, None, None, 1, 2, None, None, None, 2**64 - 1, None, -12.5, None])

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "number.h"
 #include "range.h"
 
 namespace zulstat {
@@ -67,6 +68,27 @@ TEST(ZulstatText, TakesDecimalsForNumbers) {
     EXPECT_EQ(distance("5", "-7"), 12);
     EXPECT_EQ(distance("18446744073709551615", "-1"), 18446744073709551616.0);
     EXPECT_EQ(distance("1.5", "1"), 0.5);
+}
+
+TEST(ZulstatText, TakesMomentsWithAZone) {
+    const std::pair<const char*, double> moments[] = {
+        {"1970-01-01T00:00:00Z", 0},
+        {"2026-11-21T13:15:55.024Z", 1795266955.024},
+        {"2026-11-21T14:15:55+01:00", 1795266955},
+        {"2026-11-21T10:45:55-02:30", 1795266955},
+        {"2016-12-31T23:59:60Z", 1483228800},
+        {"1969-12-31T23:59:59.5Z", -0.5},
+        {"2024-02-29T00:00:00Z", 1709164800},
+    };
+    for (const auto& [text, seconds] : moments) {
+        EXPECT_EQ(parseMoment(text), std::optional(seconds)) << text;
+    }
+    for (const char* text :
+         {"", "2026-11-21", "2026-11-21T13:15:55", "2026-11-21 13:15:55Z", "2026-11-21T13:15Z", "2026-13-21T13:15:55Z",
+          "2023-02-29T00:00:00Z", "2026-11-21T24:00:00Z", "2026-11-21T13:15:55.Z", "2026-11-21T13:15:55ZZ",
+          "2026-11-21T13:15:55+1:00", "2026-11-21T13:15:55+01:60", "-026-11-21T13:15:55Z"}) {
+        EXPECT_FALSE(parseMoment(text)) << text;
+    }
 }
 
 TEST(ZulstatText, GlobsMatchWholeTexts) {

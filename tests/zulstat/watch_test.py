@@ -75,12 +75,17 @@ class Watch(unittest.TestCase):
         with simulator() as port:
             jsonl, table, plain, metrics = (run(port, 'watch', '0.05', '3', ID, 'nosuch', '-q', '-o', f).stdout
                                             for f in ('jsonl', 'csv', 'plain', 'openmetrics'))
+            ticks = run(port, 'watch', '0.05', '2', '-g', 'daemon', '-o', 'openmetrics').stdout.split('# EOF\n')
         documents = [json.loads(line) for line in jsonl.splitlines()]
         self.assertEqual([(d['fresh_connection'], d['elements'][1]['rc']) for d in documents],
                          [(True, -1), (False, -1), (False, -1)])
         self.assertEqual([row[2] for row in csv.reader(table.splitlines())], ['element'] + [ID, 'nosuch'] * 3)
         self.assertEqual([line.split('\t')[3] for line in plain.splitlines()], [ID, 'nosuch'] * 3)
         self.assertEqual(metrics.count('# EOF\n'), 3)
+        # A clock's new value is no new series.
+        series = [[line.rpartition(' ')[0] for line in tick.splitlines()] for tick in ticks[:2]]
+        self.assertEqual(series[0], series[1])
+        self.assertRegex(ticks[0], r'\ngateway_daemon_time_now_seconds\{target="127.0.0.1:\d+",.*\} \d{10}\n')
 
     def test_an_interrupt_ends_it_while_nobody_reads(self):
         with simulator() as port, started(ZULSTAT, 'watch', '0.05', '-p', port) as watch:
@@ -94,7 +99,7 @@ class Watch(unittest.TestCase):
         # In each format, what the output has once after the first samples.
         for form, *once in (('table', ' -- no connection --\n', ' R\n'), ('csv', ',,-102,,\n'),
                             ('jsonl', 'connection":true', '"elements":[{"element":"","rc":-102,"items":[]}]'),
-                            ('openmetrics', 'zulstat_element_rc{element=""} -102\n')):
+                            ('openmetrics', ',element=""} -102\n')):
             arguments = [ZULSTAT, 'watch', '0.2', COUNTER, '-o', form, *['-r*'] * (form == 'table'), '-p']
             with self.subTest(form), contextlib.ExitStack() as stack:
                 with simulator() as port:
