@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "charset.h"
 #include "collect.h"
 #include "commands.h"
 #include "number.h"
@@ -28,7 +29,7 @@ int conclude(State state, std::string text) {
     // Behind the first bar comes the performance data.
     const std::size_t data = text.find(" | ");
     std::replace(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(std::min(data, text.size())), '|', '/');
-    print(fmt::format("ZULSTAT {} - {}\n", names[static_cast<std::size_t>(state)], text));
+    print(inUsersCharacters(fmt::format("ZULSTAT {} - {}\n", names[static_cast<std::size_t>(state)], text)));
     return static_cast<int>(state);
 }
 

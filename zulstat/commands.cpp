@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "charset.h"
 #include "codes.h"
 #include "collect.h"
 #include "format.h"
@@ -99,7 +100,7 @@ int runQuery(const Options& options) {
         return reportFailure(*outcome.failure, query, options);
     }
     const Sample& sample = outcome.sample;
-    print(formatSample(options.format.value_or(Format::table), sample, options.header));
+    print(formatSample(options.format.value_or(Format::table), sample, options.layout()));
     detail(options, sampleDetails(sample));
     const int closed = closeQuietly(collector, timeLeft(), options);
     const int reported = reportSample(sample, options);
@@ -120,8 +121,9 @@ int runPing(const Options& options) {
         const Outcome outcome = collector.collect(query, options.timeoutMs());
         const Sample& sample = outcome.sample;
         if (sample.freshConnection) {
-            print(fmt::format("{}: open in {:.1f} ms, protocol {}\n", escapeForTerminal(targetText(options.target)),
-                              milliseconds(sample.openSeconds), escapeForTerminal(sample.protocol)));
+            print(inUsersCharacters(fmt::format("{}: open in {:.1f} ms, protocol {}\n",
+                                                escapeForTerminal(targetText(options.target)),
+                                                milliseconds(sample.openSeconds), escapeForTerminal(sample.protocol))));
         }
         if (outcome.failure) {
             times.printSummary();

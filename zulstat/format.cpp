@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "charset.h"
 #include "number.h"
 #include "text.h"
 
@@ -126,7 +127,7 @@ Json itemJson(const Item& item, const Sample& sample) {
     return json;
 }
 
-std::string formatJson(const Sample& sample, int indent) {
+std::string formatJson(const Sample& sample, int indent, bool ascii) {
     Json elements = Json::array();
     for (const Element& element : sample.elements) {
         Json items = Json::array();
@@ -151,7 +152,7 @@ std::string formatJson(const Sample& sample, int indent) {
     };
     // The library's own repair of UTF-8 may differ from repairUtf8 in the number of marks; neither loses a byte's
     // place.
-    return document.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
+    return document.dump(indent, ' ', ascii, Json::error_handler_t::replace) + "\n";
 }
 
 // ---- csv ----------------------------------------------------------------------------------------------------------
@@ -316,18 +317,18 @@ std::optional<Format> formatByName(std::string_view name) {
     return std::nullopt;
 }
 
-std::string formatSample(Format format, const Sample& sample, bool header) {
+std::string formatSample(Format format, const Sample& sample, const Layout& layout) {
     switch (format) {
     case Format::table:
-        return formatTable(sample, header);
+        return inUsersCharacters(formatTable(sample, layout.header));
     case Format::plain:
         return formatPlain(sample);
     case Format::json:
-        return formatJson(sample, 2);
+        return formatJson(sample, 2, layout.asciiJson);
     case Format::jsonl:
-        return formatJson(sample, -1);
+        return formatJson(sample, -1, layout.asciiJson);
     case Format::csv:
-        return formatCsv(sample, header);
+        return formatCsv(sample, layout.header);
     case Format::openmetrics:
         return formatOpenMetrics(sample);
     }

@@ -9,7 +9,7 @@
 
 namespace zulstat {
 
-// table        for people; odd bytes escaped
+// table        for people, in the user's characters; odd bytes escaped
 // plain        one line per entry, columns separated by tabs: id, value, element, rc; bytes as they came
 // json         one document, indented
 //              {"schema": "zulstat/1", "target": {"host", "port"}, "protocol", "query": {"what", "ids": [...]},
@@ -24,9 +24,13 @@ enum class Format { table, plain, json, jsonl, csv, openmetrics };
 
 std::optional<Format> formatByName(std::string_view name);
 
-// Ends with a line end unless it is empty. `header` false leaves out the header row of table and csv, which a series
-// of samples has once.
-std::string formatSample(Format format, const Sample& sample, bool header = true);
+struct Layout {
+    bool header = true;      // of table and csv; a series of samples has it once
+    bool asciiJson = false;  // other characters as \u escapes, so that a terminal obeys none of them
+};
+
+// Ends with a line end unless it is empty.
+std::string formatSample(Format format, const Sample& sample, const Layout& layout = {});
 
 // 2026-11-21T12:34:01.123Z
 std::string isoTime(double wallTime);

@@ -376,6 +376,10 @@ std::chrono::milliseconds Options::intervalMs() const {
     return std::chrono::milliseconds(std::lround(interval * 1000));
 }
 
+Layout Options::layout() const {
+    return {header, isatty(STDOUT_FILENO) == 1};
+}
+
 CollectorOptions Options::collector() const {
     return {target, traceLevel, traceFile, interruptDescriptor()};
 }

@@ -49,6 +49,7 @@ struct Options {
 
     std::chrono::milliseconds timeoutMs() const;
     std::chrono::milliseconds intervalMs() const;
+    Layout layout() const;
     CollectorOptions collector() const;  // with the interrupt descriptor
     // What stats, ids, watch, top and check ask for: everything, the ids or the groups.
     Query query() const;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "charset.h"
 #include "codes.h"
 #include "number.h"
 #include "options.h"
@@ -118,7 +119,8 @@ std::string hintFor(const Failure& failure, const Query& query, const Options& o
 }
 
 void complain(std::string_view text) {
-    writeAll(STDERR_FILENO, fmt::format("zulstat: {}\n", text));  // where nobody reads it, nothing is lost
+    // Where nobody reads it, nothing is lost.
+    writeAll(STDERR_FILENO, inUsersCharacters(fmt::format("zulstat: {}\n", text)));
 }
 
 void note(const Options& options, std::string_view text) {

@@ -1,16 +1,13 @@
 #include "screen.h"
 
-#include <langinfo.h>
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <clocale>
 #include <csignal>
-#include <cstdio>
 #include <map>
 #include <string>
 
+#include "charset.h"
 #include "options.h"
 #include "report.h"
 #include "terminal.h"
@@ -52,9 +49,7 @@ Screen::Screen(bool useColor) {
     if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
         throw UsageError{"top needs a terminal; 'zulstat watch' works without"};
     }
-    std::setlocale(LC_ALL, "");
-    std::setlocale(LC_NUMERIC, "C");
-    unicode = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
+    const UsersLocale locale;
     tcgetattr(STDOUT_FILENO, &modes);
     terminal = canRedraw() ? newterm(nullptr, output.stream(), stdin) : nullptr;
     if (terminal == nullptr) {
@@ -83,6 +78,7 @@ Screen::~Screen() {
     constexpr int patience = 200;
     pollfd ready = {STDOUT_FILENO, POLLOUT, 0};
     poll(&ready, 1, patience);
+    const UsersLocale locale;
     output.write([] { endwin(); });
     tcsetattr(STDOUT_FILENO, TCSANOW, &modes);
     delwin(keys);
@@ -106,11 +102,8 @@ void Screen::put(int row, int column, std::string_view text, Style style) {
     if (row < 0 || row >= rows() || column >= columns()) {
         return;
     }
-    std::string cut = cutToWidth(text, static_cast<std::size_t>(columns() - column));
-    if (!unicode) {
-        std::replace_if(
-            cut.begin(), cut.end(), [](unsigned char c) { return c >= 0x80; }, '?');
-    }
+    const std::string cut = inUsersCharacters(cutToWidth(text, static_cast<std::size_t>(columns() - column)));
+    const UsersLocale locale;
     const attr_t red = color ? static_cast<attr_t>(COLOR_PAIR(redPair)) : A_BOLD;
     const attr_t attributes = style == Style::bold     ? A_BOLD
                               : style == Style::dim    ? A_DIM
@@ -123,6 +116,7 @@ void Screen::put(int row, int column, std::string_view text, Style style) {
 }
 
 void Screen::update() {
+    const UsersLocale locale;
     output.write([] { wrefresh(stdscr); });
 }
 

@@ -36,9 +36,6 @@ public:
 
     int rows() const;
     int columns() const;
-    bool utf8() const {
-        return unicode;
-    }
 
     void clear();
     // Cut at the right edge. The text has no control characters.
@@ -52,7 +49,6 @@ public:
 private:
     CursesOutput output;
     termios modes{};  // as they were before
-    bool unicode = false;
     bool color = false;
 };
 

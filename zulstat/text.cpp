@@ -2,69 +2,31 @@
 
 #include <fmt/format.h>
 #include <fnmatch.h>
-#include <langinfo.h>
 #include <wchar.h>
 #include <wctype.h>
 
 #include <algorithm>
-#include <clocale>
+#include <iterator>
+#include <utility>
+
+#include "charset.h"
+#include "utf8.h"
 
 namespace zulstat {
 
 namespace {
 
-struct Character {
-    char32_t code = 0;
-    std::size_t size = 1;
-    bool valid = false;
-};
-
-// The character at the beginning of a text that is not empty. Overlong forms, surrogates and codes beyond U+10FFFF are
-// not valid, as a look at the second byte shows; what could still have become a character is one invalid piece.
-Character decode(std::string_view text) {
-    const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-    const unsigned char lead = byte(0);
-    if (lead < 0x80) {
-        return {lead, 1, true};
-    }
-    if (lead < 0xC2 || lead > 0xF4) {
-        return {};
-    }
-    const std::size_t size = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    char32_t code = lead & (0xFFu >> (size + 1));
-    for (std::size_t index = 1; index < size; ++index) {
-        const bool second = index == 1;
-        const int low = second && lead == 0xE0 ? 0xA0 : second && lead == 0xF0 ? 0x90 : 0x80;
-        const int high = second && lead == 0xED ? 0x9F : second && lead == 0xF4 ? 0x8F : 0xBF;
-        if (index == text.size() || byte(index) < low || byte(index) > high) {
-            return {0, index, false};
-        }
-        code = code << 6 | (byte(index) & 0x3Fu);
-    }
-    return {code, size, true};
-}
-
-// Calls use(character, bytes) for each character, valid or not.
-void forEachCharacter(std::string_view text, auto use) {
-    while (!text.empty()) {
-        const Character character = decode(text);
-        use(character, text.substr(0, character.size));
-        text.remove_prefix(character.size);
-    }
-}
-
-// The C library knows widths and control characters in a UTF-8 locale only.
-bool wideCharactersKnown() {
-    static const bool known = [] {
-        std::setlocale(LC_CTYPE, "");
-        return std::string_view(nl_langinfo(CODESET)) == "UTF-8" || std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
-    }();
-    return known;
-}
-
-bool reordersText(char32_t code) {
-    return code == 0x061C || code == 0x200E || code == 0x200F || (code >= 0x202A && code <= 0x202E) ||
-           (code >= 0x2066 && code <= 0x2069);
+// Characters without a shape of their own: format characters, and others that are shown as nothing.
+bool isInvisible(char32_t code) {
+    constexpr std::pair<char32_t, char32_t> ranges[] = {
+        {0x00AD, 0x00AD},   {0x034F, 0x034F},   {0x0600, 0x0605},   {0x061C, 0x061C},   {0x06DD, 0x06DD},
+        {0x070F, 0x070F},   {0x0890, 0x0891},   {0x08E2, 0x08E2},   {0x115F, 0x1160},   {0x17B4, 0x17B5},
+        {0x180B, 0x180F},   {0x200B, 0x200F},   {0x202A, 0x202E},   {0x2060, 0x206F},   {0x3164, 0x3164},
+        {0xFE00, 0xFE0F},   {0xFEFF, 0xFEFF},   {0xFFA0, 0xFFA0},   {0xFFF0, 0xFFFB},   {0x110BD, 0x110BD},
+        {0x110CD, 0x110CD}, {0x13430, 0x1343F}, {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A}, {0xE0000, 0xE0FFF},
+    };
+    return std::any_of(std::begin(ranges), std::end(ranges),
+                       [&](const auto& range) { return code >= range.first && code <= range.second; });
 }
 
 bool shownAsItIs(const Character& character) {
@@ -74,7 +36,8 @@ bool shownAsItIs(const Character& character) {
     if (character.code < 0x80) {
         return character.code >= ' ' && character.code != 0x7F;
     }
-    return wideCharactersKnown() && iswprint(static_cast<wint_t>(character.code)) != 0 && !reordersText(character.code);
+    return wideCharactersKnown() && iswprint(static_cast<wint_t>(character.code)) != 0 &&
+           !isInvisible(character.code) && userHas(character.code);
 }
 
 }  // namespace
@@ -134,7 +97,9 @@ std::string padLeft(std::string_view text, std::size_t width) {
 
 bool globMatches(const std::string& glob, const std::string& text) {
     static_cast<void>(wideCharactersKnown());  // so that '?' is a character, not a byte
-    return fnmatch(glob.c_str(), text.c_str(), 0) == 0;
+    std::string whole = text;
+    std::replace(whole.begin(), whole.end(), '\0', '\1');  // a NUL would be the end
+    return fnmatch(glob.c_str(), whole.c_str(), 0) == 0;
 }
 
 bool anyGlobMatches(const std::vector<std::string>& globs, const std::string& text) {

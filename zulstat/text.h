@@ -10,8 +10,9 @@
 
 namespace zulstat {
 
-// For terminals: control characters, bytes that are not UTF-8, the backslash and characters that reorder text become
-// escapes (\n \t \\ \x1b \u202e); the rest stays. The result is one line.
+// For terminals: control characters, bytes that are not UTF-8, the backslash, characters that reorder text or are
+// invisible and those that the user's locale lacks become escapes (\n \t \\ \x1b \u202e); the rest stays. The result
+// is one line of UTF-8; inUsersCharacters() of charset.h prepares it for output.
 std::string escapeForTerminal(std::string_view bytes);
 
 // What is not valid UTF-8 becomes U+FFFD, an incomplete character as a whole, other bytes each; the rest stays.

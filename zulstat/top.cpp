@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 
+#include "charset.h"
 #include "format.h"
 #include "interrupt.h"
 #include "options.h"
@@ -290,7 +291,7 @@ private:
             screen->put(head + 1 + line, valueColumn, padLeft(cutToWidth(row.value, valueWidth), valueWidth), style);
             screen->put(head + 1 + line, rateColumn, padLeft(row.rate, rateWidth), style);
             if (row.number) {
-                screen->put(head + 1 + line, sparkColumn, sparkline(row.history, sparkWidth, screen->utf8()), style);
+                screen->put(head + 1 + line, sparkColumn, sparkline(row.history, sparkWidth, userHasUtf8()), style);
             }
         }
         drawFooter(shown.size(), room);

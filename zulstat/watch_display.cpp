@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <ctime>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "charset.h"
 #include "format.h"
 #include "options.h"
 #include "output.h"
@@ -136,7 +136,7 @@ private:
         if (!fits) {
             addLine(fmt::format("... {} more: 'zulstat top' scrolls, -I and -g choose", lines.size() - shown), "");
         }
-        print(frame + "\x1b[J");
+        print(inUsersCharacters(frame + "\x1b[J"));
     }
 
     const Options& options;
@@ -170,7 +170,7 @@ public:
             text += time + "  " + padRight(line.id, width) + "  " + line.value + "\n";
         }
         rowsSinceHeader += static_cast<long>(lines.size());
-        print(text);
+        print(inUsersCharacters(text));
     }
     void gap(const Failure&, bool first, std::chrono::milliseconds) override {
         if (first) {
@@ -221,7 +221,8 @@ public:
     explicit Documents(const Options& given) : options(given), format(*given.format) {
     }
     void show(const Sample& sample) override {
-        print(formatSample(format, sample, std::exchange(header, false)));
+        print(formatSample(format, sample, layout));
+        layout.header = false;
     }
     void gap(const Failure& failure, bool first, std::chrono::milliseconds) override {
         if (first) {
@@ -238,7 +239,7 @@ public:
 private:
     const Options& options;
     Format format;
-    bool header = options.header;
+    Layout layout = options.layout();
 };
 
 }  // namespace

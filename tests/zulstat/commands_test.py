@@ -9,12 +9,15 @@ import datetime
 import io
 import json
 import os
+import pty
 import re
+import select
 import shutil
 import signal
 import socket
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 
@@ -334,6 +337,43 @@ class Hostile(unittest.TestCase):
         self.assertEqual(table.count('\n'), 14)
         self.assertFalse([c for c in table if c != '\n' and (ord(c) < 32 or c in '\u202e\x7f')])
         self.assertIn('\\x1b[31mred', table)
+
+    def test_characters_are_those_of_the_locale(self):
+        with gateway('hostile') as port:
+            plain = run(port, 'stats', text=False, environment={'LC_ALL': 'C'}).stdout
+            self.assertTrue(plain.isascii() and b'gr\\u00fc\\u00df' in plain and b'\\u202e reversed' in plain, plain)
+            rows = run(port, 'watch', '0.05', '1', text=False, environment={'LC_ALL': 'C'}).stdout
+            self.assertTrue(rows.isascii() and b'gr\\u00fc\\u00df' in rows, rows)
+            result = run(port, 'check', 'gr\u00fc\u00df', text=False, environment={'LC_ALL': 'C'})
+            self.assertTrue(result.stdout.isascii() and b'gr\\u00fc\\u00df is \\u202e' in result.stdout, result)
+            result = run(port, 'ping', '-H', 'gr\u00fc\u00df', text=False, environment={'LC_ALL': 'C'})
+            self.assertTrue(result.stderr.isascii() and b'gr\\u00fc\\u00df' in result.stderr, result)
+
+    @unittest.skipUnless(shutil.which('localedef') and os.path.exists('/usr/share/i18n/charmaps/ISO-8859-1.gz'),
+                         'the locale cannot be made')
+    def test_characters_of_one_byte(self):
+        with tempfile.TemporaryDirectory() as directory, gateway('hostile') as port:
+            subprocess.run(['localedef', '-i', 'de_DE', '-f', 'ISO-8859-1', f'{directory}/de_DE'], check=True, timeout=30)
+            table = run(port, 'stats', text=False, environment={'LC_ALL': 'de_DE', 'LOCPATH': directory}).stdout
+        self.assertRegex(table.decode('latin-1'), r'gr\xfc\xdf +\\u202e reversed')
+
+    def test_globs_see_whole_identifiers(self):
+        with gateway('hostile') as port:
+            self.assertEqual(run(port, 'stats', '-I', 'nul').returncode, 1)
+            self.assertIn('nul\\x00id', run(port, 'stats', '-I', 'nul?id').stdout)
+
+    def test_json_on_a_terminal_is_ascii(self):
+        master, slave = pty.openpty()
+        self.addCleanup(lambda: (os.close(master), os.close(slave)))
+        with gateway('hostile') as port:
+            expected = entries_json(run(port, 'stats', '-j').stdout)
+            self.assertEqual(run(port, 'stats', '-o', 'jsonl', stdout=slave).returncode, 1)
+        shown = b''
+        while not shown.endswith(b'\n'):
+            self.assertTrue(select.select([master], [], [], 5)[0], shown)
+            shown += os.read(master, 65536)
+        self.assertTrue(shown.isascii(), shown)
+        self.assertEqual(entries_json(shown), expected)
 
 
 if __name__ == '__main__':

@@ -3,10 +3,18 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "number.h"
 #include "range.h"
 
 namespace zulstat {
+
+namespace {
+
+[[maybe_unused]] const int usersLocaleIs = setenv("LC_ALL", "C.UTF-8", 1);
+
+}  // namespace
 
 TEST(ZulstatText, EscapesWhatATerminalWouldObey) {
     using namespace std::string_literals;
@@ -17,6 +25,8 @@ TEST(ZulstatText, EscapesWhatATerminalWouldObey) {
         {"\xff\xc3 \xe4\xb8", "\\xff\\xc3 \\xe4\\xb8"},
         {"\xc0\xaf\xed\xa0\x80", "\\xc0\\xaf\\xed\\xa0\\x80"},
         {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
+        {"a\xc2\xad\xe1\xa0\x8e\xe2\x80\x8b\xef\xbb\xbf", "a\\u00ad\\u180e\\u200b\\ufeff"},
+        {"\xf3\xa0\x80\x81\xf3\xa0\x81\x81\xef\xb8\x8f", "\\ue0001\\ue0041\\ufe0f"},
     };
     for (const auto& [bytes, expected] : cases) {
         EXPECT_EQ(escapeForTerminal(bytes), expected);
@@ -107,6 +117,10 @@ TEST(ZulstatText, GlobsMatchWholeTexts) {
         {"\\*", "*", true},
         {"*a*a*a*a*a*b", "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", false},
     };
+    using namespace std::string_literals;
+    EXPECT_FALSE(globMatches("a", "a\0b"s));
+    EXPECT_TRUE(globMatches("a?b", "a\0b"s));
+    EXPECT_TRUE(globMatches("*b", "a\0b"s));
     for (const auto& [glob, text, expected] : cases) {
         EXPECT_EQ(globMatches(glob, text), expected) << glob << " " << text;
     }
