@@ -36,13 +36,15 @@ int conclude(State state, std::string text) {
 // Troubles of the network and the Gateway are what a check is to find; those of the check itself are not. A worker that
 // dies while it deals with the Gateway is a lost connection.
 State stateOf(const Failure& failure) {
+    if (failure.phase == Phase::starting || failure.phase == Phase::tracing) {
+        return State::unknown;
+    }
     switch (failure.kind) {
     case FailureKind::deadline:
     case FailureKind::cannotConnect:
     case FailureKind::lost:
-        return State::critical;
     case FailureKind::internal:
-        return failure.phase == Phase::starting ? State::unknown : State::critical;
+        return State::critical;
     default:
         return State::unknown;
     }

@@ -70,7 +70,11 @@ pid_t spawnWorker(int channel) {
     std::string parent = std::to_string(getpid());
     const std::array<char*, 4> words = {name.data(), argument.data(), parent.data(), nullptr};
     pid_t pid = -1;
-    check(posix_spawn(&pid, ownProgram, &spawn.actions, &spawn.attributes, words.data(), environ), ownProgram);
+    const int error = posix_spawn(&pid, ownProgram, &spawn.actions, &spawn.attributes, words.data(), environ);
+    if (error == EAGAIN) {
+        throw std::runtime_error("cannot start the worker process: the system allows no more processes (ulimit -u)");
+    }
+    check(error, "cannot start the worker process");
     return pid;
 }
 
@@ -109,6 +113,8 @@ std::string describeWait(Phase phase, const Query& query) {
     switch (phase) {
     case Phase::starting:
         return "starting the worker process";
+    case Phase::tracing:
+        return "opening the trace file";
     case Phase::resolving:
         return "resolving the host name";
     case Phase::opening:

@@ -24,7 +24,7 @@
 
 namespace zulstat {
 
-enum class Phase : std::uint8_t { starting, resolving, opening, querying, closing };
+enum class Phase : std::uint8_t { starting, tracing, resolving, opening, querying, closing };
 
 enum class FailureKind : std::uint8_t {
     deadline,       // no answer in time; `phase` says what stalled

@@ -71,6 +71,13 @@ std::string describeFailure(const Failure& failure, const Options& options) {
     const std::string text = escapeForTerminal(failure.text);
     switch (failure.kind) {
     case FailureKind::deadline:
+        if (failure.phase == Phase::starting) {
+            return fmt::format("the worker process did not start within {} s", options.timeout);
+        }
+        if (failure.phase == Phase::tracing) {
+            return fmt::format("the trace file {} could not be opened within {} s",
+                               escapeForTerminal(options.traceFile), options.timeout);
+        }
         return fmt::format("no answer from {} within {} s ({})", target, options.timeout, text);
     case FailureKind::cannotConnect:
         return fmt::format("cannot connect to {}: {}", target, meaningOf(failure.rc, text));
@@ -94,7 +101,9 @@ std::string describeFailure(const Failure& failure, const Options& options) {
 
 std::string hintFor(const Failure& failure, const Query& query, const Options& options) {
     if (failure.kind == FailureKind::deadline) {
-        return failure.phase == Phase::opening
+        return failure.phase == Phase::starting  ? "The machine may be busy: try a longer time (-T)."
+               : failure.phase == Phase::tracing ? "A FIFO is opened once somebody reads it."
+               : failure.phase == Phase::opening
                    ? "Is it a Gateway that listens there, and does a firewall let the connection through?"
                : failure.phase == Phase::resolving ? "Is the name server reachable? An address (-H) does without it."
                                                    : "The Gateway may be busy: try a longer time (-T).";

@@ -230,7 +230,8 @@ void serve() {
     const int traceLevel = request.take<int>();
     const std::string traceFile = request.takeText();
     if (!traceFile.empty()) {
-        throwOnError(setAPITraceFile(traceFile.c_str()), Phase::starting);
+        report(Phase::tracing);
+        throwOnError(setAPITraceFile(traceFile.c_str()), Phase::tracing);
     }
     throwOnError(setAPITraceLevel(traceLevel), Phase::starting);
     GatewayToken* token = openConnection(host, port);

@@ -253,6 +253,18 @@ class Stalling(unittest.TestCase):
                 self.assertLess(time.monotonic() - start, 0.5)
                 self.assertEqual((process.returncode, errors), (code, b''))
 
+    def test_troubles_of_the_system(self):
+        with tempfile.TemporaryDirectory() as directory, gateway() as port:
+            fifo = f'{directory}/trace'
+            os.mkfifo(fifo)
+            for command, code in (['stats'], 4), (['check', 'host.name'], 3):
+                result = run(port, '-T', '0.5', *command, '--trace', '1', '--trace-file', fifo)
+                self.assertEqual((result.returncode, 'no answer' in result.stderr + result.stdout), (code, False), result)
+                self.assertIn(f'the trace file {fifo} could not be opened within 0.5 s', result.stderr + result.stdout)
+        result = run(1, 'stats', environment=preloaded(SYSTEM, ODD_SYSTEM='no_process'))
+        self.assertEqual(result.returncode, 6)
+        self.assertRegex(result.stderr, 'cannot start the worker process: .* no more processes .ulimit -u')
+
     def test_a_worker_keeps_its_number(self):
         """The parent's way with SIGCHLD decides whether the system gives the number of a dead worker to others."""
         with gateway('silent', 'query') as port:
