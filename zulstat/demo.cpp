@@ -52,16 +52,11 @@ public:
     std::string path;
 };
 
-// Beside this program, in its build tree, or else a name for PATH.
+// Beside this program, or else a name for PATH. In the build tree a link lies beside it.
 std::string findSimulator() {
     std::error_code error;
-    const fs::path own = fs::read_symlink("/proc/self/exe", error).parent_path();
-    for (const fs::path& place : {own / simulator, own / ".." / "simgateway" / simulator}) {
-        if (!error && access(place.c_str(), X_OK) == 0) {
-            return place;
-        }
-    }
-    return simulator;
+    const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / simulator;
+    return !error && access(beside.c_str(), X_OK) == 0 ? beside.string() : simulator;
 }
 
 // A simulator that ends with this record, and with this process if that is killed. It has a process group of its own:

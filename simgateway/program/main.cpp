@@ -23,10 +23,12 @@ constexpr int exitUsage = 2;
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// The file appears whole or not at all: whoever finds it can read the port from it.
+// The file appears whole or not at all: whoever finds it can read the port from it. Its draft is a new file, whatever
+// others have put into a directory that they can write.
 void writePortFile(const std::string& name, std::uint16_t port) {
     const std::string draft = name + "." + std::to_string(getpid()) + ".tmp";
-    std::FILE* const file = std::fopen(draft.c_str(), "w");
+    const int descriptor = open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    std::FILE* const file = descriptor < 0 ? nullptr : fdopen(descriptor, "w");
     if (file == nullptr) {
         throwErrno(draft);
     }

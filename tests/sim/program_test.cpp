@@ -23,8 +23,9 @@ using namespace std::chrono_literals;
 // The program as a child process. Its options are words of a shell command; what it prints is what they leave of it.
 class Program {
 public:
-    explicit Program(const std::string& options)
-        : output(::popen(("echo $$; exec '" ZULSTAT_SIM_PROGRAM "' " + options).c_str(), "re")) {
+    // `before` is a shell command; it sees the process number of the program as $$.
+    explicit Program(const std::string& options, const std::string& before = ":")
+        : output(::popen(("echo $$; " + before + "; exec '" ZULSTAT_SIM_PROGRAM "' " + options).c_str(), "re")) {
         EXPECT_EQ(std::fscanf(output, "%d%*c", &pid), 1);
     }
     ~Program() {
@@ -40,6 +41,12 @@ public:
         std::uint16_t number = 0;
         EXPECT_EQ(std::fscanf(output, "listening on 127.0.0.1:%hu%*c", &number), 1);
         return number;
+    }
+
+    std::string firstLine() {
+        char line[1024] = "";
+        EXPECT_NE(std::fgets(line, sizeof line, output), nullptr);
+        return line;
     }
 
     // Exit status, or -1 when the program was killed. `printed` has what came after the port.
@@ -78,6 +85,18 @@ TEST(Program, servesAndEndsOnASignal) {
         EXPECT_EQ(program.printed, "");
         EXPECT_EQ(client.awaitEnd(), End::closed);
     }
+    std::filesystem::remove_all(directory);
+}
+
+TEST(Program, writesItsPortThroughNoLinkOfOthers) {
+    std::string directory = testing::TempDir() + "/simtest.XXXXXX";
+    ASSERT_NE(::mkdtemp(directory.data()), nullptr);
+    const std::string name = directory + "/port";
+    Program program("2>&1 --port 0 --port-file=" + name, "ln -s victim " + name + ".$$.tmp");
+    const std::string line = program.firstLine();
+    program.end(SIGKILL);
+    EXPECT_NE(line.find("File exists"), std::string::npos) << line;
+    EXPECT_FALSE(std::filesystem::exists(directory + "/victim"));
     std::filesystem::remove_all(directory);
 }
 

@@ -11,6 +11,7 @@ import os
 import pty
 import re
 import select
+import shutil
 import signal
 import subprocess
 import sys
@@ -133,6 +134,18 @@ class Watch(unittest.TestCase):
                 watch.send_signal(signal.SIGINT)
                 output, errors = watch.communicate(timeout=5)
                 self.assertEqual((watch.returncode, errors, output.count('\t-102\n')), (0, '', 1), output)
+
+    def test_demo_takes_no_simulator_from_elsewhere(self):
+        with tempfile.TemporaryDirectory() as directory:
+            os.makedirs(f'{directory}/simgateway')
+            os.makedirs(f'{directory}/bin')
+            shutil.copy(ZULSTAT, f'{directory}/bin')
+            os.symlink(os.path.realpath(SIM), f'{directory}/simgateway/zulstat-sim')
+            demo = [f'{directory}/bin/zulstat', 'demo', '-o', 'csv']
+            result = subprocess.run(['timeout', '3', *demo], env=ENVIRONMENT | {'PATH': '/usr/bin:/bin'},
+                                    capture_output=True, text=True, timeout=10, check=False)
+            self.assertEqual((result.returncode, result.stdout), (6, ''), result)
+            self.assertIn('zulstat-sim is neither beside zulstat nor in PATH', result.stderr)
 
     def test_demo_in_a_pipe(self):
         for end, code in ((signal.SIGTERM, 0), (signal.SIGKILL, -9), (None, 0)):
