@@ -168,16 +168,17 @@ std::string csvField(std::string_view text) {
     return field + "\"";
 }
 
-std::string formatCsv(const Sample& sample, bool header) {
-    std::string text = header ? "time,target,element,rc,id,value\r\n" : "";
+std::string formatCsv(const Sample& sample, const Layout& layout) {
+    const std::string_view end = layout.lineFeeds ? "\n" : "\r\n";
+    std::string text = layout.header ? fmt::format("time,target,element,rc,id,value{}", end) : "";
     const std::string lead = isoTime(sample.wallTime) + "," + csvField(targetText(sample.target)) + ",";
     for (const Element& element : sample.elements) {
         const std::string part = lead + csvField(element.text) + "," + std::to_string(element.rc) + ",";
         if (element.rc < 0) {
-            text += part + ",\r\n";
+            text += fmt::format("{},{}", part, end);
         }
         for (const Item& item : element.items) {
-            text += part + csvField(item.id) + "," + csvField(item.value) + "\r\n";
+            text += fmt::format("{}{},{}{}", part, csvField(item.id), csvField(item.value), end);
         }
     }
     return text;
@@ -328,7 +329,7 @@ std::string formatSample(Format format, const Sample& sample, const Layout& layo
     case Format::jsonl:
         return formatJson(sample, -1, layout.asciiJson);
     case Format::csv:
-        return formatCsv(sample, layout.header);
+        return formatCsv(sample, layout);
     case Format::openmetrics:
         return formatOpenMetrics(sample);
     }

@@ -27,6 +27,7 @@ std::optional<Format> formatByName(std::string_view name);
 struct Layout {
     bool header = true;      // of table and csv; a series of samples has it once
     bool asciiJson = false;  // other characters as \u escapes, so that a terminal obeys none of them
+    bool lineFeeds = false;  // lines of csv end in LF alone, not in CR LF
 };
 
 // Ends with a line end unless it is empty.

@@ -96,6 +96,7 @@ void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
     addGlobs("-I,--include", true, "show identifiers that match; the first match of -I and -X wins");
     addGlobs("-X,--exclude", false, "do not show identifiers that match");
     app.add_flag("--no-header", words.noHeader, "no header row");
+    app.add_flag("--lf", options.lineFeeds, "lines of csv end in LF alone");
     app.add_flag("--no-color", words.noColor, "no colours (also NO_COLOR, TERM=dumb)");
     app.add_flag("-q,--quiet", options.quiet, "no notes and hints on standard error");
     app.add_flag("-v,--verbose", options.verbose, "times and sizes on standard error");
@@ -377,7 +378,7 @@ std::chrono::milliseconds Options::intervalMs() const {
 }
 
 Layout Options::layout() const {
-    return {header, isatty(STDOUT_FILENO) == 1};
+    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds};
 }
 
 CollectorOptions Options::collector() const {
@@ -420,6 +421,10 @@ Options parseOptions(int argc, const char* const* argv) {
         app.parse(commandLine(argc, argv));
         finish(options, words);
     } catch (const CLI::CallForHelp&) {
+        // 'help nosuch' too
+        if (const auto rest = app.remaining(); !rest.empty() && !rest.front().starts_with('-')) {
+            throw usageError(missingCommand(rest));
+        }
         throw TextWanted{app.help()};
     } catch (const CLI::CallForVersion& version) {
         throw TextWanted{std::string(version.what()) + "\n"};

@@ -24,7 +24,8 @@ struct Options {
     std::optional<Format> format;  // of -o or -j; each command has a default
     std::vector<GlobRule> globs;   // -I and -X
     bool header = true;
-    bool color = true;  // false for --no-color, NO_COLOR, TERM=dumb and where standard output is not a terminal
+    bool lineFeeds = false;  // csv
+    bool color = true;       // false for --no-color, NO_COLOR, TERM=dumb and where standard output is not a terminal
     bool quiet = false;
     bool verbose = false;
     int traceLevel = 0;

@@ -25,9 +25,17 @@ std::string meaningOf(int rc, const std::string& reason = {}) {
                : fmt::format("{}{}, {}", code->meaning, reason.empty() ? "" : " (" + reason + ")", codeText(rc));
 }
 
+// Empty where the query asks for little already.
 std::string tooLargeHint(const Query& query) {
-    return fmt::format("An answer over {} bytes fails like this: 'zulstat stats -g GROUP' asks for less{}.",
-                       resultSetLimit, query.what == What::groups ? "" : "; 'zulstat groups' lists the groups");
+    const bool byGroup = query.what == What::statsByGroup || query.what == What::idsByGroup;
+    const std::string_view less =
+        query.ids.empty()                  ? query.what == What::groups
+                                                 ? "'zulstat stats -g GROUP' asks for less"
+                                                 : "'zulstat stats -g GROUP' asks for less; 'zulstat groups' lists the groups"
+        : byGroup && query.ids.size() == 1 ? "'zulstat groups -l' counts the statistics of each group, and 'zulstat "
+                                             "stats ID...' asks for single identifiers"
+                                           : "";
+    return less.empty() ? "" : fmt::format("An answer over {} bytes fails like this: {}.", resultSetLimit, less);
 }
 
 // What the failed elements look like.
@@ -112,8 +120,9 @@ std::string hintFor(const Failure& failure, const Query& query, const Options& o
         (failure.kind == FailureKind::lost || failure.kind == FailureKind::refused)) {
         return "Is it a Gateway that listens there? Its log may say why it ended the conversation.";
     }
-    if (failure.rc == STAPI_RC_GATEWAY_REQUEST_FAILED && query.ids.empty()) {
-        return tooLargeHint(query);
+    const std::string tooLarge = failure.rc == STAPI_RC_GATEWAY_REQUEST_FAILED ? tooLargeHint(query) : "";
+    if (!tooLarge.empty()) {
+        return tooLarge;
     }
     const std::string& host = options.target.host;
     if (failure.rc == STAPI_RC_HOST_NOT_RESOLVED && std::count(host.begin(), host.end(), ':') == 1) {

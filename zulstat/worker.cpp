@@ -253,6 +253,7 @@ void serve() {
 int runWorker(int argc, char** argv) {
     // The parent may have gone before the kernel was asked to tell.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    prctl(PR_SET_NAME, "zulstat-worker");  // it was started as /proc/self/exe, and would be "exe" in lists of processes
     if (argc != 3 || std::to_string(getppid()) != argv[2]) {
         return EXIT_FAILURE;
     }

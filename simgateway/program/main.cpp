@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -47,6 +48,17 @@ void print(const std::string& text) {
     std::fflush(stdout);
 }
 
+simgateway::Server listening(const simgateway::Options& options) {
+    try {
+        return simgateway::Server(options);
+    } catch (const std::system_error& error) {
+        if (error.code() != std::errc::address_in_use && error.code() != std::errc::permission_denied) {
+            throw;
+        }
+        throw std::runtime_error(std::string(error.what()) + "; --port 0 takes any free one");
+    }
+}
+
 int serve(const zulstatsim::Arguments& arguments) {
     // Blocked before the first thread starts, so that every thread inherits the mask and only sigwait sees them.
     sigset_t ending;
@@ -56,7 +68,7 @@ int serve(const zulstatsim::Arguments& arguments) {
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
 
-    simgateway::Server server(arguments.options);
+    simgateway::Server server = listening(arguments.options);
     if (!arguments.portFile.empty()) {
         writePortFile(arguments.portFile, server.port());
     }

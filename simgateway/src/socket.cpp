@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <string>
 #include <system_error>
 #include <utility>
 
@@ -102,11 +103,9 @@ Descriptor listenOnLoopback(std::uint16_t port) {
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        throwErrno("bind");
-    }
-    if (::listen(socket.get(), SOMAXCONN) != 0) {
-        throwErrno("listen");
+    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(socket.get(), SOMAXCONN) != 0) {
+        throwErrno(("cannot listen on port " + std::to_string(port)).c_str());
     }
     return socket;
 }

@@ -125,11 +125,13 @@ TEST(Program, endsAtOnce) {
     struct {
         std::string words;
         int status;
-        const char* printed;  // on the standard output when it succeeds, else on the standard error
+        std::string printed;  // on the standard output when it succeeds, else on the standard error
     } const cases[] = {
         {"--help", 0, "--protocol TEXT"},
         {"--version", 0, "zulstat-sim "},
-        {"--port " + std::to_string(taken.port()), 1, "bind"},
+        {"--port " + std::to_string(taken.port()), 1,
+         "cannot listen on port " + std::to_string(taken.port()) +
+             ": Address already in use; --port 0 takes any free one\n"},
         {"--port=0 --port-file=/nowhere/at/all", 1, "/nowhere/at/all"},
         {"--porto", 2, "unknown argument '--porto'"},
         {"--port", 2, "--port needs a value"},

@@ -138,6 +138,9 @@ class Healthy(unittest.TestCase):
                 self.assertEqual(outputs['jsonl'].count(b'\n'), 1)
                 self.assertEqual(entries_json(outputs['jsonl']), expected)
                 self.assertEqual(entries_csv(outputs['csv']), expected)
+                lf = run(self.port, *query, '-o', 'csv', '--lf', text=False).stdout
+                self.assertEqual((entries_csv(lf), lf.count(b'\r'), outputs['csv'].count(b'\r\n')),
+                                 (expected, 0, lf.count(b'\n')))
                 self.assertEqual(entries_plain(outputs['plain']), expected)
                 self.assertCountEqual(entries_openmetrics(outputs['openmetrics'], self.port),
                                       [(e, i, metric_value(v)) for e, _, i, v in expected])
@@ -246,7 +249,9 @@ class Stalling(unittest.TestCase):
                                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
                 self.addCleanup(process.kill)
                 time.sleep(0.5)
-                self.assertEqual(len(children(process)), 1)
+                worker, = children(process)
+                with open(f'/proc/{worker}/comm', encoding='ascii') as name:
+                    self.assertEqual(name.read(), 'zulstat-worker\n')
                 start = time.monotonic()
                 process.send_signal(number)
                 _, errors = process.communicate(timeout=10)  # the worker holds standard error open
@@ -319,7 +324,9 @@ class Stalling(unittest.TestCase):
         for arguments, query, message in (
                 (('close', 'open'), ['stats'], 'lost the connection'), (('close', 'query'), ['stats'], 'lost the connection'),
                 (('refuse', 'query'), ['stats', '-g', 'conn'], r'STAPI_RC_GATEWAY_REQUEST_FAILED \(-122\)'),
-                (('big',), ['stats'], r"hint: An answer over 32767 bytes .*'zulstat stats -g GROUP'")):
+                (('big',), ['stats'], r"hint: An answer over 32767 bytes .*'zulstat stats -g GROUP'"),
+                (('big',), ['stats', '-g', 'conn'], r"hint: .* 32767 .*'zulstat groups -l' .*'zulstat stats ID\.\.\.'"),
+                (('big',), ['stats', '-g', 'conn', 'host'], "hint: Ask for less: .*'zulstat stats -g GROUP' asks for one")):
             with self.subTest(arguments), gateway(*arguments) as port:
                 result = run(port, *query)
                 self.assertEqual((result.returncode, result.stdout), (5, ''), result)

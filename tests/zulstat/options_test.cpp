@@ -55,4 +55,13 @@ TEST(ZulstatOptions, TakesIntervalAndCountFromEitherEnd) {
     }
 }
 
+TEST(ZulstatOptions, HelpIsForCommandsThatThereAre) {
+    for (const char* line : {"help", "help stats", "--help", "stats --help", "stats a --help", "-q --help"}) {
+        EXPECT_THROW(parse(line), TextWanted) << line;
+    }
+    for (const char* line : {"help nosuch", "nosuch --help"}) {
+        EXPECT_THROW(parse(line), UsageError) << line;
+    }
+}
+
 }  // namespace zulstat

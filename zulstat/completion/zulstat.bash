@@ -4,7 +4,7 @@ _zulstat() {
     local commands='stats ids groups watch top ping explain check demo'
     local formats='table plain json jsonl csv openmetrics'
     local options='-h --help -H --host -p --port -T --timeout -o --output -j -I --include -X --exclude --no-header
-        --no-color -q --quiet -v --verbose --trace --trace-file'
+        --lf --no-color -q --quiet -v --verbose --trace --trace-file'
     local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' index word
     # Readline takes --option=value for three words.
     if [[ $current == '=' ]]; then
