@@ -299,7 +299,7 @@ class Stalling(unittest.TestCase):
                     process = subprocess.Popen([ZULSTAT, *command], env=ENVIRONMENT, stdout=subprocess.DEVNULL,
                                                stderr=write_end)
                     self.addCleanup(process.kill)
-                    time.sleep(0.7)
+                    time.sleep(1.2)
                     self.assertIsNone(process.poll())
                     process.send_signal(number)
                     self.assertEqual(process.wait(2), code)
