@@ -22,6 +22,7 @@
 #include <random>
 #include <thread>
 
+#include "careful.h"
 #include "subjects.h"
 
 using namespace bench;
@@ -47,10 +48,18 @@ void print(const std::string& text, double value) {
     std::printf("figure\t%s\t%.6g\n", text.c_str(), value);
 }
 
-double processorTime() {
+double clockTime(clockid_t clock) {
     timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    clock_gettime(clock, &time);
     return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
+
+double processorTime() {
+    return clockTime(CLOCK_THREAD_CPUTIME_ID);
+}
+
+double processTime() {
+    return clockTime(CLOCK_PROCESS_CPUTIME_ID);
 }
 
 // Runs a batch and keeps the times of one run in it.
@@ -147,7 +156,8 @@ void printConnections(const Library& library, std::uint16_t port, int count) {
     print("heap bytes per connection" + of, heap);
 }
 
-// Fetches per second of all threads together, each on a connection of its own.
+// Fetches per second of all threads together, each on a connection of its own, and what a fetch takes of the
+// processors.
 template <typename MakeFetch>
 void printThroughput(const char* name, int threadCount, MakeFetch makeFetch) {
     constexpr int FETCHES = 2000;
@@ -164,12 +174,15 @@ void printThroughput(const char* name, int threadCount, MakeFetch makeFetch) {
         });
     }
     barrier.arrive_and_wait();
+    const double processorStart = processTime();
     const double time = nanoseconds([&] { barrier.arrive_and_wait(); });
+    const double processor = processTime() - processorStart;
     for (std::thread& thread : threads) {
         thread.join();
     }
-    print("fetches per second (N = 10), " + std::to_string(threadCount) + " threads, " + name,
-          threadCount * FETCHES / time * 1e9);
+    const std::string of = " (N = 10), " + std::to_string(threadCount) + " threads, " + name;
+    print("fetches per second" + of, threadCount * FETCHES / time * 1e9);
+    print("processor us per fetch" + of, processor / threadCount / FETCHES / 1e3);
 }
 
 void printFigures(const Library& library, std::uint16_t port) {
@@ -186,6 +199,10 @@ void printFigures(const Library& library, std::uint16_t port) {
                 return [client, made] { client->fetch(made); };
             });
         }
+        printThroughput("careful", count, [&] {
+            const auto client = std::make_shared<CarefulClient>(port);
+            return [client] { client->fetch(); };
+        });
         printThroughput("zulstats", count, [&] {
             const std::shared_ptr<GatewayToken> gateway(openConnection(library, port),
                                                         [&](GatewayToken* token) { closeConnection(library, token); });

@@ -1,5 +1,7 @@
 #include "subjects.h"
 
+#include "careful.h"
+
 #include <dlfcn.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -153,6 +155,8 @@ void addFetches(std::vector<Subject>* subjects, const std::vector<Library>& libr
     subjects->push_back({"fetch", "floor", count, 1, [bare] { return bare->fetch(0); }, sum});
     subjects->push_back({"fetch", "exchange", count, 1, [bare, replySize] { return bare->exchangeOnly(replySize); },
                          static_cast<long>(ADMIN_HEADER_SIZE + 12 + replySize)});
+    const auto careful = std::make_shared<CarefulClient>(port);
+    subjects->push_back({"fetch", "careful", count, 1, [careful] { return careful->fetch(); }, sum});
     for (const Library& library : libraries) {
         const auto gateway = sharedConnection(&library, port);
         const auto fetch = [&library, gateway] { return fetchStats(library, gateway.get()); };
