@@ -227,7 +227,7 @@ int takeItem(const Content& content, Walk* walk, ResultSetToken* rs, typename Ki
     if (!Kind::readItem(content, &walk->cursor, &item, &behindLength)) {
         return STAPI_RC_END_OF_RESULT_SET;
     }
-    if constexpr (Call.item != nullptr) {
+    if (Call.item != nullptr) {
         TRACE(*Call.item, static_cast<int>(walk->queryIndex), static_cast<int>(walk->elementResultIndex), rs,
               behindLength, item.id.length);
     }
@@ -261,7 +261,7 @@ int takeFromElement(const Content& content, Walk* walk, ResultSetToken* rs, type
         }
         traceElement(lengthWord);
         if (walk->element.rc < 0) {
-            if constexpr (Call.negativeRc != nullptr) {
+            if (Call.negativeRc != nullptr) {
                 TRACE(*Call.negativeRc, rs, record, walk->element.rc);
             }
             storeElement<Kind>(walk->element, record);
