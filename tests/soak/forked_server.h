@@ -15,12 +15,14 @@
 
 namespace soaktest {
 
-// Serves the first model of this many statistics until its parent ends it or is gone. Made before there are threads.
+// Serves the first model, of this many statistics unless options say otherwise, until its parent ends it or is gone.
+// Made before there are threads.
 class ForkedServer {
 public:
     static constexpr int STATISTICS = 40;
 
-    ForkedServer() {
+    explicit ForkedServer(simgateway::Options options = {.stats = STATISTICS}) {
+        options.keepRequests = false;
         int ends[2];
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0 || (process = fork()) < 0) {
             throw std::runtime_error("no process for the Gateway");
@@ -28,7 +30,7 @@ public:
         channel = ends[process == 0 ? 1 : 0];
         close(ends[process == 0 ? 0 : 1]);
         if (process == 0) {
-            serve();
+            serve(options);
             _exit(0);
         }
         if (read(channel, &portNumber, sizeof portNumber) != sizeof portNumber) {
@@ -86,9 +88,9 @@ private:
         return faults[random() % std::size(faults)];
     }
 
-    void serve() const {
-        simgateway::Server server({.stats = STATISTICS, .keepRequests = false});
-        const simgateway::Model model(1, STATISTICS);
+    void serve(const simgateway::Options& options) const {
+        simgateway::Server server(options);
+        const simgateway::Model model(1, options.stats);
         const simgateway::Bytes answers[] = {model.stats("", 0).bytes(), model.statIds("").bytes()};
         std::mt19937 random(1);
         const std::uint16_t number = server.port();

@@ -1,0 +1,38 @@
+// Two threads whose calls of the library meet: the first pauses before one of its steps, and goes on when the second is
+// done, or waits for a mutex that the first holds. A step is a call of the system, of storage, a mutex or a stream.
+#ifndef HOOKS_H
+#define HOOKS_H
+
+#include <pthread.h>
+
+#include <atomic>
+
+namespace meetings {
+
+enum Role { OUTSIDE, ALONE, FIRST, SECOND };  // ALONE: its blocks are counted, and it meets nobody
+
+// All members are read and written relaxed: a checking tool must not take the meeting itself for synchronisation of the
+// two calls.
+struct Meeting {
+    int pauseAt = 0;  // step of the first, from 1; 0: the second follows the first
+    std::atomic<int> steps = 0;
+    std::atomic<const char*> pausedBefore = nullptr;
+    std::atomic<bool> secondMayRun = false;
+    std::atomic<bool> firstMayGoOn = false;
+    std::atomic<const pthread_mutex_t*> held[8] = {};  // by the first
+    std::atomic<int> blocks = 0;                       // taken and not released, by all roles but OUTSIDE
+};
+
+// What this thread's calls count as, as long as the object lives. FIRST lets the second run when it ends, SECOND waits
+// for that and lets the first go on when it ends.
+class As {
+public:
+    As(Role role, Meeting& meeting);
+    ~As();
+    As(const As&) = delete;
+    As& operator=(const As&) = delete;
+};
+
+}  // namespace meetings
+
+#endif
