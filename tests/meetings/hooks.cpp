@@ -28,14 +28,26 @@ void step(const char* name) {
         return;
     }
     const int error = errno;
-    meeting->pausedBefore.store(name, RELAXED);
+    meeting->pausedAt.store(name, RELAXED);
     meeting->secondMayRun.store(true, RELAXED);
     await(meeting->firstMayGoOn);
     errno = error;
 }
 
-template <typename Taken>
-Taken taken(Taken block) {
+// What becomes of a call's result: nothing, another step behind the call, or one block more.
+template <typename Result>
+Result plain(const char* /*name*/, Result result) {
+    return result;
+}
+
+template <typename Result>
+Result behind(const char* name, Result result) {
+    step(name);
+    return result;
+}
+
+template <typename Result>
+Result taken(const char* /*name*/, Result block) {
     if (role != OUTSIDE && block != nullptr) {
         meeting->blocks.fetch_add(1, RELAXED);
     }
@@ -80,28 +92,28 @@ As::~As() {
 
 extern "C" {
 
-#define STEP(result, name, parameters, arguments, counted) \
-    result __real_##name parameters;                       \
-    result __wrap_##name parameters {                      \
-        step(#name);                                       \
-        return counted(__real_##name arguments);           \
+#define STEP(result, name, parameters, arguments, then) \
+    result __real_##name parameters;                    \
+    result __wrap_##name parameters {                   \
+        step(#name);                                    \
+        return then(#name, __real_##name arguments);    \
     }
 STEP(void*, malloc, (std::size_t size), (size), taken)
 STEP(void*, calloc, (std::size_t count, std::size_t size), (count, size), taken)
 STEP(char*, strdup, (const char* text), (text), taken)
-STEP(int, socket, (int domain, int type, int protocol), (domain, type, protocol), )
-STEP(int, ioctl, (int file, unsigned long request, int option), (file, request, option), )
-STEP(int, connect, (int file, const sockaddr* to, socklen_t size), (file, to, size), )
-STEP(int, select, (int limit, fd_set* in, fd_set* out, fd_set* odd, timeval* wait), (limit, in, out, odd, wait), )
-STEP(ssize_t, send, (int file, const void* bytes, std::size_t size, int flags), (file, bytes, size, flags), )
-STEP(ssize_t, recv, (int file, void* bytes, std::size_t size, int flags), (file, bytes, size, flags), )
-STEP(int, shutdown, (int file, int how), (file, how), )
-STEP(int, close, (int file), (file), )
-STEP(int, sigaction, (int number, const struct sigaction* now, struct sigaction* before), (number, now, before), )
-STEP(std::FILE*, fopen, (const char* name, const char* mode), (name, mode), )
-STEP(int, fclose, (std::FILE * file), (file), )
-STEP(int, fflush, (std::FILE * file), (file), )
-STEP(int, vfprintf, (std::FILE * file, const char* format, std::va_list arguments), (file, format, arguments), )
+STEP(int, socket, (int domain, int type, int protocol), (domain, type, protocol), behind)
+STEP(int, ioctl, (int file, unsigned long request, int option), (file, request, option), plain)
+STEP(int, connect, (int file, const sockaddr* to, socklen_t size), (file, to, size), behind)
+STEP(int, select, (int limit, fd_set* in, fd_set* out, fd_set* odd, timeval* wait), (limit, in, out, odd, wait), plain)
+STEP(ssize_t, send, (int file, const void* bytes, std::size_t size, int flags), (file, bytes, size, flags), plain)
+STEP(ssize_t, recv, (int file, void* bytes, std::size_t size, int flags), (file, bytes, size, flags), plain)
+STEP(int, shutdown, (int file, int how), (file, how), plain)
+STEP(int, close, (int file), (file), behind)
+STEP(int, sigaction, (int number, const struct sigaction* now, struct sigaction* before), (number, now, before), plain)
+STEP(std::FILE*, fopen, (const char* name, const char* mode), (name, mode), plain)
+STEP(int, fclose, (std::FILE * file), (file), plain)
+STEP(int, fflush, (std::FILE * file), (file), plain)
+STEP(int, vfprintf, (std::FILE * file, const char* format, std::va_list arguments), (file, format, arguments), plain)
 
 void __real_free(void* block);
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
@@ -113,6 +125,7 @@ void __wrap_free(void* block) {
         meeting->blocks.fetch_sub(1, RELAXED);
     }
     __real_free(block);
+    step("free");
 }
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
@@ -129,6 +142,7 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
     step("pthread_mutex_unlock");
     const int rc = __real_pthread_mutex_unlock(mutex);
     replaceHeld(mutex, nullptr);
+    step("pthread_mutex_unlock");
     return rc;
 }
 

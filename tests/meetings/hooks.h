@@ -1,5 +1,6 @@
-// Two threads whose calls of the library meet: the first pauses before one of its steps, and goes on when the second is
-// done, or waits for a mutex that the first holds. A step is a call of the system, of storage, a mutex or a stream.
+// Two threads whose calls of the library meet: the first pauses at one of its steps, and goes on when the second is
+// done, or waits for a mutex that the first holds. A step is the moment before a call of the system, of storage, a
+// mutex or a stream, or behind one that others may see the effect of at once.
 #ifndef HOOKS_H
 #define HOOKS_H
 
@@ -16,7 +17,7 @@ enum Role { OUTSIDE, ALONE, FIRST, SECOND };  // ALONE: its blocks are counted, 
 struct Meeting {
     int pauseAt = 0;  // step of the first, from 1; 0: the second follows the first
     std::atomic<int> steps = 0;
-    std::atomic<const char*> pausedBefore = nullptr;
+    std::atomic<const char*> pausedAt = nullptr;
     std::atomic<bool> secondMayRun = false;
     std::atomic<bool> firstMayGoOn = false;
     std::atomic<const pthread_mutex_t*> held[8] = {};  // by the first

@@ -1,4 +1,4 @@
-// Pairs of calls that meet in one another: the first pauses before each of its steps in turn while the second runs.
+// Pairs of calls that meet in one another: the first pauses at each of its steps in turn while the second runs.
 #include "child.h"
 #include "fixture.h"
 #include "forked_server.h"
@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <barrier>
 #include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -29,8 +30,7 @@ using Codes = std::vector<int>;
 constexpr char USAGE[] =
     "usage: meetings [--full | --pair FIRST SECOND [--level LEVEL] [--at STEP]]\n"
     "  --full   every step without a trace, and many with all of it, in place of one of each\n"
-    "  --pair   every step of one pair of calls, or one of them: 0 before the first call, whose last step is followed\n"
-    "           by the second call\n";
+    "  --pair   every step of one pair, or one of them; at step 0 the second call follows the first\n";
 constexpr int LEVELS[] = {0, 5};
 constexpr unsigned SECONDS = 30;  // that a meeting may take
 constexpr int STATISTICS = 2;
@@ -222,6 +222,7 @@ void expectOrder(int descriptors) {
     std::filesystem::remove(world->traceFile);
     EXPECT_EQ(closeAllGatewayConnections(), 0);
     EXPECT_EQ(gtListHeadPtr, nullptr);
+    EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_DFL);
     Actor actor = newActor(CALLS[0], CALLS[0], 0);
     setUp(actor);
     tearDown(actor);
@@ -299,6 +300,7 @@ int stepOf(const Options& options, const Progress& place) {
 // From where the progress says to the end, or to the first failure.
 int run(const Options& options) {
     stderr = std::fopen(NO_TRACE, "w");  // where a trace without a file goes; checking tools write to the descriptor
+    std::signal(SIGPIPE, SIG_DFL);       // ends the process when it comes
     EXPECT_EQ(setAPITraceFile(NO_TRACE), 0);
     Progress& place = *progress;
     for (; place.pair < COUNT * COUNT; ++place.pair, place.level = 0) {
@@ -380,11 +382,11 @@ int runAll(const Options& options) {
             break;
         }
         const Meeting& meeting = place.meeting;
-        const char* before = meeting.pausedBefore;
+        const char* step = meeting.pausedAt;
         std::printf("failed with %d%s: meetings --pair %s %s --level %d --at %d  # %s\n", rc,
                     rc == -100 - SIGALRM ? " (hangs)" : "", CALLS[place.pair / COUNT].name,
                     CALLS[place.pair % COUNT].name, LEVELS[place.level], meeting.pauseAt,
-                    before == nullptr ? "one after the other" : before);
+                    step == nullptr ? "one after the other" : step);
         const int now = place.pair * static_cast<int>(std::size(LEVELS)) + place.level;
         here = now == where ? here + 1 : 1;
         where = now;
