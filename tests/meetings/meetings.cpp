@@ -275,17 +275,15 @@ struct Progress {
 };
 Progress* progress;
 
-bool wanted(const Options& options, int pair, int level) {
-    return options.first < 0 ||
-           (pair == options.first * COUNT + options.second && (options.level < 0 || options.level == LEVELS[level]));
-}
-
-// How many meetings the pair has at the level behind that where the second call follows the first.
+// How many meetings the pair has at the level behind that where the second call follows the first; -1: not even that.
 int last(const Options& options, int pair, int level) {
-    const int most = options.first >= 0 ? INT_MAX : !options.full ? 1 : LEVELS[level] == 0 ? INT_MAX : 40;
-    return !wanted(options, pair, level) ? -1
-           : options.at >= 0             ? 0
-                                         : std::min(progress->steps[pair / COUNT][level], most);
+    const bool all = options.first < 0;
+    if (!all &&
+        (pair != options.first * COUNT + options.second || (options.level >= 0 && options.level != LEVELS[level]))) {
+        return -1;
+    }
+    const int most = options.at >= 0 ? 0 : all && !options.full ? 1 : all && LEVELS[level] > 0 ? 20 : INT_MAX;
+    return std::min(progress->steps[pair / COUNT][level], most);
 }
 
 // The step of the nth meeting: they are spread over all, from another one on for each pair.
@@ -306,6 +304,10 @@ int run(const Options& options) {
     for (; place.pair < COUNT * COUNT; ++place.pair, place.level = 0) {
         const Call& first = CALLS[place.pair / COUNT];
         const Call& second = CALLS[place.pair % COUNT];
+        if (options.full && place.pair % COUNT == 0) {
+            std::printf("%s, behind %d meetings\n", first.name, place.meetings);
+            std::fflush(stdout);
+        }
         for (; place.level < static_cast<int>(std::size(LEVELS)); ++place.level, place.nth = 0) {
             for (; place.nth <= last(options, place.pair, place.level); ++place.nth) {
                 int& steps = place.steps[place.pair / COUNT][place.level];
@@ -327,32 +329,25 @@ int run(const Options& options) {
     std::exit(0);  // a checking tool then reports what has leaked
 }
 
-int numberOf(const char* name) {
-    const Call* call =
-        std::find_if(std::begin(CALLS), std::end(CALLS), [&](const Call& c) { return name == std::string(c.name); });
-    return call == std::end(CALLS) ? -1 : static_cast<int>(call - CALLS);
+int numberOf(const std::string& name) {
+    const Call* call = std::find_if(CALLS, CALLS + COUNT, [&](const Call& one) { return name == one.name; });
+    return call == CALLS + COUNT ? -1 : static_cast<int>(call - CALLS);
 }
 
 bool parse(int argc, char** argv, Options& options) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i];
-        if (argument == "--full" && argc == 2) {
-            options.full = true;
-        } else if (argument == "--pair" && i + 2 < argc) {
-            options.first = numberOf(argv[++i]);
-            options.second = numberOf(argv[++i]);
-            if (options.first < 0 || options.second < 0) {
-                return false;
-            }
-        } else if (argument == "--level" && i + 1 < argc) {
-            options.level = std::atoi(argv[++i]);
-        } else if (argument == "--at" && i + 1 < argc) {
-            options.at = std::atoi(argv[++i]);
-        } else {
-            return false;
-        }
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    const std::size_t count = arguments.size();
+    options.full = count == 1 && arguments[0] == "--full";
+    if (count < 3 || arguments[0] != "--pair") {
+        return count == 0 || options.full;
     }
-    return options.first >= 0 || (options.level < 0 && options.at < 0);
+    options.first = numberOf(arguments[1]);
+    options.second = numberOf(arguments[2]);
+    std::size_t i = 3;
+    for (; i + 1 < count && (arguments[i] == "--level" || arguments[i] == "--at"); i += 2) {
+        (arguments[i] == "--at" ? options.at : options.level) = std::atoi(arguments[i + 1].c_str());
+    }
+    return i == count && options.first >= 0 && options.second >= 0;
 }
 
 // A port that is taken, where nobody listens, as long as the process lives.
@@ -370,12 +365,11 @@ int takePort() {
 // Runs the meetings in processes that end with the first failure, and counts the failures.
 int runAll(const Options& options) {
     constexpr int ENOUGH = 3;  // failures of a pair at one level
-    constexpr unsigned ALL_SECONDS = 7200;
     Progress& place = *progress;
     int failures = 0;
     int here = 0;
     int where = -1;
-    while (const int rc = unittest::runInChild([&] { return run(options); }, ALL_SECONDS)) {
+    while (const int rc = unittest::runInChild([&] { return run(options); }, SECONDS)) {
         ++failures;
         if (place.pair == COUNT * COUNT) {
             std::printf("failed with %d behind all meetings\n", rc);
@@ -408,9 +402,13 @@ int main(int argc, char** argv) {
     const World shared{.closedPort = takePort()};
     world = &shared;
     void* memory = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    progress = memory == MAP_FAILED ? nullptr : new (memory) Progress{};
+    if (memory == MAP_FAILED || world->closedPort == 0) {
+        std::perror("meetings");
+        return 2;
+    }
+    progress = new (memory) Progress{};
     const auto start = std::chrono::steady_clock::now();
-    const int failures = progress == nullptr ? 1 : runAll(options);
+    const int failures = runAll(options);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     const int pairs = options.first < 0 ? COUNT * COUNT : 1;
     std::printf("%d pairs %d meetings %d failures %.1f s\n", pairs, progress->meetings, failures, taken.count());
