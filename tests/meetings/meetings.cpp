@@ -29,7 +29,7 @@ using Codes = std::vector<int>;
 
 constexpr char USAGE[] =
     "usage: meetings [--full | --pair FIRST SECOND [--level LEVEL] [--at STEP]]\n"
-    "  --full   every step without a trace, and many with all of it, in place of one of each\n"
+    "  --full   every step without a trace, and many with all of it, in place of one or two\n"
     "  --pair   every step of one pair, or one of them; at step 0 the second call follows the first\n";
 constexpr int LEVELS[] = {0, 5};
 constexpr unsigned SECONDS = 30;  // that a meeting may take
@@ -282,17 +282,28 @@ int last(const Options& options, int pair, int level) {
         (pair != options.first * COUNT + options.second || (options.level >= 0 && options.level != LEVELS[level]))) {
         return -1;
     }
-    const int most = options.at >= 0 ? 0 : all && !options.full ? 1 : all && LEVELS[level] > 0 ? 20 : INT_MAX;
+    const bool traced = LEVELS[level] > 0;
+    int most = options.at >= 0 ? 0 : traced && all ? 20 : INT_MAX;
+    if (all && !options.full) {
+        const bool closes =
+            CALLS[pair / COUNT].closes != Closes::NOTHING || CALLS[pair % COUNT].closes != Closes::NOTHING;
+        most = !traced ? (closes ? 2 : 1) : pair % 5 == 0 ? 1 : 0;
+    }
     return std::min(progress->steps[pair / COUNT][level], most);
 }
 
-// The step of the nth meeting: they are spread over all, from another one on for each pair.
+// The step of the nth meeting. They are spread over all steps, from another one on for each pair; where a few have to
+// do, the second is one of the last, where a call has what it was made for and has not handed it out.
 int stepOf(const Options& options, const Progress& place) {
-    const long steps = progress->steps[place.pair / COUNT][place.level];
+    const int steps = progress->steps[place.pair / COUNT][place.level];
+    if (options.at >= 0 || place.nth == 0) {
+        return std::max(options.at, 0);
+    }
+    if (options.first < 0 && !options.full && place.nth == 2) {
+        return steps - place.pair % (steps / 8 + 1);
+    }
     const int meetings = last(options, place.pair, place.level);
-    return options.at >= 0  ? options.at
-           : place.nth == 0 ? 0
-                            : static_cast<int>(((place.nth - 1) * steps + place.pair * 37 % steps) / meetings) + 1;
+    return static_cast<int>((static_cast<long>(place.nth - 1) * steps + place.pair * 37 % steps) / meetings) + 1;
 }
 
 // From where the progress says to the end, or to the first failure.
