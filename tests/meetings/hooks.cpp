@@ -110,7 +110,7 @@ STEP(ssize_t, recv, (int file, void* bytes, std::size_t size, int flags), (file,
 STEP(int, shutdown, (int file, int how), (file, how), plain)
 STEP(int, close, (int file), (file), behind)
 STEP(int, sigaction, (int number, const struct sigaction* now, struct sigaction* before), (number, now, before), plain)
-STEP(std::FILE*, fopen, (const char* name, const char* mode), (name, mode), plain)
+STEP(std::FILE*, fdopen, (int descriptor, const char* mode), (descriptor, mode), plain)
 STEP(int, fclose, (std::FILE * file), (file), plain)
 STEP(int, fflush, (std::FILE * file), (file), plain)
 STEP(int, vfprintf, (std::FILE * file, const char* format, std::va_list arguments), (file, format, arguments), plain)
