@@ -55,7 +55,7 @@ bool takesValue(std::string_view option) {
 
 }  // namespace
 
-const char* const versionText = "zulstat-sim 1.0.0\n";
+const char* const versionText = "zulstat-sim " ZULSTAT_SIM_VERSION "\n";
 
 const char* const helpText =
     "Usage: zulstat-sim [OPTION]...\n"
