@@ -1,13 +1,13 @@
 // The argument checks of opening, querying and walking: which code, which of several wrong arguments is told first, and
 // that a refused call reaches neither its results nor the Gateway.
-#include "fixture.h"
-#include "walk.h"
+#include "support/fixture.h"
+#include "support/walk.h"
 
 #include <climits>
 
 namespace {
 
-using namespace apitest;
+using namespace support;
 
 using Arguments = GatewayTest;
 

@@ -1,11 +1,12 @@
 // Opening and closing: what goes wrong on the way, the version text, and what is left afterwards.
-#include "fixture.h"
+#include "support/fixture.h"
+#include "support/process.h"
 
 #include <cstdlib>
 
 namespace {
 
-using namespace apitest;
+using namespace support;
 
 using Opening = GatewayTest;
 using Closing = GatewayTest;
@@ -37,7 +38,7 @@ TEST_F(Opening, foldsFaultsOfTheGateway) {
         EXPECT_EQ(server.pendingFaults(each.exchange), 0U) << each.what;
         EXPECT_TRUE(server.waitForConnections(0, PATIENCE)) << each.what;
     }
-    EXPECT_TRUE(descriptorsComeTo(before));
+    EXPECT_TRUE(fallsTo(before, openDescriptors));
 }
 
 // Of a version longer than the longest copy there is none: the connection opens, the caller's pointer is left alone.

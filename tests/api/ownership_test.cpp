@@ -1,7 +1,7 @@
 // A connection and its result set belong to the process and thread that opened it; a copy belongs to nobody.
-#include "child.h"
-#include "fixture.h"
-#include "walk.h"
+#include "support/fixture.h"
+#include "support/process.h"
+#include "support/walk.h"
 
 #include <cstdlib>
 #include <functional>
@@ -9,12 +9,9 @@
 
 namespace {
 
-using apitest::allStats;
-using apitest::Connection;
-using apitest::PATIENCE;
-using apitest::walkStats;
+using namespace support;
 
-using Ownership = apitest::GatewayTest;
+using Ownership = GatewayTest;
 
 void inThread(const std::function<void()>& work) {
     std::thread(work).join();
@@ -27,7 +24,7 @@ std::vector<int> codesOfCheckedCalls(GatewayToken* token, ResultSetToken* stats,
     char* query = nullptr;
     StatData stat{};
     IdData id{};
-    for (const apitest::QueryCall& call : apitest::QUERY_CALLS) {
+    for (const QueryCall& call : QUERY_CALLS) {
         codes.push_back(call.run(token, &result));
     }
     codes.insert(codes.end(), {getFirstStat(stats, &stat), getNextStat(stats, &stat)});
@@ -40,7 +37,7 @@ std::vector<int> codesOfCheckedCalls(GatewayToken* token, ResultSetToken* stats,
     return codes;
 }
 
-class TwoConnections : public apitest::GatewayTest {
+class TwoConnections : public GatewayTest {
 protected:
     void SetUp() override {
         GatewayTest::SetUp();
@@ -61,7 +58,7 @@ TEST_F(TwoConnections, areRefusedToOthers) {
         return HasFailure() ? 1 : 0;
     };
     inThread([&] { expectRefusals(STAPI_RC_RESULT_SET_TID_MISMATCH); });
-    EXPECT_EQ(unittest::runInChild([&] { return expectRefusals(STAPI_RC_RESULT_SET_PID_MISMATCH); }), 0);
+    EXPECT_EQ(runInChild([&] { return expectRefusals(STAPI_RC_RESULT_SET_PID_MISMATCH); }), 0);
     EXPECT_EQ(server.requests().size(), requests);
     EXPECT_EQ(walkStats(stats), allStats(simgateway::Model()));
 }
@@ -101,8 +98,8 @@ TEST_F(Ownership, copyIsEverybodys) {
         ASSERT_EQ(getStats(connection, &result), 0);
         ASSERT_EQ(copyResultSet(result, &copy), 0);
     }
-    const apitest::Entries expected = allStats(simgateway::Model());
-    EXPECT_EQ(unittest::runInChild([&] { return walkStats(copy) == expected ? 0 : 1; }), 0);
+    const Entries expected = allStats(simgateway::Model());
+    EXPECT_EQ(runInChild([&] { return walkStats(copy) == expected ? 0 : 1; }), 0);
     inThread([&] {
         EXPECT_EQ(walkStats(copy), expected);
         EXPECT_EQ(dumpResultSet(copy), 0);
@@ -119,7 +116,7 @@ TEST_F(Ownership, copyIsEverybodys) {
 // A connection that a child process opens is the child's own.
 TEST_F(Ownership, childProcessOpensItsOwn) {
     const Connection connection(server);
-    EXPECT_EQ(unittest::runInChild([this] {
+    EXPECT_EQ(runInChild([this] {
                   const Connection own(server);
                   ResultSetToken* result = nullptr;
                   EXPECT_EQ(getStats(own, &result), 0);

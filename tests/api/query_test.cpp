@@ -1,6 +1,7 @@
 // The six queries: their answers, their query strings, and what is left of a connection after a failure.
-#include "fixture.h"
-#include "walk.h"
+#include "support/fixture.h"
+#include "support/process.h"
+#include "support/walk.h"
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -11,7 +12,7 @@
 
 namespace {
 
-using namespace apitest;
+using namespace support;
 
 using Querying = GatewayTest;
 using QueryString = QuietGatewayTest;

@@ -1,13 +1,13 @@
 // Replies of every shape: how they travel, how they are framed, and which entries a walk finds in them.
-#include "fixture.h"
-#include "walk.h"
+#include "support/fixture.h"
+#include "support/walk.h"
 
 #include <algorithm>
 #include <functional>
 
 namespace {
 
-using namespace apitest;
+using namespace support;
 using simgateway::Bytes;
 using simgateway::Reply;
 

@@ -1,13 +1,13 @@
 // Result sets as objects: copies, dumps, and query strings made of them.
-#include "fixture.h"
-#include "temp_directory.h"
-#include "walk.h"
+#include "support/fixture.h"
+#include "support/temp_directory.h"
+#include "support/walk.h"
 
 #include <cstring>
 
 namespace {
 
-using namespace apitest;
+using namespace support;
 using simgateway::Reply;
 using testing::HasSubstr;
 
@@ -46,7 +46,7 @@ TEST_F(ResultSet, copyOutlivesQueriesAndTheConnection) {
 }
 
 TEST_F(ResultSet, isDumpedAtLevelZero) {
-    const unittest::TempDirectory directory;
+    const TempDirectory directory;
     const std::string file = directory.file("trace");
     ASSERT_EQ(setAPITraceLevel(0), 0);
     ASSERT_EQ(setAPITraceFile(file.c_str()), 0);
@@ -56,7 +56,7 @@ TEST_F(ResultSet, isDumpedAtLevelZero) {
     ASSERT_EQ(copyResultSet(result, &copy), 0);
     for (const auto& [dumped, owner] : {std::pair(result, "owner(8888)"), {copy, "owner(9999)"}}) {
         EXPECT_EQ(dumpResultSet(dumped), 0);
-        EXPECT_THAT(unittest::readFile(file), AllOf(HasSubstr(owner), HasSubstr(" : ZULSTSET")));
+        EXPECT_THAT(readFile(file), AllOf(HasSubstr(owner), HasSubstr(" : ZULSTSET")));
     }
     EXPECT_EQ(freeResultSet(&copy), 0);
 }

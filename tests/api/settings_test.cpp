@@ -1,16 +1,16 @@
 // Version, trace level and trace destination.
-#include "child.h"
-#include "fixture.h"
-#include "temp_directory.h"
+#include "support/fixture.h"
+#include "support/process.h"
+#include "support/temp_directory.h"
 
 #include <cstdio>
 #include <fstream>
 
 namespace {
 
+using namespace support;
 using testing::HasSubstr;
 using testing::StartsWith;
-using unittest::readFile;
 
 const std::string BANNER =
     "**** QAL Velatra ZULSTATS DLL Version 1_1_0_0 Diagnostic trace - build(b410-20090429) ****\n";
@@ -27,7 +27,7 @@ bool showsName(const std::string& file, const std::string& name) {
     return readFile(file).find(" statAPITraceFile=" + name + "\n") != std::string::npos;
 }
 
-class Settings : public apitest::QuietTest {
+class Settings : public QuietTest {
 protected:
     static void write(const std::string& name) {
         ASSERT_EQ(setAPITraceFile(name.c_str()), 0) << name;
@@ -42,14 +42,14 @@ protected:
         }
         return found;
     }
-    const unittest::TempDirectory directory;
+    const TempDirectory directory;
     const std::string one = directory.file("one");
     const std::string two = directory.file("two");
 };
 
 // A process whose standard error stream is a file: what it says before any setting, and after one that was taken back.
 TEST_F(Settings, beginWithNothingTracedOnTheStandardErrorStream) {
-    const int failed = unittest::runInChild([&] {
+    const int failed = runInChild([&] {
         char* version = nullptr;
         if (std::freopen(two.c_str(), "w", stderr) == nullptr || getAPITraceLevel(nullptr) != STAPI_RC_NULL_POINTER ||
             setAPITraceLevel(9) == 0 || getStatsAPIVersion(&version) != 0) {
@@ -95,14 +95,14 @@ TEST_F(Settings, fileIsAppendedToAndLeft) {
     std::ofstream(one) << "before\n";
     write(one);
     ASSERT_EQ(setAPITraceLevel(3), 0);
-    const int descriptors = apitest::openDescriptors();
+    const int descriptors = openDescriptors();
     write(two);
     const std::string left = readFile(one);
     EXPECT_THAT(left, StartsWith("before\n" + BANNER));
     EXPECT_EQ(level(), 3);
     EXPECT_EQ(readFile(one), left);
     EXPECT_THAT(readFile(two), HasSubstr("API.getAPITraceLevel"));
-    EXPECT_EQ(apitest::openDescriptors(), descriptors);
+    EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 // The shown name ends at 1023 characters, the file is the one that was named.

@@ -1,13 +1,15 @@
 // Connections that another thread closes than the one that uses them.
-#include "fixture.h"
-#include "temp_directory.h"
+#include "support/fixture.h"
+#include "support/process.h"
+#include "support/temp_directory.h"
 
 #include <pthread.h>
 
 #include <thread>
 
-namespace apitest {
 namespace {
+
+using namespace support;
 
 using ForeignClose = QuietGatewayTest;
 
@@ -54,12 +56,12 @@ TEST_F(ForeignClose, endsAnOpeningInProgress) {
     EXPECT_EQ(token, nullptr);
     EXPECT_EQ(version, nullptr);
     EXPECT_TRUE(server.waitForConnections(0, PATIENCE));
-    EXPECT_TRUE(descriptorsComeTo(descriptors));
+    EXPECT_TRUE(fallsTo(descriptors, openDescriptors));
 }
 
 // A query that hangs is when somebody looks: the dump shows the answer of the query before.
 TEST_F(ForeignClose, dumpShowsTheResultSetOfAQueryInProgress) {
-    const unittest::TempDirectory directory;
+    const TempDirectory directory;
     const std::string file = directory.file("dump");
     ASSERT_EQ(setAPITraceFile(file.c_str()), 0);
     Connection connection(server);
@@ -73,7 +75,7 @@ TEST_F(ForeignClose, dumpShowsTheResultSetOfAQueryInProgress) {
     });
     EXPECT_EQ(getStats(connection, &result), STAPI_RC_GATEWAY_CONNECTION_LOST);
     looker.join();
-    const std::string dump = unittest::readFile(file);
+    const std::string dump = readFile(file);
     EXPECT_THAT(dump, testing::HasSubstr("\nDump of ResultSet("));
     EXPECT_THAT(dump, testing::HasSubstr(" : ZULIDSET"));
     EXPECT_THAT(dump, testing::HasSubstr("\nTotal number of Gateway Token List entries=1\n"));
@@ -105,4 +107,3 @@ TEST_F(ForeignClose, cancelledCloseLeavesNoLock) {
 }
 
 }  // namespace
-}  // namespace apitest

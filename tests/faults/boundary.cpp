@@ -2,22 +2,22 @@
 // dumped and made into query strings.
 #include "faults.h"
 
-#include "temp_directory.h"
+#include "support/temp_directory.h"
 
 #include <cstdlib>
 
 namespace faults {
 namespace {
 
-using apitest::Entries;
 using simgateway::Reply;
+using support::Entries;
 constexpr std::size_t RESULT_SET_SIZE = 32767;
 constexpr std::size_t QUERY_STRING_MAX = 32765;
 constexpr std::size_t ID_QUERY_MAX = 31999;
 
 struct Case {
     std::string name;
-    int query;         // of apitest::QUERY_CALLS
+    int query;         // of support::QUERY_CALLS
     std::string text;  // query string
     Bytes payload;     // of the reply, unless empty
     Entries entries;
@@ -26,7 +26,7 @@ struct Case {
 };
 
 void ask(Server& server, int level, const std::string& traceFile, const Case& one) {
-    const apitest::QueryCall& call = apitest::QUERY_CALLS[one.query];
+    const support::QueryCall& call = support::QUERY_CALLS[one.query];
     const bool tooLarge = one.size > RESULT_SET_SIZE;
     GatewayToken* token = nullptr;
     ResultSetToken* result = nullptr;
@@ -41,9 +41,9 @@ void ask(Server& server, int level, const std::string& traceFile, const Case& on
     std::free(version);
     EXPECT_EQ(call.run(token, &result, one.text.c_str()), tooLarge ? STAPI_RC_GATEWAY_REQUEST_FAILED : 0);
     if (!tooLarge) {
-        const Entries entries = call.statistics ? apitest::walkStats(result) : apitest::walkIds(result);
+        const Entries entries = call.statistics ? support::walkStats(result) : support::walkIds(result);
         std::size_t size = 28 + entries.at(0).element.size();
-        for (const apitest::Entry& entry : entries) {
+        for (const support::Entry& entry : entries) {
             size += 4 + entry.id.size() + (call.statistics ? 4 + entry.value.size() : 0);
         }
         EXPECT_TRUE(one.size == 0 ? entries == one.entries : size == one.size);
@@ -101,7 +101,7 @@ std::vector<Case> cases() {
 }  // namespace
 
 void walkBoundary(Walk& walk) {
-    const unittest::TempDirectory directory;
+    const support::TempDirectory directory;
     for (const Case& one : cases()) {
         for (const int level : {0, 5}) {
             const std::string name = one.name + ".level" + std::to_string(level);

@@ -1,20 +1,17 @@
 #include "faults.h"
 
-#include "child.h"
-
-#include <unistd.h>
+#include "support/process.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 
 namespace faults {
 namespace {
 
-using apitest::Entries;
-using apitest::QUERY_CALLS;
+using support::Entries;
+using support::QUERY_CALLS;
 
 constexpr int STATISTICS = 2;
 const simgateway::Model MODEL(1, STATISTICS);
@@ -26,11 +23,11 @@ const std::string& oneStatistic() {
 }
 
 Entries answerOf(int query, bool everything) {
-    Entries entries = query == 2 ? apitest::allGroupIds(MODEL) : apitest::allStats(MODEL);
+    Entries entries = query == 2 ? support::allGroupIds(MODEL) : support::allStats(MODEL);
     if (query > 2 && !everything) {
         entries = {{oneStatistic(), 0, oneStatistic(), entries.back().value}};
     }
-    return QUERY_CALLS[query].statistics ? entries : apitest::idsOnly(entries);
+    return QUERY_CALLS[query].statistics ? entries : support::idsOnly(entries);
 }
 
 std::string stepName(int step) {
@@ -73,8 +70,7 @@ void converse(const Server& server, const Expected& expected, int level, int que
         setAPITraceFile("/dev/null");
         setAPITraceLevel(level);
     }
-    const auto openDescriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
-    const auto descriptors = openDescriptors();
+    const int descriptors = support::openDescriptors();
     const bool opened = step(OPEN, [&] { return openGatewayConnection(server.port(), &token, &version); }) == 0;
     alive = opened;
     EXPECT_TRUE(opened ? token != nullptr && version != mark : token == nullptr && version == mark);
@@ -83,7 +79,7 @@ void converse(const Server& server, const Expected& expected, int level, int que
     std::free(opened ? version : nullptr);
     const int last = expected.next.empty() ? expected.step : COPY;
     for (int number = QUERY; opened && number < QUERY + queries && number <= last; ++number) {
-        const apitest::QueryCall& query = QUERY_CALLS[number - QUERY];
+        const support::QueryCall& query = QUERY_CALLS[number - QUERY];
         const Answer answer = number == expected.step ? expected.answer : Answer::OWN;
         ResultSetToken* latest = nullptr;
         const int rc = step(number, [&] { return query.run(token, &latest, oneStatistic().c_str()); });
@@ -91,13 +87,13 @@ void converse(const Server& server, const Expected& expected, int level, int que
         alive = alive && (rc == 0 || query.staysAfterFailure);
         if (rc == 0) {
             result = latest;
-            const Entries entries = query.statistics ? apitest::walkStats(result) : apitest::walkIds(result);
+            const Entries entries = query.statistics ? support::walkStats(result) : support::walkIds(result);
             EXPECT_TRUE(answer == Answer::ANY || entries == answerOf(number - QUERY, answer == Answer::OF_EVERYTHING));
         }
     }
     if (alive && last == COPY && QUERY + queries == COPY) {
         if (step(COPY, [&] { return copyResultSet(result, &copy); }) == 0) {
-            EXPECT_EQ(apitest::walkIds(copy), apitest::walkIds(result));
+            EXPECT_EQ(support::walkIds(copy), support::walkIds(result));
         }
         EXPECT_TRUE(copy == nullptr || freeResultSet(&copy) == 0);
         step(ID_QUERY, [&] { return getIdQuery(result, &ids); });
@@ -106,12 +102,8 @@ void converse(const Server& server, const Expected& expected, int level, int que
         step(CLOSE, [&] { return closeGatewayConnection(&token); });
     }
     step(CLOSE_ALL, closeAllGatewayConnections);
-    // The Gateway closes its end a moment later, and a checking tool's pipe of a thread goes.
-    auto left = openDescriptors();
-    for (int i = 0; i < 5000 && left > descriptors; ++i, left = openDescriptors()) {
-        usleep(1000);
-    }
-    EXPECT_LE(left, descriptors);
+    static_cast<void>(support::fallsTo(descriptors, support::openDescriptors));
+    EXPECT_LE(support::openDescriptors(), descriptors);  // a checking tool's pipe of a thread may have gone
     EXPECT_EQ(hooks.held, expected.held);
 }
 
@@ -122,7 +114,7 @@ void Walk::point(const std::string& point, const std::function<void(Server&)>& b
         return testing::UnitTest::GetInstance()->Failed() ? 1 : 0;
     };
     const bool wanted = only.empty() || only == point || point == "reference";
-    const int rc = wanted ? unittest::runInChild(work) : 0;
+    const int rc = wanted ? support::runInChild(work) : 0;
     points += wanted ? 1 : 0;
     if (rc != 0) {
         ++failures;

@@ -3,8 +3,8 @@
 #ifndef FAULTS_H
 #define FAULTS_H
 
-#include "fixture.h"
-#include "walk.h"
+#include "support/fixture.h"
+#include "support/walk.h"
 
 #include <functional>
 #include <string>
@@ -12,9 +12,9 @@
 
 namespace faults {
 
-using apitest::Exchange;
 using simgateway::Bytes;
 using simgateway::Server;
+using support::Exchange;
 
 enum Call { ALLOCATE, SOCKET, IOCTL, CONNECT, SEND, SELECT, RECV, CLOSE_SOCKET, CALLS };
 
@@ -76,7 +76,7 @@ void converse(const Server& server, const Expected& expected, int level = 0, int
 
 // A query string that asks for one statistic, and what the queries answer to it, or to the empty one.
 [[nodiscard]] const std::string& oneStatistic();
-[[nodiscard]] apitest::Entries answerOf(int query, bool everything);
+[[nodiscard]] support::Entries answerOf(int query, bool everything);
 
 struct Walk {
     std::string name;

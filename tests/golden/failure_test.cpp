@@ -1,7 +1,7 @@
 // What the trace says when something fails: exceptions and events.
 #include "recording.h"
 
-#include "child.h"
+#include "support/process.h"
 #include "failing_malloc.h"
 
 #include <gmock/gmock.h>
@@ -29,7 +29,7 @@ using golden::Recording;
 using simgateway::Exchange;
 using simgateway::Fault;
 using simgateway::Reply;
-using unittest::AllocationFault;
+using support::AllocationFault;
 
 // A host name that no resolver is asked for: a label may have 63 characters.
 const std::string UNRESOLVABLE(64, 'x');
@@ -50,7 +50,7 @@ TEST_F(Conversation, cannotConnect) {
     EXPECT_EQ(openAt(UNRESOLVABLE.c_str(), server.port()), STAPI_RC_HOST_NOT_RESOLVED);
     EXPECT_EQ(openAt("127.0.0.2", server.port()), STAPI_RC_CONNECTION_REFUSED);
     EXPECT_EQ(openAt("127.255.255.255", server.port()), STAPI_RC_NETWORK_UNREACHABLE);
-    EXPECT_EQ(unittest::runInChild([this] {
+    EXPECT_EQ(support::runInChild([this] {
                   const rlimit none = {0, 0};
                   setrlimit(RLIMIT_NOFILE, &none);
                   return openAt("127.0.0.1", server.port()) == STAPI_RC_CONNECT_FAILED ? 0 : 1;
@@ -133,7 +133,7 @@ TEST_F(Conversation, belongsToSomebodyElse) {
         return -rc;
     };
     std::thread([&] { EXPECT_EQ(use(), -STAPI_RC_RESULT_SET_TID_MISMATCH); }).join();
-    EXPECT_EQ(unittest::runInChild(use), -STAPI_RC_RESULT_SET_PID_MISMATCH);
+    EXPECT_EQ(support::runInChild(use), -STAPI_RC_RESULT_SET_PID_MISMATCH);
 }
 
 // Every allocation of every call fails once; the calls say so and the library goes on.

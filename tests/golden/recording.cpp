@@ -98,7 +98,7 @@ void compare(const std::string& name, const std::string& trace, Keep keep, const
         ASSERT_TRUE(file.flush()) << path;
         return;
     }
-    const std::vector<std::string> expected = linesOf(unittest::readFile(path));
+    const std::vector<std::string> expected = linesOf(support::readFile(path));
     EXPECT_TRUE(found == expected) << name << ".txt, " << difference(found, expected);
 }
 
@@ -111,7 +111,7 @@ Recording::Recording(std::string goldenName, int level, const simgateway::Server
 Recording::~Recording() {
     setAPITraceLevel(0);
     setAPITraceFile(nullptr);
-    const std::string trace = unittest::readFile(directory.file("trace"));
+    const std::string trace = support::readFile(directory.file("trace"));
     compare(name, trace, keep, directory.file(""), port);
 }
 

@@ -2,7 +2,7 @@
 #ifndef RECORDING_H
 #define RECORDING_H
 
-#include "temp_directory.h"
+#include "support/temp_directory.h"
 
 #include "simgateway/sim_gateway.h"
 #include "zulstats.h"
@@ -38,7 +38,7 @@ public:
     }
 
 private:
-    const unittest::TempDirectory directory;
+    const support::TempDirectory directory;
     const std::string name;
     const Keep keep;
     const int port;

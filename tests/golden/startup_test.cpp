@@ -1,7 +1,7 @@
 // Initialisation that fails, in processes of their own.
 #include "recording.h"
 
-#include "child.h"
+#include "support/process.h"
 #include "failing_malloc.h"
 #include "failing_mutex.h"
 #include "stapi_zul_diag.h"
@@ -16,9 +16,9 @@
 namespace {
 
 using golden::Keep;
-using unittest::AllocationFault;
-using unittest::MutexCall;
-using unittest::MutexFault;
+using support::AllocationFault;
+using support::MutexCall;
+using support::MutexFault;
 
 struct Failure {
     const char* name;
@@ -60,11 +60,11 @@ const std::vector<std::function<int()>> CALLS = withZeros(
 TEST(Startup, failsForGood) {
     ASSERT_EQ(CALLS.size(), 23U);
     for (const Failure& failure : FAILURES) {
-        const unittest::TempDirectory directory;
+        const support::TempDirectory directory;
         const std::string file = directory.file("stderr");
         for (const std::function<int()>& call : CALLS) {
             SCOPED_TRACE(testing::Message() << failure.name << ", call " << &call - CALLS.data());
-            const int wrong = unittest::runInChild([&] {
+            const int wrong = support::runInChild([&] {
                 if (std::freopen(file.c_str(), "w", stderr) == nullptr) {
                     return 100;
                 }
@@ -78,7 +78,7 @@ TEST(Startup, failsForGood) {
                 return first == expected && second == STAPI_RC_TRACE_INIT_FAILED ? 0 : 1;
             });
             EXPECT_EQ(wrong, 0);
-            golden::compare(std::string("startup-") + failure.name, unittest::readFile(file), Keep::ALL,
+            golden::compare(std::string("startup-") + failure.name, support::readFile(file), Keep::ALL,
                             directory.file(""), 0);
         }
     }

@@ -2,17 +2,16 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "raw_client.h"
+#include "support/process.h"
 #include "walk.h"
 
 namespace simtest {
@@ -135,30 +134,18 @@ TEST(Fault, connectionEndsAtAByte) {
     }
 }
 
-auto entriesOf(const char* directory) {
-    return std::distance(std::filesystem::directory_iterator(directory), {});
-}
-
-// A thread that was joined can still be listed for a moment.
-bool fallsBack(const char* directory, std::ptrdiff_t before) {
-    for (int i = 0; i < 1000 && entriesOf(directory) > before; ++i) {
-        std::this_thread::sleep_for(2ms);
-    }
-    return entriesOf(directory) == before;
-}
-
 TEST(Server, stopsPromptlyAndLeavesNothingBehind) {
     { const Server first; }  // with the first thread a sanitizer's runtime starts one of its own
-    const auto descriptors = entriesOf("/proc/self/fd");
-    const auto threads = entriesOf("/proc/self/task");
+    const auto descriptors = openDescriptors();
+    const auto threads = runningThreads();
     {
         Server server;
-        const auto alone = entriesOf("/proc/self/fd");
+        const auto alone = openDescriptors();
         for (int i = 0; i < 50; ++i) {
             RawClient(server.port()).exchange(closeRequest);
         }
         EXPECT_TRUE(server.waitForConnections(0, patience));
-        EXPECT_TRUE(fallsBack("/proc/self/fd", alone)) << "connections are released while it runs";
+        EXPECT_TRUE(fallsTo(alone, openDescriptors)) << "connections are released while it runs";
         server.setPayload(invoke, simgateway::statsOfContentSize(6000000).bytes());
         server.inject(handshake, {.silent = true});
         server.inject(authFirst, {.delay = 3600s});
@@ -186,8 +173,8 @@ TEST(Server, stopsPromptlyAndLeavesNothingBehind) {
         }
         EXPECT_THROW(RawClient(server.port()), std::system_error);
     }
-    EXPECT_TRUE(fallsBack("/proc/self/fd", descriptors));
-    EXPECT_TRUE(fallsBack("/proc/self/task", threads));
+    EXPECT_TRUE(fallsTo(descriptors, openDescriptors));
+    EXPECT_TRUE(fallsTo(threads, runningThreads));
 }
 
 }  // namespace

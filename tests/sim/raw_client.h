@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <string_view>
 
-#include "hex.h"
+#include "support/hex.h"
 #include "simgateway/sim_gateway.h"
 
 namespace simtest {
+
+using namespace support;
 
 inline constexpr std::chrono::milliseconds patience(10000);
 

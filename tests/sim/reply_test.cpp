@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include "hex.h"
 #include "walk.h"
 
 namespace simtest {

@@ -3,9 +3,11 @@
 
 #include <string>
 
-#include "hex.h"
+#include "support/hex.h"
 
 namespace simtest {
+
+using namespace support;
 
 struct Walked {
     // Text, rc when not 0, and number of items of each element: "conn/16 nothing(-1)/0 "; a "+" where the block tag of

@@ -1,8 +1,8 @@
 // The library over a long life, under many threads, and as the first calls of many processes.
-#include "child.h"
-#include "fixture.h"
-#include "forked_server.h"
-#include "walk.h"
+#include "support/fixture.h"
+#include "support/forked_server.h"
+#include "support/process.h"
+#include "support/walk.h"
 
 #include <atomic>
 #include <barrier>
@@ -11,11 +11,11 @@
 
 namespace {
 
-using apitest::Entries;
-using apitest::Exchange;
-using apitest::openDescriptors;
-using apitest::QUERY_CALLS;
-using soaktest::ForkedServer;
+using support::Entries;
+using support::Exchange;
+using support::ForkedServer;
+using support::openDescriptors;
+using support::QUERY_CALLS;
 using Clock = std::chrono::steady_clock;
 
 constexpr char USAGE[] =
@@ -37,9 +37,9 @@ struct Options {
 // Answers to the six queries, with the first group as query string.
 std::vector<Entries> trueAnswers() {
     const simgateway::Model model(1, ForkedServer::STATISTICS);
-    const Entries group = apitest::statsOfGroup(model, "daemon");
-    return {apitest::allStats(model), apitest::allStatIds(model), apitest::allGroupIds(model), group, group,
-            apitest::idsOnly(group)};
+    const Entries group = support::statsOfGroup(model, "daemon");
+    return {support::allStats(model), support::allStatIds(model), support::allGroupIds(model), group, group,
+            support::idsOnly(group)};
 }
 
 const std::vector<Entries> ANSWERS = trueAnswers();
@@ -47,7 +47,7 @@ const std::vector<Entries> ANSWERS = trueAnswers();
 // Asks, walks the answer and a copy of it, and makes a query string. What is not hostile succeeds with the true answer.
 int ask(GatewayToken* token, int number, bool hostile) {
     const std::size_t index = static_cast<std::size_t>(number) % ANSWERS.size();
-    const auto walk = QUERY_CALLS[index].statistics ? apitest::walkStats : apitest::walkIds;
+    const auto walk = QUERY_CALLS[index].statistics ? support::walkStats : support::walkIds;
     ResultSetToken* result = nullptr;
     const int rc = QUERY_CALLS[index].run(token, &result, "daemon");
     EXPECT_TRUE(rc == 0 || hostile) << rc << " from query " << number;
@@ -141,7 +141,7 @@ void soakConnections(const ForkedServer& server, const Options& options) {
             rc = ask(token, i, hostile);
             EXPECT_TRUE((i % 2 == 0 ? closeGatewayConnection(&token) : closeAllGatewayConnections()) == 0 || rc != 0);
         }
-        EXPECT_EQ(openRemoteGatewayConnection(apitest::UNRESOLVABLE, 1, &token, &version), STAPI_RC_HOST_NOT_RESOLVED);
+        EXPECT_EQ(openRemoteGatewayConnection(support::UNRESOLVABLE, 1, &token, &version), STAPI_RC_HOST_NOT_RESOLVED);
         EXPECT_EQ(openRemoteGatewayConnection("127.255.255.255", 1, &token, &version), STAPI_RC_NETWORK_UNREACHABLE);
         EXPECT_EQ(setAPITraceFile("/nonexistent/trace"), STAPI_RC_TRACE_FILE_OPEN_FAILED);
         return rc;
@@ -274,7 +274,7 @@ void soakFirst(const ForkedServer& server, const Options& options) {
         return testing::UnitTest::GetInstance()->Failed() ? 1 : 0;
     };
     for (int i = 0; i < options.counts[0]; ++i) {
-        EXPECT_EQ(unittest::runInChild(race), 0) << "process " << i;
+        EXPECT_EQ(support::runInChild(race), 0) << "process " << i;
     }
 }
 

@@ -1,8 +1,8 @@
 // What the exported calls say to handles without content, or with content that no query has written.
-#include "child.h"
+#include "support/process.h"
 #include "failing_malloc.h"
 #include "simgateway/sim_gateway.h"
-#include "trace_capture.h"
+#include "support/trace_capture.h"
 
 #include "stapi_zul_diag.h"
 #include "stapi_zul_identity.h"
@@ -18,8 +18,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace unittest {
 namespace {
+
+using namespace support;
 
 TEST(Content, missingOrUnknownIsRefused) {
     TraceCapture trace(1);
@@ -175,4 +176,3 @@ TEST(Content, noCallWorksWithoutATrace) {
 }
 
 }  // namespace
-}  // namespace unittest

@@ -3,10 +3,10 @@
 #include "stapi_zul_identity.h"
 #include "zulstats.h"
 
-#include "child.h"
-#include "guarded_block.h"
+#include "support/guarded_block.h"
+#include "support/process.h"
 #include "socket_calls.h"
-#include "trace_capture.h"
+#include "support/trace_capture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,8 +33,9 @@
 #define X15 "xxxxxxxxxxxxxxx"
 #define X240 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15 X15
 
-namespace unittest {
 namespace {
+
+using namespace support;
 
 TRACE_POINT(test_entry, 7, ENTRY, 1, "test.entry()\n")
 TRACE_POINT(test_debug, 42, DEBUG, 4, "test.debug 100%% %4.4d|%s|\n")
@@ -364,4 +365,3 @@ TEST(FirstCall, ofTwoThreadsAtOnce) {
 }
 
 }  // namespace
-}  // namespace unittest

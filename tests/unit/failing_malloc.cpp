@@ -63,7 +63,7 @@ void __wrap_free(void* block) {
 
 }  // extern "C"
 
-namespace unittest {
+namespace support {
 
 AllocationFault::AllocationFault(int nth, void (*before)()) {
     counters = {true, nth, before, 0, 0, 0};
@@ -85,4 +85,4 @@ int AllocationFault::released() const {
     return counters.released;
 }
 
-}  // namespace unittest
+}  // namespace support

@@ -3,7 +3,7 @@
 #ifndef FAILING_MALLOC_H
 #define FAILING_MALLOC_H
 
-namespace unittest {
+namespace support {
 
 // While it lives, counts the calling thread's allocations and lets the nth fail, or, given a function, calls that
 // before it; with 0 none fails. One at a time.
@@ -19,6 +19,6 @@ public:
     [[nodiscard]] int released() const;  // blocks given back, whoever had allocated them
 };
 
-}  // namespace unittest
+}  // namespace support
 
 #endif

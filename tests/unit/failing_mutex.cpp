@@ -5,7 +5,7 @@
 
 namespace {
 
-using unittest::MutexCall;
+using support::MutexCall;
 
 thread_local struct {
     MutexCall call;
@@ -61,7 +61,7 @@ int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex) {
 
 }  // extern "C"
 
-namespace unittest {
+namespace support {
 
 MutexFault::MutexFault(MutexCall call, const pthread_mutex_t* mutex, int result, int error) {
     fault = {call, mutex, result, error};
@@ -79,4 +79,4 @@ MutexHook::~MutexHook() {
     hook = {};
 }
 
-}  // namespace unittest
+}  // namespace support

@@ -5,7 +5,7 @@
 
 #include <pthread.h>
 
-namespace unittest {
+namespace support {
 
 enum class MutexCall { INIT, LOCK, UNLOCK, DESTROY };
 
@@ -29,6 +29,6 @@ public:
     MutexHook& operator=(const MutexHook&) = delete;
 };
 
-}  // namespace unittest
+}  // namespace support
 
 #endif

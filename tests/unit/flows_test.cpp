@@ -5,7 +5,7 @@
 
 #include "failing_malloc.h"
 #include "scripted_peer.h"
-#include "trace_capture.h"
+#include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -14,8 +14,9 @@
 #include <string>
 #include <vector>
 
-namespace unittest {
 namespace {
+
+using namespace support;
 
 // The second request comes out of the record that the first reply was read into.
 TEST(Auth, secondStepCarriesTheFirstReply) {
@@ -154,4 +155,3 @@ TEST(Admin, requestReadAsACallReplyHasNoPayload) {
 }
 
 }  // namespace
-}  // namespace unittest

@@ -1,10 +1,10 @@
 // Connecting to a Gateway and waiting for a connect in progress.
 #include "stapi_zul_gwycon.h"
 
-#include "child.h"
+#include "support/process.h"
 #include "scripted_peer.h"
 #include "socket_calls.h"
-#include "trace_capture.h"
+#include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -17,8 +17,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-namespace unittest {
 namespace {
+
+using namespace support;
 
 // What socket, connect and the wait for a connect in progress lead to.
 TEST(ConnectToGateway, outcomes) {
@@ -139,4 +140,3 @@ TEST(WaitForConnection, largeDescriptor) {
 }
 
 }  // namespace
-}  // namespace unittest

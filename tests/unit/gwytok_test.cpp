@@ -5,13 +5,13 @@
 #include "stapi_zul_diag.h"
 #include "zulstats.h"
 
-#include "child.h"
+#include "support/process.h"
 #include "failing_malloc.h"
 #include "failing_mutex.h"
-#include "fixture.h"
+#include "support/fixture.h"
 #include "scripted_peer.h"
 #include "socket_calls.h"
-#include "trace_capture.h"
+#include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -26,10 +26,10 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 
-namespace unittest {
 namespace {
 
-using apitest::openDescriptors;
+using namespace support;
+
 using simgateway::Server;
 
 void closeAll() {
@@ -210,7 +210,7 @@ TEST_F(TokenList, closingWhileItIsUsed) {
         closeAll();
         EXPECT_EQ(allocations.taken(), allocations.released());
     }
-    EXPECT_TRUE(apitest::descriptorsComeTo(descriptors));
+    EXPECT_TRUE(fallsTo(descriptors, openDescriptors));
 }
 
 // The connection stays its parent's, with the exchange that a thread there is in; the child gives its copies back.
@@ -255,4 +255,3 @@ TEST_F(TokenList, dumpAndDeletionOfAllEndAtTheLimit) {
 }
 
 }  // namespace
-}  // namespace unittest

@@ -2,15 +2,16 @@
 #include "stapi_zul_lock.h"
 
 #include "failing_mutex.h"
-#include "trace_capture.h"
+#include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstring>
 
-namespace unittest {
 namespace {
+
+using namespace support;
 
 constexpr struct {
     int (*call)(StapiLock*);
@@ -79,4 +80,3 @@ TEST(Lock, failedMutexCallShowsErrnoInItsLineAndTheCallsResultAtExit) {
 }
 
 }  // namespace
-}  // namespace unittest

@@ -2,9 +2,9 @@
 #include "stapi_zul_resultsetbuffer.h"
 #include "stapi_zul_statcomms.h"
 
-#include "guarded_block.h"
+#include "support/guarded_block.h"
 #include "scripted_peer.h"
-#include "trace_capture.h"
+#include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,9 @@
 #include <string>
 #include <utility>
 
-namespace unittest {
 namespace {
+
+using namespace support;
 
 // An element with an item, its block tag a short one, and a failed element, its block tag a long one.
 Bytes payload(bool stats) {
@@ -60,4 +61,3 @@ TEST(Parser, linesForEachFieldChangeNothing) {
 }
 
 }  // namespace
-}  // namespace unittest

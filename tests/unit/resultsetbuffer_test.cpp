@@ -4,7 +4,7 @@
 #include "stapi_zul_diag.h"
 
 #include "failing_malloc.h"
-#include "trace_capture.h"
+#include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -17,8 +17,9 @@
 #include <string>
 #include <thread>
 
-namespace unittest {
 namespace {
+
+using namespace support;
 
 TEST(ResultSetBuffer, writersAtAnyAddress) {
     for (std::size_t shift = 0; shift < 4; ++shift) {
@@ -110,4 +111,3 @@ TEST(ResultSetDump, isOnePieceAndEndsWithItsBuffer) {
 }
 
 }  // namespace
-}  // namespace unittest

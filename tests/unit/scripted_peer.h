@@ -17,17 +17,9 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "../sim/hex.h"
+#include "support/hex.h"
 
-namespace unittest {
-
-using simtest::Bytes;
-using simtest::hex;
-using simtest::slice;
-using simtest::toHex;
-using simtest::word;
-using simtest::wordAt;
-using simtest::operator+;
+namespace support {
 
 // Header fields of a reply. The length words are those of name and body unless given.
 struct ReplyHeader {
@@ -127,6 +119,6 @@ private:
     Bytes received;
 };
 
-}  // namespace unittest
+}  // namespace support
 
 #endif

@@ -10,7 +10,7 @@
 
 namespace {
 
-thread_local unittest::SocketCalls* calls;
+thread_local support::SocketCalls* calls;
 
 // Takes the first element of a script, if there is one.
 template <typename Element>
@@ -23,7 +23,7 @@ std::optional<Element> takeFirst(std::vector<Element>& script) {
     return first;
 }
 
-bool fails(std::optional<int> unittest::SocketCalls::*error) {
+bool fails(std::optional<int> support::SocketCalls::*error) {
     if (calls == nullptr || !(calls->*error)) {
         return false;
     }
@@ -47,16 +47,16 @@ int __wrap_socket(int domain, int type, int protocol) {
     if (calls != nullptr && calls->beforeSocket != nullptr) {
         calls->beforeSocket();
     }
-    return fails(&unittest::SocketCalls::socketError) ? -1 : __real_socket(domain, type, protocol);
+    return fails(&support::SocketCalls::socketError) ? -1 : __real_socket(domain, type, protocol);
 }
 
 int __wrap_connect(int descriptor, const sockaddr* address, socklen_t size) {
-    return fails(&unittest::SocketCalls::connectError) ? -1 : __real_connect(descriptor, address, size);
+    return fails(&support::SocketCalls::connectError) ? -1 : __real_connect(descriptor, address, size);
 }
 
 int __wrap_select(int limit, fd_set* readSet, fd_set* writeSet, fd_set* exceptionSet, timeval* timeout) {
     const int descriptor = limit - 1;  // the library waits for one at a time
-    std::optional<unittest::SelectResult> scripted;
+    std::optional<support::SelectResult> scripted;
     if (calls != nullptr && timeout != nullptr) {
         const bool asExpected = readSet == nullptr && FD_ISSET(descriptor, writeSet) &&
                                 FD_ISSET(descriptor, exceptionSet) && timeout->tv_usec == 0;
@@ -66,11 +66,11 @@ int __wrap_select(int limit, fd_set* readSet, fd_set* writeSet, fd_set* exceptio
     if (!scripted) {
         return __real_select(limit, readSet, writeSet, exceptionSet, timeout);
     }
-    if (scripted->ready == unittest::Ready::NONE) {
+    if (scripted->ready == support::Ready::NONE) {
         errno = scripted->error;
         return scripted->result;
     }
-    FD_CLR(descriptor, scripted->ready == unittest::Ready::WRITABLE ? exceptionSet : writeSet);
+    FD_CLR(descriptor, scripted->ready == support::Ready::WRITABLE ? exceptionSet : writeSet);
     return 1;
 }
 
@@ -98,7 +98,7 @@ int __wrap_madvise(void* at, std::size_t size, int advice) noexcept {
     if (calls != nullptr && calls->beforeMadvise != nullptr) {
         calls->beforeMadvise();
     }
-    return fails(&unittest::SocketCalls::madviseError) ? -1 : __real_madvise(at, size, advice);
+    return fails(&support::SocketCalls::madviseError) ? -1 : __real_madvise(at, size, advice);
 }
 
 std::time_t __wrap_time(std::time_t* result) {
@@ -108,7 +108,7 @@ std::time_t __wrap_time(std::time_t* result) {
 
 }  // extern "C"
 
-namespace unittest {
+namespace support {
 
 SocketCalls::SocketCalls() {
     calls = this;
@@ -118,4 +118,4 @@ SocketCalls::~SocketCalls() {
     calls = nullptr;
 }
 
-}  // namespace unittest
+}  // namespace support

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-namespace unittest {
+namespace support {
 
 enum class Ready { NONE, WRITABLE, EXCEPTION };
 
@@ -38,6 +38,6 @@ struct SocketCalls {
     std::vector<int> modeOptions{};  // what ioctl(FIONBIO) was given
 };
 
-}  // namespace unittest
+}  // namespace support
 
 #endif

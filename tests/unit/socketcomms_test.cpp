@@ -3,10 +3,10 @@
 
 #include "zulstats.h"
 
-#include "child.h"
+#include "support/process.h"
 #include "failing_malloc.h"
 #include "scripted_peer.h"
-#include "trace_capture.h"
+#include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -22,8 +22,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace unittest {
 namespace {
+
+using namespace support;
 
 constexpr FlowReasons UNTOUCHED = {1111, 2222, 3333, 4444};
 
@@ -244,4 +245,3 @@ TEST(Sigpipe, twoThreadsLoseTheirPeersAtOnce) {
 }
 
 }  // namespace
-}  // namespace unittest

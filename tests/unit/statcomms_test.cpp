@@ -7,7 +7,7 @@
 
 #include "failing_malloc.h"
 #include "scripted_peer.h"
-#include "trace_capture.h"
+#include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -16,8 +16,9 @@
 #include <string>
 #include <vector>
 
-namespace unittest {
 namespace {
+
+using namespace support;
 
 // An init reply whose header fields come back in the call, and that call.
 const Bytes INIT_REPLY =
@@ -119,4 +120,3 @@ TEST(Queries, longTextGoesOutWhole) {
 }
 
 }  // namespace
-}  // namespace unittest

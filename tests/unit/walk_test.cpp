@@ -1,11 +1,11 @@
 // Walking over hand-made content: at every alignment, with missing and excess items, and with lengths that lead beyond
 // the buffer. The buffer ends right before a page that faults.
-#include "walk.h"
+#include "support/walk.h"
 
 #include "stapi_zul_resultsetbuffer.h"
 
-#include "guarded_block.h"
-#include "trace_capture.h"
+#include "support/guarded_block.h"
+#include "support/trace_capture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,11 +13,9 @@
 #include <cstring>
 #include <string>
 
-namespace unittest {
 namespace {
 
-using apitest::Entries;
-using apitest::Entry;
+using namespace support;
 
 std::string number(std::int64_t value) {
     const auto word = static_cast<std::uint32_t>(value);
@@ -51,7 +49,7 @@ protected:
         return text(id) + (statistics ? text(value) : "");
     }
     Entries walk(ResultSetToken* rs) const {
-        return statistics ? apitest::walkStats(rs) : apitest::walkIds(rs);
+        return statistics ? walkStats(rs) : walkIds(rs);
     }
     int call(ResultSetToken* rs, bool first) const {
         StatData stat{};
@@ -60,7 +58,7 @@ protected:
     }
     // As this kind of content can tell them.
     Entries expected(const Entries& entries) const {
-        return statistics ? entries : apitest::idsOnly(entries);
+        return statistics ? entries : idsOnly(entries);
     }
     const bool statistics = GetParam();
 };
@@ -170,4 +168,3 @@ TEST(WalkStats, valueBeyondTheBufferMovesNothing) {
 }
 
 }  // namespace
-}  // namespace unittest

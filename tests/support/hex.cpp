@@ -1,20 +1,12 @@
-// Byte sequences as text: pairs of hexadecimal digits, and characters between single quotes.
-#pragma once
+#include "hex.h"
 
-#include <cstdint>
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
-#include <string>
-#include <string_view>
 
-#include "simgateway/reply.h"
+namespace support {
 
-namespace simtest {
-
-using simgateway::Bytes;
-
-// hex("00 02 'en'") is 00 02 65 6E.
-inline Bytes hex(std::string_view text) {
+Bytes hex(std::string_view text) {
     Bytes out;
     for (std::size_t i = 0; i < text.size();) {
         if (text[i] == ' ') {
@@ -35,7 +27,7 @@ inline Bytes hex(std::string_view text) {
     return out;
 }
 
-inline std::string toHex(const Bytes& bytes) {
+std::string toHex(const Bytes& bytes) {
     std::string out;
     for (const std::uint8_t byte : bytes) {
         char pair[8];
@@ -45,26 +37,26 @@ inline std::string toHex(const Bytes& bytes) {
     return out;
 }
 
-inline Bytes word(std::uint32_t value) {
+Bytes word(std::uint32_t value) {
     return {static_cast<std::uint8_t>(value >> 24), static_cast<std::uint8_t>(value >> 16 & 0xFF),
             static_cast<std::uint8_t>(value >> 8 & 0xFF), static_cast<std::uint8_t>(value & 0xFF)};
 }
 
-inline std::uint32_t wordAt(const Bytes& bytes, std::size_t offset) {
+std::uint32_t wordAt(const Bytes& bytes, std::size_t offset) {
     return static_cast<std::uint32_t>(bytes.at(offset)) << 24 | static_cast<std::uint32_t>(bytes.at(offset + 1)) << 16 |
            static_cast<std::uint32_t>(bytes.at(offset + 2)) << 8 | bytes.at(offset + 3);
 }
 
-inline Bytes operator+(Bytes left, const Bytes& right) {
+Bytes operator+(Bytes left, const Bytes& right) {
     left.insert(left.end(), right.begin(), right.end());
     return left;
 }
 
-inline Bytes slice(const Bytes& bytes, std::size_t from, std::size_t to = static_cast<std::size_t>(-1)) {
-    const std::size_t end = to < bytes.size() ? to : bytes.size();
-    return from >= end ? Bytes()
-                       : Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(from),
-                               bytes.begin() + static_cast<std::ptrdiff_t>(end));
+Bytes slice(const Bytes& bytes, std::size_t from, std::size_t to) {
+    const auto at = [&](std::size_t offset) {
+        return bytes.begin() + static_cast<std::ptrdiff_t>(std::min(offset, bytes.size()));
+    };
+    return from < to ? Bytes(at(from), at(to)) : Bytes();
 }
 
-}  // namespace simtest
+}  // namespace support

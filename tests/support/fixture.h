@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-namespace apitest {
+namespace support {
 
 using simgateway::Exchange;
 using simgateway::Fault;
@@ -110,13 +110,6 @@ inline constexpr QueryCall QUERY_CALLS[] = {
 // The requests of this kind that the server has seen.
 [[nodiscard]] std::size_t countRequests(const simgateway::Server& server, Exchange exchange);
 
-// Descriptors that are open in this process.
-[[nodiscard]] int openDescriptors();
-
-// Whether that comes to be so many: the Gateway is this process's too, and may still be about to accept a connection
-// that is closed already.
-[[nodiscard]] bool descriptorsComeTo(int count);
-
-}  // namespace apitest
+}  // namespace support
 
 #endif

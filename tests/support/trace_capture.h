@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace unittest {
+namespace support {
 
 // A trace line's fields. Dump lines, rules and banners have no prefix.
 struct TraceLine {
@@ -56,6 +56,6 @@ private:
     std::size_t taken = 0;
 };
 
-}  // namespace unittest
+}  // namespace support
 
 #endif

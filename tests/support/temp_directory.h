@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace unittest {
+namespace support {
 
 class TempDirectory {
 public:
@@ -24,6 +24,6 @@ private:
 // The whole content of a file; throws when it cannot be read.
 [[nodiscard]] std::string readFile(const std::string& name);
 
-}  // namespace unittest
+}  // namespace support
 
 #endif

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <system_error>
 
-namespace unittest {
+namespace support {
 
 TempDirectory::TempDirectory() : path((std::filesystem::temp_directory_path() / "zulstats-unit-XXXXXX").string()) {
     if (mkdtemp(path.data()) == nullptr) {
@@ -29,4 +29,4 @@ std::string readFile(const std::string& name) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-}  // namespace unittest
+}  // namespace support

@@ -1,4 +1,4 @@
-#include "child.h"
+#include "process.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -6,13 +6,18 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <system_error>
 
-namespace unittest {
+namespace support {
 
 namespace {
 
 constexpr int THREW = 254;
+
+int entriesOf(const char* directory) {
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator(directory), {}));
+}
 
 }  // namespace
 
@@ -43,4 +48,20 @@ int runInChild(const std::function<int()>& work, unsigned seconds) {
     return WEXITSTATUS(status) == THREW ? -1 : WEXITSTATUS(status);
 }
 
-}  // namespace unittest
+int openDescriptors() {
+    return entriesOf("/proc/self/fd") - 1;  // the one that reads the directory is always among them
+}
+
+int runningThreads() {
+    return entriesOf("/proc/self/task");
+}
+
+bool fallsTo(int count, int (*current)()) {
+    constexpr int ATTEMPTS = 5000;
+    for (int i = 0; i < ATTEMPTS && current() > count; ++i) {
+        usleep(2000);
+    }
+    return current() == count;
+}
+
+}  // namespace support

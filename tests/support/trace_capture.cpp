@@ -12,7 +12,7 @@
 #include <regex>
 #include <stdexcept>
 
-namespace unittest {
+namespace support {
 
 namespace {
 
@@ -129,4 +129,4 @@ std::vector<int> TraceCapture::takeNumbers(const std::vector<int>& wanted) {
     return numbers;
 }
 
-}  // namespace unittest
+}  // namespace support

@@ -13,7 +13,7 @@
 #include <random>
 #include <stdexcept>
 
-namespace soaktest {
+namespace support {
 
 // Serves the first model, of this many statistics unless options say otherwise, until its parent ends it or is gone.
 // Made before there are threads.
@@ -110,6 +110,6 @@ private:
     std::uint16_t portNumber = 0;
 };
 
-}  // namespace soaktest
+}  // namespace support
 
 #endif

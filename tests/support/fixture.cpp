@@ -4,11 +4,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
-#include <thread>
 
-namespace apitest {
+namespace support {
 
 namespace {
 
@@ -90,18 +87,4 @@ std::size_t countRequests(const simgateway::Server& server, Exchange exchange) {
                       [exchange](const simgateway::Request& request) { return request.exchange == exchange; }));
 }
 
-int openDescriptors() {
-    // The one that reads the directory is always among them.
-    const std::filesystem::directory_iterator entries("/proc/self/fd");
-    return static_cast<int>(std::distance(begin(entries), end(entries))) - 1;
-}
-
-bool descriptorsComeTo(int count) {
-    const auto limit = std::chrono::steady_clock::now() + PATIENCE;
-    while (openDescriptors() != count && std::chrono::steady_clock::now() < limit) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return openDescriptors() == count;
-}
-
-}  // namespace apitest
+}  // namespace support

@@ -5,7 +5,7 @@
 #include <ostream>
 #include <string_view>
 
-namespace apitest {
+namespace support {
 
 namespace {
 
@@ -98,4 +98,4 @@ Entries statsOfGroup(const simgateway::Model& model, const std::string& group, s
     return entries;
 }
 
-}  // namespace apitest
+}  // namespace support

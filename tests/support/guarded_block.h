@@ -10,7 +10,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-namespace unittest {
+namespace support {
 
 class GuardedBlock {
 public:
@@ -47,6 +47,6 @@ private:
     unsigned char* start = nullptr;
 };
 
-}  // namespace unittest
+}  // namespace support
 
 #endif

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace apitest {
+namespace support {
 
 // One entry of either kind; an identifier has no value, a failed query element neither.
 struct Entry {
@@ -40,6 +40,6 @@ using Entries = std::vector<Entry>;
 [[nodiscard]] Entries allGroupIds(const simgateway::Model& model);
 [[nodiscard]] Entries statsOfGroup(const simgateway::Model& model, const std::string& group, std::uint64_t seconds = 0);
 
-}  // namespace apitest
+}  // namespace support
 
 #endif
