@@ -61,19 +61,19 @@ Expected withoutMemory(const Event& event, bool onward) {
 
 Expected withoutCall(const Event& event, int harm) {
     Expected expected{.step = event.step};
-    if (event.call == IOCTL || event.step >= CLOSE || harm == ONE_BYTE) {
+    if (event.call == Call::ioctl || event.step >= CLOSE || harm == ONE_BYTE) {
         return expected;
     }
-    const bool nothingUnread = event.call == SEND && harm != HALF;
-    const int exchange = event.call == RECV ? (event.nth + 1) / 2 : event.nth;
-    if (event.call == SOCKET || event.call == CONNECT) {
+    const bool nothingUnread = event.call == Call::send && harm != HALF;
+    const int exchange = event.call == Call::recv ? (event.nth + 1) / 2 : event.nth;
+    if (event.call == Call::socket || event.call == Call::connect) {
         expected.codes = {STAPI_RC_CONNECT_FAILED};
     } else if (event.step != OPEN || exchange > 3 || harm == HALF) {
         expected.codes = LOST;
     } else if (!nothingUnread) {
         expected.codes = FAILS;  // in handshake or authorisation
     }
-    expected.next = nothingUnread ? Codes{0} : event.call == RECV && event.nth == 2 ? Codes{} : FAILS;
+    expected.next = nothingUnread ? Codes{0} : event.call == Call::recv && event.nth == 2 ? Codes{} : FAILS;
     return expected;
 }
 
@@ -95,16 +95,15 @@ void walkMemory(Walk& walk) {
 }
 
 void walkCalls(Walk& walk) {
-    constexpr const char* NAMES[] = {"", "socket", "ioctl", "connect", "send", "select", "recv", "close"};
     walk.reference(false);
     for (int i = 0; i < record->events; ++i) {
         const Event event = record->event[i];
         Codes harms = {EINTR, ECONNRESET, EPIPE, ENOMEM, EMFILE};
-        if (event.call == SEND || event.call == RECV) {
-            harms.insert(harms.end(), {ZERO, event.call == SEND ? HALF : ONE_BYTE});
+        if (event.call == Call::send || event.call == Call::recv) {
+            harms.insert(harms.end(), {ZERO, event.call == Call::send ? HALF : ONE_BYTE});
         }
         for (const int harm : harms) {
-            const std::string call = NAMES[event.call] + std::to_string(event.nth);
+            const std::string call = support::nameOf(event.call) + std::to_string(event.nth);
             walk.point(stepName(event.step) + "." + call + "." + std::to_string(harm), [&](Server& server) {
                 hooks = {.target = i, .harm = harm};
                 converse(server, withoutCall(event, harm));

@@ -2,7 +2,6 @@
 
 #include "support/process.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -56,7 +55,7 @@ void converse(const Server& server, const Expected& expected, int level, int que
     };
     const auto step = [&](int number, const std::function<int()>& call) {
         hooks.step = number;
-        std::fill_n(hooks.nth, CALLS, 0);
+        hooks.nth.clear();
         hooks.on = true;
         errno = errnoBefore;
         const int rc = call();
@@ -110,6 +109,7 @@ void converse(const Server& server, const Expected& expected, int level, int que
 void Walk::point(const std::string& point, const std::function<void(Server&)>& body) {
     const auto work = [&] {
         Server server({.stats = STATISTICS});
+        const HookedCalls calls;
         body(server);
         return testing::UnitTest::GetInstance()->Failed() ? 1 : 0;
     };

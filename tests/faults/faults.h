@@ -4,9 +4,11 @@
 #define FAULTS_H
 
 #include "support/fixture.h"
+#include "support/interposer.h"
 #include "support/walk.h"
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -14,19 +16,19 @@ namespace faults {
 
 using simgateway::Bytes;
 using simgateway::Server;
+using support::Call;
 using support::Exchange;
-
-enum Call { ALLOCATE, SOCKET, IOCTL, CONNECT, SEND, SELECT, RECV, CLOSE_SOCKET, CALLS };
 
 enum Harm { UNHARMED = 0, ZERO = -1, HALF = -2, ONE_BYTE = -3 };  // positive: the errno with which a call fails
 
 struct Event {
     int step;
-    Call call;
-    int nth;  // call of its kind in the step, from 1
+    Call call;  // malloc for any allocation
+    int nth;    // of its kind in the step, from 1
 };
 
-// How the calls that the library makes, not those of the Gateway's threads, are counted and harmed.
+// How the calls that the library makes, not those of the Gateway's threads, are counted and harmed: allocations, and
+// those of the system from socket to close.
 struct Hooks {
     bool on = false;           // while the library runs
     bool allocations = false;  // counts these, else calls of the system
@@ -37,9 +39,14 @@ struct Hooks {
     int held = 0;  // blocks taken and not released
     int seen = 0;
     int step = 0;
-    int nth[CALLS] = {};
+    int met = UNHARMED;  // by the call under way
+    std::map<Call, int> nth{};
 };
-extern thread_local Hooks hooks;
+extern Hooks hooks;
+
+struct HookedCalls : support::Script {
+    HookedCalls();
+};
 
 // The events of a conversation without harm and the replies that it received, for all processes to read.
 struct Record {

@@ -1,8 +1,8 @@
 // What the trace says when something fails: exceptions and events.
 #include "recording.h"
 
+#include "support/interposer.h"
 #include "support/process.h"
-#include "failing_malloc.h"
 
 #include <gmock/gmock.h>
 

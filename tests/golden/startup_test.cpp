@@ -1,9 +1,8 @@
 // Initialisation that fails, in processes of their own.
 #include "recording.h"
 
+#include "support/interposer.h"
 #include "support/process.h"
-#include "failing_malloc.h"
-#include "failing_mutex.h"
 #include "stapi_zul_diag.h"
 #include "stapi_zul_gwytok.h"
 
@@ -17,8 +16,9 @@ namespace {
 
 using golden::Keep;
 using support::AllocationFault;
-using support::MutexCall;
-using support::MutexFault;
+using support::Call;
+using support::CallFault;
+using support::Outcome;
 
 struct Failure {
     const char* name;
@@ -28,9 +28,13 @@ struct Failure {
 
 const Failure FAILURES[] = {
     {"no-trace-lock", STAPI_RC_TRACE_INIT_FAILED,
-     [] { return std::make_shared<MutexFault>(MutexCall::INIT, &traceLock.mutex, ENOMEM, ENOMEM); }},
+     [] {
+         return std::make_shared<CallFault>(Call::pthread_mutex_init, Outcome{ENOMEM, ENOMEM}, &traceLock.mutex);
+     }},
     {"no-list-lock", STAPI_RC_LOCK_INIT_FAILED,
-     [] { return std::make_shared<MutexFault>(MutexCall::INIT, &gtlLock.mutex, EAGAIN, EAGAIN); }},
+     [] {
+         return std::make_shared<CallFault>(Call::pthread_mutex_init, Outcome{EAGAIN, EAGAIN}, &gtlLock.mutex);
+     }},
     {"no-trace-memory", STAPI_RC_NO_MEMORY, [] { return std::make_shared<AllocationFault>(1); }},
     {"list-lock-taken", STAPI_RC_LOCK_ALREADY_INITIALIZED,
      [] {

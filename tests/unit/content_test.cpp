@@ -1,6 +1,6 @@
 // What the exported calls say to handles without content, or with content that no query has written.
+#include "support/interposer.h"
 #include "support/process.h"
-#include "failing_malloc.h"
 #include "simgateway/sim_gateway.h"
 #include "support/trace_capture.h"
 

@@ -3,9 +3,9 @@
 #include "stapi_zul_identity.h"
 #include "zulstats.h"
 
+#include "support/interposer.h"
 #include "support/guarded_block.h"
 #include "support/process.h"
-#include "socket_calls.h"
 #include "support/trace_capture.h"
 
 #include <gmock/gmock.h>
@@ -328,9 +328,9 @@ TEST(ProcessId, isTheCallersOwn) {
     for (const bool kept : {true, false}) {
         SCOPED_TRACE(kept);
         EXPECT_EQ(runInChild([kept] {
-                      SocketCalls calls;
+                      std::optional<CallFault> fault;
                       if (!kept) {
-                          calls.madviseError = EINVAL;
+                          fault.emplace(Call::madvise, Outcome{EINVAL});
                       }
                       keepProcessId();
                       if (!namesTheCaller() || runInChild([] { return namesTheCaller() ? 0 : 1; }) != 0) {
@@ -352,11 +352,10 @@ TEST(FirstCall, ofTwoThreadsAtOnce) {
     static std::thread second;
     static std::atomic<int> secondRc = -1;
     EXPECT_EQ(runInChild([] {
-                  SocketCalls calls;
-                  calls.beforeMadvise = [] {
+                  const CallHook hook(Call::madvise, [] {
                       second = std::thread([] { secondRc = closeAllGatewayConnections(); });
                       std::this_thread::sleep_for(std::chrono::milliseconds(100));
-                  };
+                  });
                   const int rc = closeAllGatewayConnections();
                   second.join();
                   return rc == 0 && secondRc == 0 ? 0 : 1;

@@ -3,8 +3,8 @@
 #include "stapi_zul_socketcomms.h"
 #include "zulstats.h"
 
-#include "failing_malloc.h"
 #include "scripted_peer.h"
+#include "support/interposer.h"
 #include "support/trace_capture.h"
 
 #include <gtest/gtest.h>

@@ -1,25 +1,56 @@
 // Connecting to a Gateway and waiting for a connect in progress.
 #include "stapi_zul_gwycon.h"
 
+#include "support/interposer.h"
 #include "support/process.h"
 #include "scripted_peer.h"
-#include "socket_calls.h"
 #include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <cstdint>
 #include <optional>
 #include <string>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
 
 using namespace support;
+
+enum class Ready { NONE, WRITABLE, EXCEPTION };
+
+// The result of one select: `result` with `error`, or the set in which its descriptor is found ready.
+struct SelectResult {
+    int result = 0;
+    int error = 0;
+    Ready ready = Ready::NONE;
+};
+
+// A script for a connect in progress.
+struct Connecting : Script {
+    Connecting() {
+        select = [this](int limit, fd_set* in, fd_set* out, fd_set* odd, timeval* wait) {
+            const int descriptor = limit - 1;
+            const bool asExpected = in == nullptr && FD_ISSET(descriptor, out) && FD_ISSET(descriptor, odd);
+            timeouts.push_back(asExpected && wait->tv_usec == 0 ? wait->tv_sec : -1);
+            if (timeouts.size() > results.size()) {
+                return real::select(limit, in, out, odd, wait);
+            }
+            const SelectResult& found = results[timeouts.size() - 1];
+            errno = found.error;
+            FD_CLR(descriptor, found.ready == Ready::WRITABLE ? odd : out);
+            return found.ready == Ready::NONE ? found.result : 1;
+        };
+    }
+    std::vector<SelectResult> results{};  // one a call; after the last select does its work
+    std::vector<long> timeouts{};         // -1 where it was not asked for writable or exception alone
+};
 
 // What socket, connect and the wait for a connect in progress lead to.
 TEST(ConnectToGateway, outcomes) {
@@ -55,20 +86,30 @@ TEST(ConnectToGateway, outcomes) {
     for (const auto& one : cases) {
         SCOPED_TRACE(&one - cases);
         TraceCapture trace(4);
-        SocketCalls calls;
-        calls.connectError = one.connectError;
-        calls.selectResults = {one.select};
-        calls.pendingError = one.pendingError;
+        std::vector<int> modes;
+        Connecting calls;
+        const CallFault fault(Call::connect, {one.connectError});
+        calls.results = {one.select};
+        calls.getsockopt = [&one](int descriptor, int level, int option, void* value, socklen_t* size) {
+            const int rc = real::getsockopt(descriptor, level, option, value, size);
+            if (one.pendingError && level == SOL_SOCKET && option == SO_ERROR) {
+                std::memcpy(value, &*one.pendingError, *size);
+            }
+            return rc;
+        };
+        calls.ioctl = [&modes](int descriptor, unsigned long request, long argument) {
+            modes.push_back(request == FIONBIO ? static_cast<int>(argument) : -1);
+            return real::ioctl(descriptor, request, argument);
+        };
         std::int32_t descriptor = -1;
         EXPECT_EQ(connectToGateway(1, "127.0.0.1", &descriptor), one.expected);
         EXPECT_EQ(trace.takeNumbers({9999, 3003, 3004, 3005, 3006, 3014, 3015, 3016, 3017}), one.numbers);
-        EXPECT_EQ(calls.modeOptions.at(0), 1);  // by value, so the socket stays blocking
+        EXPECT_EQ(modes.at(0), 1);  // by value, so the socket stays blocking
         EXPECT_EQ(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
         EXPECT_EQ(fcntl(descriptor, F_GETFL) & O_NONBLOCK, 0);
         close(descriptor);
     }
-    SocketCalls calls;
-    calls.socketError = EMFILE;
+    const CallFault fault(Call::socket, {EMFILE});
     std::int32_t descriptor = 4711;
     EXPECT_EQ(connectToGateway(1, "127.0.0.1", &descriptor), STAPI_RC_SOCKET_CREATE_FAILED);
     EXPECT_EQ(descriptor, -1);
@@ -79,8 +120,7 @@ TEST(ConnectToGateway, socketHasNoStandardStreamsNumber) {
     EXPECT_EQ(runInChild([] {
                   close(STDIN_FILENO);
                   close(STDERR_FILENO);
-                  SocketCalls calls;
-                  calls.connectError = ECONNREFUSED;
+                  const CallFault fault(Call::connect, {ECONNREFUSED});
                   std::int32_t descriptor = -1;
                   const int rc = connectToGateway(1, "127.0.0.1", &descriptor);
                   const bool isFree = fcntl(STDIN_FILENO, F_GETFD) == -1 && fcntl(STDERR_FILENO, F_GETFD) == -1;
@@ -109,9 +149,11 @@ TEST(WaitForConnection, interruptedWaitGoesOn) {
     for (const auto& [elapsed, seconds] :
          {std::pair(0, 1L), {1, 59}, {2, 58}, {30, 30}, {59, 1}, {60, 1}, {61, 1}, {86400, 1}, {-1, 1}}) {
         SCOPED_TRACE(elapsed);
-        SocketCalls calls;
-        calls.selectResults = {{.result = -1, .error = EINTR}, {.result = -1, .error = EINTR}, {.result = 0}};
-        calls.times = {START, START + elapsed, START + 20};
+        const std::vector<std::time_t> times = {START, START + elapsed, START + 20};
+        std::size_t asked = 0;
+        Connecting calls;
+        calls.results = {{.result = -1, .error = EINTR}, {.result = -1, .error = EINTR}, {.result = 0}};
+        calls.time = [&](std::time_t*) { return times.at(asked++); };
         const Waited waited = waitOn(pair.library);
         EXPECT_EQ(waited.rc, STAPI_RC_SOCKET_CONNECT_TIMEOUT);
         EXPECT_EQ(waited.error, 4711);

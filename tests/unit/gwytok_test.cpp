@@ -5,12 +5,10 @@
 #include "stapi_zul_diag.h"
 #include "zulstats.h"
 
+#include "support/interposer.h"
 #include "support/process.h"
-#include "failing_malloc.h"
-#include "failing_mutex.h"
 #include "support/fixture.h"
 #include "scripted_peer.h"
-#include "socket_calls.h"
 #include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
@@ -164,8 +162,7 @@ TEST_F(TokenList, closingWhileItIsUsed) {
     {
         Server silent;  // nobody waits for it
         silent.inject(simgateway::Exchange::handshake, {.silent = true});
-        SocketCalls calls;
-        calls.beforeSocket = closeAll;
+        const CallHook hook(Call::socket, closeAll);
         const AllocationFault allocations(0);
         EXPECT_EQ(openGatewayConnection(silent.port(), &token, &version), STAPI_RC_GATEWAY_CONNECTION_LOST);
         EXPECT_EQ(allocations.taken(), allocations.released());
@@ -191,7 +188,7 @@ TEST_F(TokenList, closingWhileItIsUsed) {
         char former[] = "the caller's own";
         version = former;
         trace.setLevel(1);
-        const MutexHook hook(MutexCall::LOCK, &traceLock.mutex, closeAll);  // for the line that says so
+        const CallHook hook(Call::pthread_mutex_lock, closeAll, &traceLock.mutex);  // for the line that says so
         const AllocationFault allocations(0);
         EXPECT_EQ(openGatewayConnection(talkative.port(), &token, &version), STAPI_RC_GATEWAY_CONNECTION_LOST);
         EXPECT_EQ(allocations.taken(), allocations.released());

@@ -1,7 +1,7 @@
 // The lock wrapper: codes and markers.
 #include "stapi_zul_lock.h"
 
-#include "failing_mutex.h"
+#include "support/interposer.h"
 #include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
@@ -15,13 +15,13 @@ using namespace support;
 
 constexpr struct {
     int (*call)(StapiLock*);
-    MutexCall mutexCall;
+    Call mutexCall;
     int failedCode;
     int firstNumber;  // entry; not initialised, failed and exit follow
 } GUARDED[] = {
-    {requestLock, MutexCall::LOCK, -4, 3103},
-    {releaseLock, MutexCall::UNLOCK, -5, 3107},
-    {destroyLock, MutexCall::DESTROY, -4, 3111},
+    {requestLock, Call::pthread_mutex_lock, -4, 3103},
+    {releaseLock, Call::pthread_mutex_unlock, -5, 3107},
+    {destroyLock, Call::pthread_mutex_destroy, -4, 3111},
 };
 
 TEST(Lock, recordWithoutItsMarkerIsRefusedAndItsMutexNotTouched) {
@@ -62,7 +62,7 @@ TEST(Lock, failedMutexCallShowsErrnoInItsLineAndTheCallsResultAtExit) {
         ASSERT_EQ(initializeLock(&lock), 0);
         TraceCapture trace(5);
         {
-            const MutexFault fault(operation.mutexCall, &lock.mutex, EBUSY, 77);
+            const CallFault fault(operation.mutexCall, {.error = 77, .result = EBUSY}, &lock.mutex);
             EXPECT_EQ(operation.call(&lock), operation.failedCode);
         }
         const std::vector<std::string> lines = trace.take();
@@ -74,7 +74,7 @@ TEST(Lock, failedMutexCallShowsErrnoInItsLineAndTheCallsResultAtExit) {
     }
     StapiLock lock{};
     lock.marker = LOCK_DESTROYED;
-    const MutexFault fault(MutexCall::INIT, &lock.mutex, ENOMEM, 77);
+    const CallFault fault(Call::pthread_mutex_init, {.error = 77, .result = ENOMEM}, &lock.mutex);
     EXPECT_EQ(initializeLock(&lock), STAPI_RC_LOCK_INIT_FAILED);
     EXPECT_EQ(isLockInitialized(&lock), LOCK_DESTROYED);
 }

@@ -3,7 +3,7 @@
 
 #include "stapi_zul_diag.h"
 
-#include "failing_malloc.h"
+#include "support/interposer.h"
 #include "support/trace_capture.h"
 
 #include <gtest/gtest.h>

@@ -3,8 +3,8 @@
 
 #include "zulstats.h"
 
+#include "support/interposer.h"
 #include "support/process.h"
-#include "failing_malloc.h"
 #include "scripted_peer.h"
 #include "support/trace_capture.h"
 

@@ -5,8 +5,8 @@
 #include "stapi_zul_resultsetbuffer.h"
 #include "stapi_zul_statquery.h"
 
-#include "failing_malloc.h"
 #include "scripted_peer.h"
+#include "support/interposer.h"
 #include "support/trace_capture.h"
 
 #include <gtest/gtest.h>

@@ -1,0 +1,21 @@
+// The calls that a test program's own objects, the library's among them, make through the interposer: result, name,
+// parameters, and the arguments that pass them on. CMakeLists.txt reads the names for the linker.
+CALL(void*, malloc, (std::size_t size), size)
+CALL(void*, calloc, (std::size_t count, std::size_t size), count, size)
+CALL(char*, strdup, (const char* text), text)
+CALL(void, free, (void* block), block)
+CALL(int, pthread_mutex_init, (pthread_mutex_t * mutex, const pthread_mutexattr_t* attributes), mutex, attributes)
+CALL(int, pthread_mutex_lock, (pthread_mutex_t * mutex), mutex)
+CALL(int, pthread_mutex_unlock, (pthread_mutex_t * mutex), mutex)
+CALL(int, pthread_mutex_destroy, (pthread_mutex_t * mutex), mutex)
+CALL(int, socket, (int domain, int type, int protocol), domain, type, protocol)
+CALL(int, ioctl, (int descriptor, unsigned long request, long argument), descriptor, request, argument)
+CALL(int, connect, (int descriptor, const sockaddr* to, socklen_t size), descriptor, to, size)
+CALL(int, getsockopt, (int descriptor, int level, int option, void* value, socklen_t* size), descriptor, level, option,
+     value, size)
+CALL(ssize_t, send, (int descriptor, const void* bytes, std::size_t size, int flags), descriptor, bytes, size, flags)
+CALL(int, select, (int limit, fd_set* in, fd_set* out, fd_set* odd, timeval* wait), limit, in, out, odd, wait)
+CALL(ssize_t, recv, (int descriptor, void* bytes, std::size_t size, int flags), descriptor, bytes, size, flags)
+CALL(int, close, (int descriptor), descriptor)
+CALL(int, madvise, (void* at, std::size_t size, int advice), at, size, advice)
+CALL(std::time_t, time, (std::time_t * result), result)
