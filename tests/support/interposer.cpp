@@ -22,7 +22,8 @@ const void* objectOf(First first, Rest...) {
 template <typename Result, typename... Parameters>
 Result pass(Call call, std::function<Result(Parameters...)> Script::*instead, Result (*real)(Parameters...),
             Parameters... arguments) {
-    for (Script* script = scripts; script != nullptr; script = script->next) {
+    const Script* worker = nullptr;
+    for (const Script* script = scripts; script != nullptr; script = script->next) {
         const auto outcome = script->before ? script->before(call, objectOf(arguments...)) : std::nullopt;
         if (outcome) {
             errno = outcome->error;
@@ -32,13 +33,9 @@ Result pass(Call call, std::function<Result(Parameters...)> Script::*instead, Re
                 return static_cast<Result>(outcome->result);
             }
         }
+        worker = worker == nullptr && script->*instead ? script : worker;
     }
-    for (Script* script = scripts; script != nullptr; script = script->next) {
-        if (script->*instead) {
-            return (script->*instead)(arguments...);
-        }
-    }
-    return real(arguments...);
+    return worker == nullptr ? real(arguments...) : (worker->*instead)(arguments...);
 }
 
 }  // namespace
