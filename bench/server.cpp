@@ -17,14 +17,16 @@
 namespace bench {
 namespace {
 
+using support::message;
+
 constexpr unsigned LIFE_SECONDS = 900;
 
 struct Replies {
-    Bytes handshake = message("BASE", 5, words({0}));
-    Bytes close = message("BASE", 10, words({0}));
-    Bytes firstAuth = message("Auth", 1, words({1, 0, 11, 12, 13}));
-    Bytes secondAuth = message("Auth", 1, words({1, 0, 21, 22}));
-    Bytes init = message("Admin", 1, words({0, 0, 31}));
+    Bytes handshake = message({.name = "BASE", .flowType = 5}, Bytes(4));
+    Bytes close = message({.name = "BASE", .flowType = 10}, Bytes(4));
+    Bytes firstAuth = message({.name = "Auth"}, support::hex("00000001 00000000 0000000B 0000000C 0000000D"));
+    Bytes secondAuth = message({.name = "Auth"}, support::hex("00000001 00000000 00000015 00000016"));
+    Bytes init = message({}, support::initBody(31));
     Bytes version = callReply(simgateway::attributePayload("1_0_0_0"));
     Bytes invoke;
 };

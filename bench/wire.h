@@ -9,10 +9,11 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
-#include <string_view>
 
 #include "bytes.h"
 #include "stapi_zul_resultsetbuffer.h"
+#include "support/message.h"
+#include "support/payload.h"
 
 namespace bench {
 
@@ -22,70 +23,8 @@ inline constexpr std::size_t HEADER_SIZE = 29;        // without the request nam
 inline constexpr std::size_t ADMIN_HEADER_SIZE = 34;  // with "Admin"
 inline constexpr std::size_t CALL_REPLY_HEAD = 9;     // of a reply body, before the payload
 
-// Not inlined: the compiler would take the growing of a vector whose size it knows for an overflow.
-[[gnu::noinline]] inline void append(Bytes* out, const void* from, std::size_t count) {
-    const auto* bytes = static_cast<const std::uint8_t*>(from);
-    out->insert(out->end(), bytes, bytes + count);
-}
-
-inline void appendWord(Bytes* out, std::uint32_t value) {
-    unsigned char word[4];
-    putU32(word, value);
-    append(out, word, sizeof word);
-}
-
-inline void appendText(Bytes* out, std::string_view text) {
-    unsigned char length[2];
-    putU16(length, static_cast<std::uint16_t>(text.size()));
-    append(out, length, sizeof length);
-    append(out, text.data(), text.size());
-}
-
-inline Bytes words(std::initializer_list<std::uint32_t> values) {
-    Bytes out;
-    for (const std::uint32_t value : values) {
-        appendWord(&out, value);
-    }
-    return out;
-}
-
-// A request or a reply.
-inline Bytes message(std::string_view name, std::uint32_t flowType, const Bytes& body) {
-    const auto nameLength = static_cast<std::uint32_t>(name.size());
-    Bytes out = words({0x47617465, 0x00700000, flowType, 0, 0, nameLength});
-    append(&out, name.data(), nameLength);
-    append(&out, "", 1);
-    appendWord(&out, static_cast<std::uint32_t>(body.size()));
-    append(&out, body.data(), body.size());
-    return out;
-}
-
-inline Bytes initRequest() {
-    return message("Admin", 1, words({0}));
-}
-
-// The call that getStats makes.
-inline Bytes invokeRequest() {
-    Bytes call;
-    for (const char* text :
-         {"US", "en", "", "DefaultDomain:ProdId=com.qal.zul,Activity=Control,type=Stats", "GET_STATS"}) {
-        appendText(&call, text);
-    }
-    appendWord(&call, 1);
-    append(&call, "\xAC\xED\0\5t", 5);
-    appendText(&call, "");
-    appendWord(&call, 1);
-    appendText(&call, "java.lang.String");
-    Bytes body = words({5, 0, static_cast<std::uint32_t>(call.size())});
-    append(&body, call.data(), call.size());
-    return message("Admin", 1, body);
-}
-
 inline Bytes callReply(const Bytes& payload) {
-    Bytes body = words({1, 0});
-    append(&body, "", 1);
-    append(&body, payload.data(), payload.size());
-    return message("Admin", 1, body);
+    return support::message({}, support::callBody(payload));
 }
 
 // ---- content --------------------------------------------------------------------------------------------------------
@@ -133,115 +72,85 @@ inline long expectedSum(int count) {
 
 // ---- yardsticks -----------------------------------------------------------------------------------------------------
 
-struct WireText {
-    const unsigned char* chars;
-    std::size_t length;
-};
-
-// Goes through the payload of a statistics reply: onElement(text, rc, count) and onItem(id, value), each false to end.
-// False when the payload ends early.
-template <typename OnElement, typename OnItem>
-[[gnu::always_inline]] inline bool scanReply(const unsigned char* at, const unsigned char* end, OnElement onElement,
-                                             OnItem onItem) {
-    const auto skip = [&](std::ptrdiff_t count) { return end - at >= count && (at += count, true); };
-    const auto text = [&](WireText* found) {
-        if (end - at < 2) {
-            return false;
-        }
-        const auto length = static_cast<std::int16_t>(getU16(at));
-        *found = {at + 2, static_cast<std::size_t>(length)};
-        return length >= 0 && skip(2 + length);
-    };
-    const auto word = [&](std::int32_t* value) {
-        if (end - at < 4) {
-            return false;
-        }
-        *value = getI32(at);
-        at += 4;
-        return true;
-    };
-    if (end - at < 1) {
-        return false;
-    }
-    std::int32_t elements = 1;
-    if (*at++ == 1 && !word(&elements)) {
-        return false;
-    }
-    for (std::int32_t element = 0; element < elements; ++element) {
-        WireText found;
-        WireText value;
-        std::int32_t rc = 0;
-        std::int32_t items = 0;
-        if (!skip(6) || !text(&found) || !skip(13) || !text(&found) || !skip(14) || !skip(at[-1] == 0x77 ? 1 : 4) ||
-            !text(&found) || !word(&rc) || (rc >= 0 && !word(&items)) || !onElement(found, rc, items)) {
-            return false;
-        }
-        if (rc < 0) {
-            at += 1;
-            continue;
-        }
-        if (!skip(2) || !text(&value) || !skip(8)) {
-            return false;
-        }
-        for (std::int32_t item = 0; item < items; ++item) {
-            if (!skip(7) || !text(&found) || !text(&value) || !onItem(found, value)) {
-                return false;
-            }
-            at += 2;
-        }
-    }
-    return true;
-}
-
 // Walks a reply where it was received.
 [[gnu::noinline]] inline long walkReply(const unsigned char* payload, std::size_t size) {
-    long sum = 0;
-    const bool whole = scanReply(
-        payload, payload + size, [](const WireText&, std::int32_t, std::int32_t) { return true; },
-        [&](const WireText& id, const WireText& value) {
-            sum += entrySum(id.chars, id.length, value.chars, value.length);
+    struct Sink {
+        static bool count(std::int32_t) {
             return true;
-        });
-    return whole ? sum : -1;
+        }
+        static bool element(const support::PayloadText&, bool) {
+            return true;
+        }
+        static bool code(std::int32_t) {
+            return true;
+        }
+        static bool items(std::int32_t) {
+            return true;
+        }
+        bool id(const support::PayloadText& text) {
+            latest = text;
+            return true;
+        }
+        bool value(const support::PayloadText& text) {
+            sum += entrySum(latest.chars, latest.length, text.chars, text.length);
+            return true;
+        }
+        support::PayloadText latest{};
+        long sum = 0;
+    } sink;
+    return support::readPayload(payload, payload + size, true, sink) != nullptr ? sink.sum : -1;
 }
 
 // Lays a reply into a result set buffer; the size of the content, or -1.
 [[gnu::noinline]] inline long layOut(const unsigned char* payload, std::size_t size, char* buffer,
                                      std::size_t capacity) {
-    char* out = buffer + EYECATCHER_SIZE + 4;
-    char* const limit = buffer + capacity - sizeof RESULT_SET_TERMINATOR;
-    std::uint32_t elements = 0;
-    const auto word = [&](std::uint32_t value) {
-        std::memcpy(out, &value, sizeof value);
-        out += sizeof value;
-    };
-    const auto text = [&](const WireText& from) {
-        if (limit - out < static_cast<std::ptrdiff_t>(4 + from.length)) {
-            return false;
+    struct Sink {
+        void word(std::uint32_t value) {
+            std::memcpy(out, &value, sizeof value);
+            out += sizeof value;
         }
-        word(static_cast<std::uint32_t>(from.length));
-        std::memcpy(out, from.chars, from.length);
-        out += from.length;
-        return true;
-    };
-    const bool whole = scanReply(
-        payload, payload + size,
-        [&](const WireText& query, std::int32_t rc, std::int32_t items) {
+        bool text(const support::PayloadText& from) {
+            if (limit - out < static_cast<std::ptrdiff_t>(4 + from.length)) {
+                return false;
+            }
+            word(static_cast<std::uint32_t>(from.length));
+            std::memcpy(out, from.chars, from.length);
+            out += from.length;
+            return true;
+        }
+        static bool count(std::int32_t) {
+            return true;
+        }
+        bool element(const support::PayloadText& query, bool) {
             ++elements;
-            if (!text(query) || limit - out < 8) {
+            return text(query);
+        }
+        bool code(std::int32_t rc) {
+            if (limit - out < 8) {
                 return false;
             }
             word(static_cast<std::uint32_t>(rc));
-            if (rc >= 0) {
-                word(static_cast<std::uint32_t>(items));
-            }
             return true;
-        },
-        [&](const WireText& id, const WireText& value) { return text(id) && text(value); });
-    word(RESULT_SET_TERMINATOR);
+        }
+        bool items(std::int32_t number) {
+            word(static_cast<std::uint32_t>(number));
+            return true;
+        }
+        bool id(const support::PayloadText& from) {
+            return text(from);
+        }
+        bool value(const support::PayloadText& from) {
+            return text(from);
+        }
+        char* out;
+        char* const limit;
+        std::uint32_t elements = 0;
+    } sink{buffer + EYECATCHER_SIZE + 4, buffer + capacity - sizeof RESULT_SET_TERMINATOR};
+    const bool whole = support::readPayload(payload, payload + size, true, sink) != nullptr;
+    std::memcpy(sink.out, &RESULT_SET_TERMINATOR, sizeof RESULT_SET_TERMINATOR);
     std::memcpy(buffer, STATS_CONTENT_MARKER, EYECATCHER_SIZE);
-    std::memcpy(buffer + EYECATCHER_SIZE, &elements, sizeof elements);
-    return whole ? out - buffer : -1;
+    std::memcpy(buffer + EYECATCHER_SIZE, &sink.elements, sizeof sink.elements);
+    return whole ? sink.out + 4 - buffer : -1;
 }
 
 // Walks a result set buffer, trusting it.

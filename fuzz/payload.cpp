@@ -3,6 +3,7 @@
 
 #include "stapi_zul_resultsetbuffer.h"
 #include "stapi_zul_statcomms.h"
+#include "support/payload.h"
 
 #include <cstring>
 
@@ -15,22 +16,12 @@ char expected[RESULT_SET_BUFFER_SIZE];
 std::size_t completeSize;
 char idQuery[QUERY_STRING_BUFFER_SIZE];
 
-struct Reader {
-    Input in;
-    std::size_t capacity;
-    bool overrun;  // a skip has left the payload: nothing can be read
-    bool tooLarge;
-    std::size_t used;
-
-    bool skip(std::size_t count) {
-        overrun = in.take(count).size < count || overrun;
-        return true;
-    }
-    [[nodiscard]] bool has(std::size_t count) const {
-        return !overrun && in.size >= count;
-    }
-    bool jump() {
-        return has(2) && in.data[0] < 0x80 && skip(in.word());
+// Lays the content that is expected.
+struct Layer {
+    explicit Layer(bool ofStatistics, std::size_t size) : statistics(ofStatistics), capacity(size) {
+        std::memcpy(expected, statistics ? STATS_CONTENT_MARKER : IDS_CONTENT_MARKER, EYECATCHER_SIZE);
+        std::memset(expected + EYECATCHER_SIZE, 0, WORD);
+        completeSize = used = HEAD_SIZE;
     }
     bool store(const void* from, std::size_t count) {
         tooLarge = used + count + WORD > capacity;
@@ -38,46 +29,39 @@ struct Reader {
         used += tooLarge ? 0 : count;
         return !tooLarge;
     }
-    bool text() {
-        const unsigned length = has(2) ? in.word() : 0x8000;
-        return length < 0x8000 && has(length) && store(&length, WORD) && store(in.take(length).data, length);
+    bool storeText(support::PayloadText text) {
+        const auto length = static_cast<std::uint32_t>(text.length);
+        return store(&length, WORD) && store(text.chars, text.length);
     }
-    bool word(std::int32_t* value) {
-        *value = has(WORD) ? static_cast<std::int32_t>(in.word(4)) : (overrun = true, 0);
-        return !overrun && store(value, WORD);
+    bool complete(bool isComplete) {
+        completeSize = isComplete ? used : completeSize;
+        return true;
     }
-};
+    static bool count(std::int32_t elements) {
+        std::memcpy(expected + EYECATCHER_SIZE, &elements, WORD);
+        return true;
+    }
+    bool element(support::PayloadText text, bool) {
+        return storeText(text);
+    }
+    bool code(std::int32_t rc) {
+        return store(&rc, WORD) && complete(rc < 0);
+    }
+    bool items(std::int32_t number) {
+        return store(&number, WORD) && complete(number <= 0);
+    }
+    bool id(support::PayloadText text) {
+        return storeText(text) && complete(!statistics);
+    }
+    bool value(support::PayloadText text) {
+        return storeText(text) && complete(true);
+    }
 
-void layContent(Reader* reader, bool statistics) {
-    std::int32_t elements = reader->in.size != 0 ? 1 : 0;
-    std::memcpy(expected, statistics ? STATS_CONTENT_MARKER : IDS_CONTENT_MARKER, EYECATCHER_SIZE);
-    reader->used = EYECATCHER_SIZE;
-    static_cast<void>(reader->in.byte() == 1 && reader->word(&elements));
-    std::memcpy(expected + EYECATCHER_SIZE, &elements, WORD);
-    completeSize = reader->used = HEAD_SIZE;
-    for (; elements > 0; --elements) {
-        std::int32_t rc = 0;
-        std::int32_t items = 0;
-        if (!reader->skip(6) || !reader->jump() || !reader->skip(13) || !reader->jump() || !reader->skip(13) ||
-            !reader->has(1) || !reader->skip(reader->in.byte() == 0x77 ? 1 : 4) || !reader->text() ||
-            !reader->word(&rc) || (rc >= 0 && !reader->word(&items))) {
-            return;
-        }
-        completeSize = items > 0 ? completeSize : reader->used;
-        if (statistics && rc >= 0 && !(reader->skip(2) && reader->jump() && reader->skip(8))) {
-            return;
-        }
-        for (; items > 0; --items) {
-            reader->skip(statistics ? 7 : 0);
-            if (!reader->text() || (statistics && !reader->text())) {
-                return;
-            }
-            reader->skip(statistics ? 2 : 0);
-            completeSize = reader->used;
-        }
-        reader->skip(statistics && rc >= 0 ? 0 : 1);
-    }
-}
+    const bool statistics;
+    const std::size_t capacity;
+    std::size_t used = HEAD_SIZE;
+    bool tooLarge = false;
+};
 
 // Whether this is the text at *at in the expected content, over which *at moves.
 bool isText(const ResultSetToken* rs, const char* chars, std::int32_t length, const char** at) {
@@ -138,9 +122,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::memcpy(payload, in.data, in.size);
 
     const int rc = (statistics ? parseStatsData : parseIdsData)(payload, content, in.size, capacity);
-    Reader reader = {{payload, in.size}, capacity, false, false, 0};
-    layContent(&reader, statistics);
-    REQUIRE(rc == (reader.tooLarge ? STAPI_RC_FLOW_CONTENT_TOO_LARGE : 0) && completeSize + WORD <= capacity);
+    Layer layer(statistics, capacity);
+    static_cast<void>(support::readPayload(payload, payload + in.size, statistics, layer));
+    REQUIRE(rc == (layer.tooLarge ? STAPI_RC_FLOW_CONTENT_TOO_LARGE : 0) && completeSize + WORD <= capacity);
     REQUIRE(std::memcmp(content, expected, completeSize) == 0);
     REQUIRE(loadWord(content + completeSize) == RESULT_SET_TERMINATOR);
 

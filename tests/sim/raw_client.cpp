@@ -12,43 +12,6 @@
 
 namespace simtest {
 
-namespace {
-
-Bytes length(std::size_t size) {
-    return word(static_cast<std::uint32_t>(size));
-}
-
-Bytes text(std::string_view characters) {
-    return slice(length(characters.size()), 2) + Bytes(characters.begin(), characters.end());
-}
-
-Bytes callRequest(std::uint32_t type, std::uint32_t echo, std::uint32_t handle, std::string_view member,
-                  const Bytes& parameters) {
-    const Bytes call = hex("00 02 'US' 00 02 'en' 00 00") +
-                       text("DefaultDomain:ProdId=com.qal.zul,Activity=Control,type=Stats") + text(member) + parameters;
-    return request(1, echo, "Admin", word(type) + word(handle) + length(call.size()) + call);
-}
-
-}  // namespace
-
-Bytes request(std::uint32_t flowType, std::uint32_t echo, std::string_view name, const Bytes& body) {
-    return hex("'Gate' 00 70 00 00") + word(flowType) + word(0) + word(echo) + length(name.size()) +
-           Bytes(name.begin(), name.end()) + hex("00") + length(body.size()) + body;
-}
-
-Bytes authSecondRequest(std::uint32_t echo, const Bytes& authData) {
-    return request(1, echo, "Auth", word(1) + authData + word(0));
-}
-
-Bytes getAttributeRequest(std::uint32_t echo, std::uint32_t handle, std::string_view attribute) {
-    return callRequest(1, echo, handle, attribute, {});
-}
-
-Bytes invokeRequest(std::uint32_t echo, std::uint32_t handle, std::string_view operation, std::string_view query) {
-    return callRequest(5, echo, handle, operation,
-                       word(1) + hex("AC ED 00 05 74") + text(query) + word(1) + text("java.lang.String"));
-}
-
 RawClient::RawClient(std::uint16_t port) : fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;

@@ -5,25 +5,14 @@
 #include <cstdint>
 #include <string_view>
 
-#include "support/hex.h"
 #include "simgateway/sim_gateway.h"
+#include "support/message.h"
 
 namespace simtest {
 
 using namespace support;
 
 inline constexpr std::chrono::milliseconds patience(10000);
-
-// A header with its body; the data length agrees.
-Bytes request(std::uint32_t flowType, std::uint32_t echo, std::string_view name, const Bytes& body);
-
-inline const Bytes handshakeRequest = request(5, 0, "BASE", hex("00 02 'en' 00 02 'GB' 00 00 00 00 00 00 00 00 00 00"));
-inline const Bytes authFirstRequest = request(1, 0, "Auth", word(0));
-inline const Bytes adminInitRequest = request(1, 0, "Admin", word(0));
-inline const Bytes closeRequest = request(10, 0xFFFFFFFF, "BASE", {});
-Bytes authSecondRequest(std::uint32_t echo, const Bytes& authData);
-Bytes getAttributeRequest(std::uint32_t echo, std::uint32_t handle, std::string_view attribute = "protocol");
-Bytes invokeRequest(std::uint32_t echo, std::uint32_t handle, std::string_view operation, std::string_view query = "");
 
 enum class End { open, closed, reset };
 

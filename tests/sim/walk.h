@@ -1,9 +1,11 @@
-// Reads query reply payloads by distances alone, the way a client without an object stream decoder does.
+// What the payload of a query's reply says, in a few words.
 #pragma once
 
+#include <stdexcept>
 #include <string>
 
 #include "support/hex.h"
+#include "support/payload.h"
 
 namespace simtest {
 
@@ -18,49 +20,40 @@ struct Walked {
 
 // Throws std::out_of_range when it needs a byte beyond the payload's end.
 inline Walked walked(const Bytes& bytes, bool statistics = true) {
-    Walked out;
-    std::size_t position = 0;
-    const auto number = [&](int width) {
-        std::uint32_t value = 0;
-        for (; width > 0; --width) {
-            value = value << 8 | bytes.at(position++);
+    struct Sink : Walked {
+        explicit Sink(bool hasTags) : tags(hasTags) {
         }
-        return value;
-    };
-    const auto text = [&] {
-        std::string chars(number(2), ' ');
-        for (char& c : chars) {
-            c = static_cast<char>(bytes.at(position++));
+        bool count(std::int32_t) {
+            return true;
         }
-        return chars;
-    };
-    for (std::uint32_t elements = number(1) == 0x01 ? number(4) : 1; elements > 0; --elements) {
-        position += 6;
-        text();
-        position += 13;
-        text();
-        position += 13;
-        const bool isShort = number(1) == 0x77;
-        position += isShort ? 1 : 4;
-        out.summary += text() + (isShort || !statistics ? "" : "+");
-        const auto rc = static_cast<std::int32_t>(number(4));
-        const std::uint32_t items = rc < 0 ? 0 : number(4);
-        out.summary += (rc == 0 ? "/" : "(" + std::to_string(rc) + ")/") + std::to_string(items) + " ";
-        if (statistics && rc >= 0) {
-            position += 2;
-            text();
-            position += 8;
+        bool element(PayloadText text, bool isShort) {
+            summary.append(text.chars, text.chars + text.length).append(isShort || !tags ? "" : "+");
+            return true;
         }
-        for (std::uint32_t i = 0; i < items; ++i) {
-            position += statistics ? 7 : 0;
-            text();
-            out.lastValue = statistics ? text() : "";
-            position += statistics ? 2 : 0;
+        bool code(std::int32_t rc) {
+            summary += (rc == 0 ? "/" : "(" + std::to_string(rc) + ")/") + (rc < 0 ? "0 " : "");
+            return true;
         }
-        position += statistics && rc >= 0 ? 0 : 1;
+        bool items(std::int32_t number) {
+            summary += std::to_string(number) + " ";
+            return true;
+        }
+        bool id(PayloadText) {
+            return true;
+        }
+        bool value(PayloadText text) {
+            lastValue.assign(text.chars, text.chars + text.length);
+            return true;
+        }
+        const bool tags;
+    } sink(statistics);
+    const std::uint8_t* const end = bytes.data() + bytes.size();
+    const std::uint8_t* const at = readPayload(bytes.data(), end, statistics, sink);
+    if (at == nullptr) {
+        throw std::out_of_range("payload");
     }
-    out.summary += position < bytes.size() ? "..." : "";
-    return out;
+    sink.summary += at < end ? "..." : "";
+    return sink;
 }
 
 }  // namespace simtest

@@ -1,5 +1,4 @@
-// The Gateway's end of a connection, and its replies, put together byte by byte: nothing of the library's own encoding
-// is used.
+// The Gateway's end of a connection.
 #ifndef SCRIPTED_PEER_H
 #define SCRIPTED_PEER_H
 
@@ -7,9 +6,6 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <cstdint>
-#include <optional>
-#include <string>
 #include <system_error>
 #include <vector>
 
@@ -17,39 +13,9 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "support/hex.h"
+#include "support/message.h"
 
 namespace support {
-
-// Header fields of a reply. The length words are those of name and body unless given.
-struct ReplyHeader {
-    std::string name = "Admin";
-    std::uint32_t word12 = 0;      // comes back at offset 16 of the next request
-    std::uint32_t returnCode = 0;  // at offset 16
-    std::uint8_t flag = 0;
-    std::string eyecatcher = "Gate";
-    std::uint32_t version = 0x00700000;
-    std::uint32_t flowType = 1;
-    std::optional<std::uint32_t> nameLength{};
-    std::optional<std::int32_t> dataLength{};
-};
-
-inline Bytes message(const ReplyHeader& header, const Bytes& body = {}) {
-    const auto nameLength = header.nameLength.value_or(static_cast<std::uint32_t>(header.name.size()));
-    const auto dataLength = header.dataLength.value_or(static_cast<std::int32_t>(body.size()));
-    return Bytes(header.eyecatcher.begin(), header.eyecatcher.end()) + word(header.version) + word(header.flowType) +
-           word(header.word12) + word(header.returnCode) + word(nameLength) +
-           Bytes(header.name.begin(), header.name.end()) + Bytes{header.flag} +
-           word(static_cast<std::uint32_t>(dataLength)) + body;
-}
-
-// Bodies of an admin init and an admin call reply.
-inline Bytes initBody(std::uint32_t handle) {
-    return word(0) + word(0) + word(handle);
-}
-inline Bytes callBody(const Bytes& payload) {
-    return word(1) + word(0) + Bytes{0} + payload;
-}
 
 // A connected pair of sockets, closed at the end.
 struct SocketPair {

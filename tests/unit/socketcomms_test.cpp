@@ -39,7 +39,7 @@ struct Exchange {
         std::free(data);
     }
     int flowOn(int socketDesc) {
-        const Bytes request = hex("'Gate' 00700000 00000005 00000000 00000000 00000004 'BASE' 00 00000004 'body'");
+        const Bytes request = message({.name = "BASE", .flowType = 5}, hex("'body'"));
         std::memcpy(data, request.data(), request.size());
         return flow(socketDesc, 37, &data, "BASE", &header, &reasons);
     }
@@ -75,7 +75,7 @@ TEST(Flow, replyBodyTakesThePlaceOfTheRequest) {
 
 TEST(Flow, repliesAndWhatTheyLeadTo) {
     constexpr char ZEROS[] = "\0\0\0";
-    const ReplyHeader four = {.name = "BASE", .dataLength = 4};
+    const Header four = {.name = "BASE", .dataLength = 4};
     const struct {
         const char* name;
         Bytes reply;
@@ -86,9 +86,9 @@ TEST(Flow, repliesAndWhatTheyLeadTo) {
     } cases[] = {
         {"no body", message({.name = "BASE"}), 0, 0, UNTOUCHED, "Gate"},
         {"negative length", message({.name = "BASE", .dataLength = -1}), 0, 0, UNTOUCHED, "Gate"},
-        {"rc, no body", message({.name = "BASE", .returnCode = 0xF004}), 0, -4, gwyRc(61444), "Gate"},
-        {"rc and body", message({.name = "BASE", .returnCode = 0xFFFFFFFF}, hex("'why?'")), 0, -4, gwyRc(-1), "why?"},
-        {"rc, body missing", message({.name = "BASE", .returnCode = 5, .dataLength = 4}), 0, -1, errNum(-1), ZEROS},
+        {"rc, no body", message({.name = "BASE", .word16 = 0xF004}), 0, -4, gwyRc(61444), "Gate"},
+        {"rc and body", message({.name = "BASE", .word16 = 0xFFFFFFFF}, hex("'why?'")), 0, -4, gwyRc(-1), "why?"},
+        {"rc, body missing", message({.name = "BASE", .word16 = 5, .dataLength = 4}), 0, -1, errNum(-1), ZEROS},
         {"closed before", {}, EFAULT, -1, errNum(-1), "Gate"},
         {"closed inside the header", hex("'Gate' 00"), EFAULT, -1, errNum(EFAULT), "Gate"},
         {"a header of zeros", hex("'Gate' 00"), 0, 0, UNTOUCHED, "Gate"},
