@@ -4,8 +4,6 @@
 #include "support/interposer.h"
 #include "support/process.h"
 
-#include <gmock/gmock.h>
-
 #include <sys/resource.h>
 
 #include <cerrno>
@@ -30,30 +28,17 @@ using simgateway::Exchange;
 using simgateway::Fault;
 using simgateway::Reply;
 using support::AllocationFault;
-
-// A host name that no resolver is asked for: a label may have 63 characters.
-const std::string UNRESOLVABLE(64, 'x');
-
-int openAt(const char* host, int port) {
-    GatewayToken* token = nullptr;
-    char* version = nullptr;
-    const int rc = openRemoteGatewayConnection(host, port, &token, &version);
-    if (rc == 0) {
-        std::free(version);
-        closeGatewayConnection(&token);
-    }
-    return rc;
-}
+using support::openAndClose;
 
 TEST_F(Conversation, cannotConnect) {
     const Recording recording("failed-connects", 2, server);
-    EXPECT_EQ(openAt(UNRESOLVABLE.c_str(), server.port()), STAPI_RC_HOST_NOT_RESOLVED);
-    EXPECT_EQ(openAt("127.0.0.2", server.port()), STAPI_RC_CONNECTION_REFUSED);
-    EXPECT_EQ(openAt("127.255.255.255", server.port()), STAPI_RC_NETWORK_UNREACHABLE);
+    EXPECT_EQ(openAndClose(server, support::UNRESOLVABLE), STAPI_RC_HOST_NOT_RESOLVED);
+    EXPECT_EQ(openAndClose(server, "127.0.0.2"), STAPI_RC_CONNECTION_REFUSED);
+    EXPECT_EQ(openAndClose(server, "127.255.255.255"), STAPI_RC_NETWORK_UNREACHABLE);
     EXPECT_EQ(support::runInChild([this] {
                   const rlimit none = {0, 0};
                   setrlimit(RLIMIT_NOFILE, &none);
-                  return openAt("127.0.0.1", server.port()) == STAPI_RC_CONNECT_FAILED ? 0 : 1;
+                  return openAndClose(server) == STAPI_RC_CONNECT_FAILED ? 0 : 1;
               }),
               0);
 }
@@ -62,7 +47,7 @@ TEST_F(Conversation, isRefusedAtTheStart) {
     const Recording recording("failed-starts", 2, server, Keep::POINTS);
     const auto openWith = [this](Exchange exchange, const Fault& fault) {
         server.inject(exchange, fault);
-        return openAt("127.0.0.1", server.port());
+        return openAndClose(server);
     };
     EXPECT_EQ(openWith(Exchange::handshake, {.headerRc = 5}), 0);
     EXPECT_EQ(openWith(Exchange::handshake, {.closeAfter = 0}), STAPI_RC_GATEWAY_CONNECTION_LOST);
@@ -151,7 +136,7 @@ TEST_F(Conversation, runsOutOfMemory) {
             {
                 const AllocationFault fault(nth);
                 const int rc = call();
-                failed = fault.attempts() >= nth;
+                failed = fault.attempts >= nth;
                 // A reply that there is no memory for stays unread, and the next exchange meets it.
                 EXPECT_THAT(rc, testing::AnyOf(0, STAPI_RC_NO_MEMORY, STAPI_RC_GATEWAY_REQUEST_FAILED,
                                                STAPI_RC_GATEWAY_CONNECTION_LOST))

@@ -1,11 +1,10 @@
 #include "recording.h"
 
-#include <unistd.h>
+#include "support/trace_capture.h"
 
 #include <cstdlib>
 #include <fstream>
 #include <regex>
-#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -13,18 +12,13 @@ namespace golden {
 
 namespace {
 
-constexpr unsigned WATCHDOG_SECONDS = 55;
 constexpr int LOCK_POINTS_BEGIN = 3100;
 constexpr int LOCK_POINTS_END = 3115;
-
-// Up to the trace point: an optional time stamp and the two ids.
-const std::regex PREFIX(R"(^(\d\d/\d\d/\d\d \d\d:\d\d:\d\d:\d{3})? \[0x[0-9A-F]{8},0x[0-9A-F]{8}\] (?=\[\d{4}\] ))");
 
 const struct {
     std::regex pattern;
     const char* replacement;
 } RULES[] = {
-    {PREFIX, ""},
     {std::regex("0x0x[0-9a-f]+"), "0x<ptr>"},  // some texts write the 0x themselves
     {std::regex("0x[0-9a-f]+"), "<ptr>"},
     {std::regex(R"((socketDesc(?:riptor)?[=(]|socket[(]|socket: |socket |socketdescriptor )\d+)"), "$1<fd>"},
@@ -34,10 +28,10 @@ const struct {
 
 // The line without what differs from run to run: "[1234] ENTRY  message" of a trace point's. Names in angle brackets
 // stand for addresses, descriptors, ids, the port, the directory and what the resolver said.
-std::string filtered(std::string line, const std::string& directory, int port) {
-    static const std::regex dumpAddress("^0x[0-9A-F]{8}: ");
-    if (std::regex_search(line, dumpAddress)) {
-        return std::regex_replace(line, dumpAddress, "");
+std::string filtered(const std::string& raw, const std::string& directory, int port) {
+    std::string line = support::withoutPrefix(raw);
+    if (raw.starts_with("0x") && line != raw) {
+        return line;  // of a dump
     }
     for (const auto& rule : RULES) {
         line = std::regex_replace(line, rule.pattern, rule.replacement);
@@ -49,18 +43,9 @@ std::string filtered(std::string line, const std::string& directory, int port) {
     return line;
 }
 
-std::vector<std::string> linesOf(const std::string& text) {
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 bool isKept(const std::string& line, Keep keep) {
-    std::smatch prefix;
-    const int number = std::regex_search(line, prefix, PREFIX) ? std::stoi(prefix.suffix().str().substr(1, 4)) : 0;
+    const auto parsed = support::parseTraceLine(line);
+    const int number = parsed ? parsed->number : 0;
     const bool ofLocks = number >= LOCK_POINTS_BEGIN && number < LOCK_POINTS_END;
     return keep == Keep::ALL || (!ofLocks && (keep == Keep::WITHOUT_LOCKS || number != 0));
 }
@@ -84,7 +69,7 @@ void compare(const std::string& name, const std::string& trace, Keep keep, const
         std::ofstream(std::string(copies) + "/golden." + name + ".trace") << trace;
     }
     std::vector<std::string> found;
-    for (const std::string& line : linesOf(trace)) {
+    for (const std::string& line : support::splitLines(trace)) {
         if (isKept(line, keep)) {
             found.push_back(filtered(line, directory, port));
         }
@@ -98,7 +83,7 @@ void compare(const std::string& name, const std::string& trace, Keep keep, const
         ASSERT_TRUE(file.flush()) << path;
         return;
     }
-    const std::vector<std::string> expected = linesOf(support::readFile(path));
+    const std::vector<std::string> expected = support::splitLines(support::readFile(path));
     EXPECT_TRUE(found == expected) << name << ".txt, " << difference(found, expected);
 }
 
@@ -113,25 +98,6 @@ Recording::~Recording() {
     setAPITraceFile(nullptr);
     const std::string trace = support::readFile(directory.file("trace"));
     compare(name, trace, keep, directory.file(""), port);
-}
-
-void Conversation::SetUp() {
-    alarm(WATCHDOG_SECONDS);
-    setAPITraceLevel(0);  // the first call of the process, which initialises
-}
-
-void Conversation::TearDown() {
-    while (closeAllGatewayConnections() == STAPI_RC_GTL_CORRUPT) {
-    }
-    alarm(0);
-}
-
-GatewayToken* Conversation::open() const {
-    GatewayToken* token = nullptr;
-    char* version = nullptr;
-    EXPECT_EQ(openGatewayConnection(server.port(), &token, &version), 0);
-    std::free(version);
-    return token;
 }
 
 }  // namespace golden

@@ -2,12 +2,11 @@
 #ifndef RECORDING_H
 #define RECORDING_H
 
+#include "support/fixture.h"
 #include "support/temp_directory.h"
 
 #include "simgateway/sim_gateway.h"
 #include "zulstats.h"
-
-#include <gtest/gtest.h>
 
 #include <string>
 
@@ -44,14 +43,13 @@ private:
     const int port;
 };
 
-// Ends the process after 55 seconds; a small Gateway, whose values never change.
-class Conversation : public testing::Test {
+// With a small Gateway, whose values never change.
+class Conversation : public support::QuietTest {
 protected:
-    void SetUp() override;
-    void TearDown() override;
-
-    // An open connection, whose version text is released.
-    GatewayToken* open() const;
+    // A connection that stays open.
+    GatewayToken* open() const {
+        return support::openConnection(server);
+    }
 
     simgateway::Server server{{.seed = 7, .stats = 12}};
 };

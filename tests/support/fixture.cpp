@@ -44,12 +44,14 @@ void ApiTest::SetUp() {
     }
 }
 
-Connection::Connection(const simgateway::Server& server) {
+GatewayToken* openConnection(const simgateway::Server& server) {
+    GatewayToken* token = nullptr;
     char* text = nullptr;
     EXPECT_EQ(openGatewayConnection(server.port(), &token, &text), 0);
     EXPECT_NE(token, nullptr);
     EXPECT_NE(text, nullptr);
     std::free(text);
+    return token;
 }
 
 Connection::~Connection() {
@@ -58,10 +60,10 @@ Connection::~Connection() {
     }
 }
 
-int openAndClose(const simgateway::Server& server) {
+int openAndClose(const simgateway::Server& server, const char* host) {
     GatewayToken* token = nullptr;
     char* version = nullptr;
-    const int rc = openGatewayConnection(server.port(), &token, &version);
+    const int rc = openRemoteGatewayConnection(host, server.port(), &token, &version);
     if (rc == 0) {
         EXPECT_EQ(closeGatewayConnection(&token), 0);
         std::free(version);

@@ -50,10 +50,14 @@ protected:
     simgateway::Server server;
 };
 
-// An open connection; closes it unless a query has removed it.
+// A connection that stays open.
+[[nodiscard]] GatewayToken* openConnection(const simgateway::Server& server);
+
+// The same; closes it unless a query has removed it.
 class Connection {
 public:
-    explicit Connection(const simgateway::Server& server);
+    explicit Connection(const simgateway::Server& server) : token(openConnection(server)) {
+    }
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -66,11 +70,11 @@ public:
     }
 
 private:
-    GatewayToken* token = nullptr;
+    GatewayToken* token;
 };
 
 // The code of an open call whose outputs are dropped; nothing stays open.
-[[nodiscard]] int openAndClose(const simgateway::Server& server);
+[[nodiscard]] int openAndClose(const simgateway::Server& server, const char* host = "127.0.0.1");
 
 // One of the six query calls.
 struct QueryCall {

@@ -71,13 +71,13 @@ Script::~Script() {
 }
 
 CallFault::CallFault(Call call, Outcome outcome, const void* object) {
-    script.before = [=](Call made, const void* on) {
+    before = [=](Call made, const void* on) {
         return made == call && (object == nullptr || on == object) ? std::optional(outcome) : std::nullopt;
     };
 }
 
 CallHook::CallHook(Call call, const std::function<void()>& function, const void* object) {
-    script.before = [=, this](Call made, const void* on) {
+    before = [=, done = false](Call made, const void* on) mutable {
         if (made == call && (object == nullptr || on == object) && !std::exchange(done, true)) {
             function();
         }
@@ -86,18 +86,16 @@ CallHook::CallHook(Call call, const std::function<void()>& function, const void*
 }
 
 AllocationFault::AllocationFault(int nth, const std::function<void()>& function) {
-    script.before = [=, this](Call call, const void* block) -> std::optional<Outcome> {
-        freed += call == Call::free && block != nullptr ? 1 : 0;
-        if (!allocates(call)) {
-            return std::nullopt;
-        }
-        if (++tried == nth && function == nullptr) {
+    before = [=, this](Call call, const void* block) -> std::optional<Outcome> {
+        const bool meant = allocates(call) && ++attempts == nth;
+        if (meant && function == nullptr) {
             return Outcome{ENOMEM};
         }
-        if (tried == nth) {
+        if (meant) {
             function();
         }
-        ++got;
+        taken += allocates(call) ? 1 : 0;
+        released += call == Call::free && block != nullptr ? 1 : 0;
         return std::nullopt;
     };
 }

@@ -63,45 +63,23 @@ struct Script {
 };
 
 // Calls of this kind on the object, or on any, have this outcome while it lives.
-class CallFault {
-public:
+struct CallFault : Script {
     CallFault(Call call, Outcome outcome, const void* object = nullptr);
-
-private:
-    Script script;
 };
 
 // The first call of this kind on the object, or on any, calls the function first.
-class CallHook {
-public:
+struct CallHook : Script {
     CallHook(Call call, const std::function<void()>& function, const void* object = nullptr);
-
-private:
-    Script script;
-    bool done = false;
 };
 
 // Counts allocations while it lives and lets the nth fail, or, given a function, calls that before it; with 0 none
 // fails.
-class AllocationFault {
-public:
+struct AllocationFault : Script {
     explicit AllocationFault(int nth, const std::function<void()>& function = nullptr);
 
-    [[nodiscard]] int attempts() const {  // failed ones included
-        return tried;
-    }
-    [[nodiscard]] int taken() const {  // blocks handed out
-        return got;
-    }
-    [[nodiscard]] int released() const {  // blocks given back, whoever had allocated them
-        return freed;
-    }
-
-private:
-    Script script;
-    int tried = 0;
-    int got = 0;
-    int freed = 0;
+    int attempts = 0;  // failed ones included
+    int taken = 0;     // blocks handed out
+    int released = 0;  // blocks given back, whoever had allocated them
 };
 
 }  // namespace support

@@ -42,6 +42,14 @@ std::optional<TraceLine> parseTraceLine(const std::string& line) {
                      match[6],       line.substr(static_cast<std::size_t>(match.length()))};
 }
 
+std::string withoutPrefix(const std::string& line) {
+    std::smatch match;
+    if (matches(line, &match, PREFIX)) {
+        return line.substr(static_cast<std::size_t>(match.position(4)));
+    }
+    return matches(line, &match, DUMP_PREFIX) ? line.substr(static_cast<std::size_t>(match.length())) : line;
+}
+
 std::vector<std::string> splitLines(const std::string& text) {
     std::vector<std::string> lines;
     std::size_t from = 0;
@@ -107,14 +115,7 @@ std::vector<std::string> TraceCapture::takeRaw() {
 
 std::vector<std::string> TraceCapture::take() {
     std::vector<std::string> lines = takeRaw();
-    for (std::string& line : lines) {
-        std::smatch match;
-        if (matches(line, &match, PREFIX)) {
-            line = line.substr(static_cast<std::size_t>(match.position(4)));
-        } else if (matches(line, &match, DUMP_PREFIX)) {
-            line = line.substr(static_cast<std::size_t>(match.length()));
-        }
-    }
+    std::transform(lines.begin(), lines.end(), lines.begin(), withoutPrefix);
     return lines;
 }
 

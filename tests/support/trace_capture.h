@@ -24,6 +24,10 @@ struct TraceLine {
 // Nothing if the line does not begin with a whole and well-formed prefix.
 [[nodiscard]] std::optional<TraceLine> parseTraceLine(const std::string& line);
 
+// The line without its prefix's time and ids, "[3103] ENTRY  message", or its dump's address, "41424344 ... : ABCD";
+// other lines as they are.
+[[nodiscard]] std::string withoutPrefix(const std::string& line);
+
 // Splits at line ends. What stands behind the last line end counts as a line that ends in "<cut>".
 [[nodiscard]] std::vector<std::string> splitLines(const std::string& text);
 
@@ -44,8 +48,8 @@ public:
 
     void setLevel(int level);
 
-    // Each returns what was written since the last take: raw lines; lines without what differs from run to run, as
-    // "[3103] ENTRY  message" and "41424344 ... : ABCD"; the trace point numbers, all or those in a list.
+    // Each returns what was written since the last take: raw lines; lines without their prefixes; the trace point
+    // numbers, all or those in a list.
     [[nodiscard]] std::vector<std::string> takeRaw();
     [[nodiscard]] std::vector<std::string> take();
     [[nodiscard]] std::vector<int> takeNumbers(const std::vector<int>& wanted = {});

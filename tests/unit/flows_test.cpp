@@ -68,7 +68,7 @@ TEST(Auth, repliesAndWhatTheyLeadTo) {
         AuthRequest request{newRequestHeader("Auth", 1, 4), 0, 0, 5, 6, 7, 0, 8, 9};
         const AllocationFault allocations(0);
         EXPECT_EQ(flowAuthRequest(peer.socket(), &request, &reasons), one.expected);
-        EXPECT_EQ(allocations.taken(), allocations.released());
+        EXPECT_EQ(allocations.taken, allocations.released);
         EXPECT_EQ(reasons.authRc, one.authRc);
         EXPECT_EQ(one.record, (Words{request.authData1, request.authData2, request.authData3, request.authResult1,
                                      request.authResult2}));

@@ -104,7 +104,7 @@ TEST_F(TokenList, chainingGoesByTheHeadFirst) {
         const AllocationFault allocations(0);
         GatewayToken* token = nullptr;
         EXPECT_EQ(createGatewayToken(nullptr, "127.0.0.1", 4711, &token), STAPI_RC_GTL_CORRUPT);
-        EXPECT_EQ(allocations.taken(), allocations.released());
+        EXPECT_EQ(allocations.taken, allocations.released);
         EXPECT_EQ(token, nullptr);
     }
     EXPECT_EQ(trace.takeNumbers(), std::vector{2020});
@@ -132,7 +132,7 @@ TEST_F(TokenList, deletionReleasesEverythingAndTheTailFollows) {
         EXPECT_EQ(deleteGatewayToken(&tokens[1], 1), 0);  // from the middle
         EXPECT_EQ(tokens[1], nullptr);
         // Token, buffer, version, result set, its two texts.
-        EXPECT_EQ(allocations.released() - allocations.taken(), 6);
+        EXPECT_EQ(allocations.released - allocations.taken, 6);
     }
     EXPECT_EQ(openDescriptors(), descriptors - 1);
     char byte;
@@ -165,13 +165,13 @@ TEST_F(TokenList, closingWhileItIsUsed) {
         const CallHook hook(Call::socket, closeAll);
         const AllocationFault allocations(0);
         EXPECT_EQ(openGatewayConnection(silent.port(), &token, &version), STAPI_RC_GATEWAY_CONNECTION_LOST);
-        EXPECT_EQ(allocations.taken(), allocations.released());
+        EXPECT_EQ(allocations.taken, allocations.released);
     }
     int attempts = 0;
     {
         const AllocationFault allocations(0);
         ASSERT_EQ(open(), 0);
-        attempts = allocations.attempts();
+        attempts = allocations.attempts;
         closeAll();
     }
     token = nullptr;
@@ -179,7 +179,7 @@ TEST_F(TokenList, closingWhileItIsUsed) {
     {
         const AllocationFault allocations(attempts, closeAll);  // the copy of the version
         EXPECT_EQ(open(), STAPI_RC_GATEWAY_CONNECTION_LOST);
-        EXPECT_EQ(allocations.taken(), allocations.released());
+        EXPECT_EQ(allocations.taken, allocations.released);
     }
     EXPECT_EQ(token, nullptr);
     EXPECT_EQ(version, nullptr);
@@ -191,7 +191,7 @@ TEST_F(TokenList, closingWhileItIsUsed) {
         const CallHook hook(Call::pthread_mutex_lock, closeAll, &traceLock.mutex);  // for the line that says so
         const AllocationFault allocations(0);
         EXPECT_EQ(openGatewayConnection(talkative.port(), &token, &version), STAPI_RC_GATEWAY_CONNECTION_LOST);
-        EXPECT_EQ(allocations.taken(), allocations.released());
+        EXPECT_EQ(allocations.taken, allocations.released);
         trace.setLevel(0);
         EXPECT_EQ(trace.takeNumbers(), std::vector{1122});
         EXPECT_EQ(token, nullptr);
@@ -205,7 +205,7 @@ TEST_F(TokenList, closingWhileItIsUsed) {
         EXPECT_EQ(deleteUsedGatewayToken(&token), STAPI_RC_GATEWAY_CONNECTION_LOST);
         EXPECT_EQ(listLength(), 1u);
         closeAll();
-        EXPECT_EQ(allocations.taken(), allocations.released());
+        EXPECT_EQ(allocations.taken, allocations.released);
     }
     EXPECT_TRUE(fallsTo(descriptors, openDescriptors));
 }
@@ -220,7 +220,7 @@ TEST_F(TokenList, closingInAChildWhileTheParentUsesIt) {
     EXPECT_EQ(runInChild([this, &pair] {
                   const AllocationFault allocations(0);
                   const bool closed = closeGatewayConnection(&tokens[0]) == 0 && tokens[0] == nullptr;
-                  const bool released = allocations.released() - allocations.taken() == 5 &&
+                  const bool released = allocations.released - allocations.taken == 5 &&
                                         fcntl(pair.library, F_GETFD) == -1 && gtListHeadPtr == tokens[1];
                   return closed && released ? 0 : 1;
               }),

@@ -63,8 +63,8 @@ TEST(ResultSetToken, creationFillsInAndDeletionReleasesAllOnce) {
         token->queryString = static_cast<char*>(std::malloc(4));
         EXPECT_EQ(deleteResultSet(&token), 0);
         EXPECT_EQ(token, nullptr);
-        EXPECT_EQ(fault.taken(), 3);
-        EXPECT_EQ(fault.released(), 3);
+        EXPECT_EQ(fault.taken, 3);
+        EXPECT_EQ(fault.released, 3);
     }
 }
 
@@ -78,7 +78,7 @@ TEST(ResultSetToken, failedCreationLeavesNothingBehind) {
         const AllocationFault fault(left == nullptr ? 1 : 2);
         EXPECT_EQ(createResultSet(&token, "ZULRSUSR", 0x9999), STAPI_RC_NO_MEMORY);
         EXPECT_EQ(token, left);
-        EXPECT_EQ(fault.taken(), fault.released());
+        EXPECT_EQ(fault.taken, fault.released);
     }
 }
 

@@ -65,8 +65,8 @@ TEST(Flow, replyBodyTakesThePlaceOfTheRequest) {
     Exchange exchange;
     const AllocationFault allocations(0);
     ASSERT_EQ(exchange.flowOn(peer.socket()), 0);
-    EXPECT_EQ(allocations.taken(), 2);     // header and body
-    EXPECT_EQ(allocations.released(), 2);  // header and request
+    EXPECT_EQ(allocations.taken, 2);     // header and body
+    EXPECT_EQ(allocations.released, 2);  // header and request
     EXPECT_EQ(toHex(Bytes(exchange.data, exchange.data + 30)), toHex(hex("'reply body'") + Bytes(20)));
     EXPECT_EQ(exchange.header.dataLength, 10);
     EXPECT_EQ(exchange.header.echoWord, static_cast<std::int32_t>(0xAABBCCDD));

@@ -73,7 +73,7 @@ TEST(ProtocolVersion, textAsFarAsTheReplyHasIt) {
         for (std::size_t i = one.version.size() + 1; !one.grows && i < PROTOCOL_VERSION_SIZE; ++i) {
             EXPECT_EQ(token.protocolVersion[i], 'x') << i;  // nothing copied from behind the reply
         }
-        EXPECT_EQ(allocations.taken(), allocations.released());
+        EXPECT_EQ(allocations.taken, allocations.released);
         ASSERT_EQ(peer.requests().size(), 2u);
         EXPECT_EQ(toHex(peer.requests()[1]), toHex(VERSION_CALL));
     }
@@ -87,7 +87,7 @@ TEST(ProtocolVersion, noStorageForALongerText) {
     const AllocationFault fault(8);
     EXPECT_EQ(statProtocolVer(&token, &token.reasons), STAPI_RC_NO_MEMORY);
     EXPECT_EQ(trace.takeNumbers(VERSION_LINES), (std::vector{2201, 2202, 2203, 2204, 2205}));
-    EXPECT_EQ(fault.released(), fault.taken() + 1);  // the buffer that was too small
+    EXPECT_EQ(fault.released, fault.taken + 1);  // the buffer that was too small
     EXPECT_EQ(token.protocolVersion, nullptr);
 }
 
@@ -106,7 +106,7 @@ TEST(Queries, dataOfAnInitReplyBelongsToNobody) {
     ScriptedPeer peer({message({}, callBody(hex("'data'"))), message({}, callBody({}))});
     const AllocationFault allocations(0);
     EXPECT_EQ(commsStats(peer.socket(), content), 0);
-    EXPECT_EQ(allocations.taken(), allocations.released());
+    EXPECT_EQ(allocations.taken, allocations.released);
     EXPECT_EQ(peer.requests().size(), 2u);
 }
 
