@@ -91,14 +91,20 @@ TEST_F(Ownership, anotherThreadMayClose) {
 }
 
 TEST_F(Ownership, copyIsEverybodys) {
+    const Entries expected = allStats(simgateway::Model());
     ResultSetToken* copy = nullptr;
     {
         const Connection connection(server);
         ResultSetToken* result = nullptr;
+        StatData stat{};
         ASSERT_EQ(getStats(connection, &result), 0);
+        ASSERT_EQ(getFirstStat(result, &stat), 0);
         ASSERT_EQ(copyResultSet(result, &copy), 0);
+        ASSERT_EQ(getNextStat(copy, &stat), 0);
+        EXPECT_EQ(entryOf(stat), expected.front()) << "a copy's walk is not started";
+        ASSERT_EQ(getNextStat(result, &stat), 0);
+        EXPECT_EQ(entryOf(stat), expected[1]) << "nor does it move the walk that it was copied from";
     }
-    const Entries expected = allStats(simgateway::Model());
     EXPECT_EQ(runInChild([&] { return walkStats(copy) == expected ? 0 : 1; }), 0);
     inThread([&] {
         EXPECT_EQ(walkStats(copy), expected);

@@ -1,4 +1,4 @@
-// The six queries: their answers, their query strings, and what is left of a connection after a failure.
+// The six queries: their result set, their query strings, and what is left of a connection after a failure.
 #include "support/fixture.h"
 #include "support/process.h"
 #include "support/walk.h"
@@ -20,35 +20,6 @@ using QueryString = QuietGatewayTest;
 const simgateway::Model& model() {
     static const simgateway::Model instance;
     return instance;
-}
-
-TEST_F(Querying, answersAllSix) {
-    const Connection connection(server);
-    const Entries worker = statsOfGroup(model(), "worker");
-    const std::string state = "worker.state";
-    const Entries oneOfEach = {{state, 0, state, worker.front().value}, {"no.such.thing", -1}};
-    const struct {
-        const char* query;
-        Entries expected[6];  // in the order of the calls; a call without a query string knows the empty one only
-    } cases[] = {
-        {"",
-         {allStats(model()), allStatIds(model()), allGroupIds(model()), allStats(model()), allStats(model()),
-          allStatIds(model())}},
-        {"worker", {{}, {}, {}, worker, worker, idsOnly(worker)}},
-        {"worker.state:no.such.thing", {{}, {}, {}, oneOfEach, oneOfEach, idsOnly(oneOfEach)}},
-    };
-    for (const auto& each : cases) {
-        for (std::size_t i = 0; i < std::size(QUERY_CALLS); ++i) {
-            const QueryCall& call = QUERY_CALLS[i];
-            if (*each.query != '\0' && !call.takesQuery()) {
-                continue;
-            }
-            SCOPED_TRACE(testing::Message() << call.name << " \"" << each.query << "\"");
-            ResultSetToken* result = nullptr;
-            ASSERT_EQ(call.run(connection, &result, each.query), 0);
-            EXPECT_EQ(call.statistics ? walkStats(result) : walkIds(result), each.expected[i]);
-        }
-    }
 }
 
 TEST_F(Querying, fillsOneResultSetAnew) {

@@ -1,4 +1,4 @@
-// Replies of every shape: how they travel, how they are framed, and which entries a walk finds in them.
+// Replies of every shape: how they are framed, and which entries a walk finds in them.
 #include "support/fixture.h"
 #include "support/walk.h"
 
@@ -11,7 +11,6 @@ using namespace support;
 using simgateway::Bytes;
 using simgateway::Reply;
 
-using Travel = QuietGatewayTest;
 using Framing = GatewayTest;
 
 Reply stats() {
@@ -41,22 +40,6 @@ Good good(bool statistics) {
 
 Entries entriesOf(simgateway::Server& server, GatewayToken* token, bool statistics, const Reply& reply) {
     return statistics ? walkStats(statsOf(server, token, reply.bytes())) : walkIds(idsOf(server, token, reply.bytes()));
-}
-
-TEST_F(Travel, inPiecesAndInItsTime) {
-    for (const Exchange exchange : {Exchange::handshake, Exchange::authFirst, Exchange::authSecond, Exchange::adminInit,
-                                    Exchange::getAttribute, Exchange::close}) {
-        server.inject(exchange, {.delay = std::chrono::milliseconds(30), .writeSize = 1});
-    }
-    EXPECT_EQ(openAndClose(server), 0);
-    const Connection connection(server);
-    for (const std::size_t size : {1U, 33U, 34U, 35U, 43U, 1024U}) {
-        server.inject(Exchange::adminInit, {.writeSize = size});
-        server.inject(Exchange::invoke, {.delay = std::chrono::milliseconds(20), .writeSize = size});
-        ResultSetToken* result = nullptr;
-        ASSERT_EQ(getStats(connection, &result), 0) << size;
-        EXPECT_EQ(walkStats(result), allStats(simgateway::Model())) << size;
-    }
 }
 
 TEST_F(Framing, doesNotDependOnTagsAndNames) {

@@ -11,39 +11,12 @@ using namespace support;
 using simgateway::Reply;
 using testing::HasSubstr;
 
-constexpr std::size_t QUERY_STRING_MAX = 31999;
-
 class ResultSet : public GatewayTest {
 protected:
     const Connection connection{server};
 };
 
 class IdQuery : public ResultSet {};
-
-TEST_F(ResultSet, copyOutlivesQueriesAndTheConnection) {
-    const Entries stats = allStats(simgateway::Model());
-    ResultSetToken* statsCopy = nullptr;
-    ResultSetToken* idsCopy = nullptr;
-    {
-        const Connection shortLived(server);
-        ResultSetToken* result = nullptr;
-        StatData stat{};
-        ASSERT_EQ(getStats(shortLived, &result), 0);
-        ASSERT_EQ(getFirstStat(result, &stat), 0);
-        ASSERT_EQ(copyResultSet(result, &statsCopy), 0);
-        ASSERT_EQ(getNextStat(statsCopy, &stat), 0);
-        EXPECT_EQ(entryOf(stat), stats.front()) << "a copy's walk is not started";
-        ASSERT_EQ(getNextStat(result, &stat), 0);
-        EXPECT_EQ(entryOf(stat), stats[1]) << "nor does it move the walk that it was copied from";
-        ASSERT_EQ(getResourceGroupIds(shortLived, &result), 0);
-        ASSERT_EQ(copyResultSet(result, &idsCopy), 0);
-    }
-    EXPECT_EQ(walkIds(idsCopy), allGroupIds(simgateway::Model()));
-    EXPECT_EQ(walkStats(statsCopy), stats);
-    EXPECT_EQ(freeResultSet(&statsCopy), 0);
-    EXPECT_EQ(statsCopy, nullptr);
-    EXPECT_EQ(freeResultSet(&idsCopy), 0);
-}
 
 TEST_F(ResultSet, isDumpedAtLevelZero) {
     const TempDirectory directory;
@@ -80,6 +53,7 @@ TEST_F(IdQuery, joinsGoodIdentifiers) {
         {"all failed", ids().element("e", -1).element("f", -2), nullptr},
         {"all positive", ids().element("e", 1).id("a").id("b"), nullptr},
         {"one without characters", ids().element("e").id(""), nullptr},
+        {"one too long", ids().element("e").id(std::string(32000, 'x')), nullptr},
         {"no element", ids(), nullptr},
         {"no item", ids().element("e"), nullptr},
     };
@@ -118,24 +92,6 @@ TEST_F(IdQuery, startsOverAndBelongsToItsResultSet) {
     ASSERT_EQ(idsOf(server, connection, ids().element("e", -1).bytes()), result);
     EXPECT_EQ(getIdQuery(result, &second), STAPI_RC_NO_GOOD_IDS);
     EXPECT_STREQ(first, "a:b:d") << "a call without a result leaves the string before";
-}
-
-// Identifiers go in whole as long as the string stays within its limit.
-TEST_F(IdQuery, endsWithTheLastIdentifierThatFits) {
-    for (const auto& [first, second, expected] : {std::tuple(15999U, 15999U, QUERY_STRING_MAX),
-                                                  {15999U, 16000U, 15999},
-                                                  {31999U, 1U, QUERY_STRING_MAX},
-                                                  {31998U, 1U, QUERY_STRING_MAX - 1},
-                                                  {31997U, 1U, QUERY_STRING_MAX},
-                                                  {32000U, 1U, 0}}) {
-        const Reply reply = ids().element("e").id(std::string(first, 'x')).id(std::string(second, 'x'));
-        ResultSetToken* result = idsOf(server, connection, reply.bytes());
-        char none[] = "";
-        char* query = none;
-        ASSERT_EQ(getIdQuery(result, &query), expected == 0 ? STAPI_RC_NO_GOOD_IDS : 0) << first;
-        EXPECT_EQ(std::strlen(query), expected) << first;
-        EXPECT_EQ(getStatsByStatId(connection, query, &result), 0) << "what it makes can be asked";
-    }
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // What the exported calls say to handles without content, or with content that no query has written.
 #include "support/interposer.h"
-#include "support/process.h"
 #include "simgateway/sim_gateway.h"
 #include "support/trace_capture.h"
 
@@ -14,9 +13,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -130,49 +126,6 @@ TEST(Content, internalCallsWithNothingToWorkOnAreRefused) {
     EXPECT_EQ(flag, 7);
     EXPECT_THAT(trace.takeNumbers(),
                 testing::ElementsAre(2101, 2109, 2112, 2117, 2121, 2124, 3227, 3227, 3227, 2232, 2021, 2028));
-}
-
-TEST(Content, noCallWorksWithoutATrace) {
-    EXPECT_EQ(runInChild([] {
-                  dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);  // each call says why
-                  const AllocationFault fault(1);
-                  if (stapiInit() != STAPI_RC_NO_MEMORY) {
-                      return 1;
-                  }
-                  ResultSetToken* rs = nullptr;
-                  char* text = nullptr;
-                  StatData stat{};
-                  IdData id{};
-                  const int codes[] = {
-                      openGatewayConnection(7531, nullptr, &text),
-                      getStats(nullptr, &rs),
-                      getStatIds(nullptr, &rs),
-                      getResourceGroupIds(nullptr, &rs),
-                      getStatsByStatId(nullptr, "a", &rs),
-                      getStatsByStatGroupId(nullptr, "a", &rs),
-                      getStatIdsByStatGroupId(nullptr, "a", &rs),
-                      getFirstStat(nullptr, &stat),
-                      getNextStat(nullptr, &stat),
-                      getFirstId(nullptr, &id),
-                      getNextId(nullptr, &id),
-                      copyResultSet(nullptr, &rs),
-                      freeResultSet(&rs),
-                      getIdQuery(nullptr, &text),
-                      dumpResultSet(nullptr),
-                      closeGatewayConnection(nullptr),
-                      closeAllGatewayConnections(),
-                      dumpState(),
-                  };
-                  int number = 2;
-                  for (const int code : codes) {
-                      if (code != STAPI_RC_TRACE_INIT_FAILED) {
-                          return number;
-                      }
-                      ++number;
-                  }
-                  return 0;
-              }),
-              0);
 }
 
 }  // namespace

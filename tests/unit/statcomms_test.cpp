@@ -91,14 +91,6 @@ TEST(ProtocolVersion, noStorageForALongerText) {
     EXPECT_EQ(token.protocolVersion, nullptr);
 }
 
-TEST(ProtocolVersion, callAnsweredLikeAnInitHasNone) {
-    ScriptedPeer peer({INIT_REPLY, INIT_REPLY});
-    Token token(peer.socket());
-    TraceCapture trace(4);
-    EXPECT_EQ(statProtocolVer(&token, &token.reasons), STAPI_RC_NULL_PARAMETER);
-    EXPECT_EQ(trace.takeNumbers(VERSION_LINES), (std::vector{2201, 2205}));
-}
-
 char content[RESULT_SET_BUFFER_SIZE + RESULT_SET_BUFFER_SLACK];
 
 // It goes before the call.
@@ -108,15 +100,6 @@ TEST(Queries, dataOfAnInitReplyBelongsToNobody) {
     EXPECT_EQ(commsStats(peer.socket(), content), 0);
     EXPECT_EQ(allocations.taken, allocations.released);
     EXPECT_EQ(peer.requests().size(), 2u);
-}
-
-// Its length field holds 16 bits.
-TEST(Queries, longTextGoesOutWhole) {
-    ScriptedPeer peer({INIT_REPLY, message({}, callBody({}))});
-    EXPECT_EQ(commsStatsByStatId(peer.socket(), content, std::string(70000, 'i').c_str()), 0);
-    const Bytes end = hex("74 1170") + Bytes(70000, 'i') + hex("00000001 0010 'java.lang.String'");
-    const Bytes request = peer.requests().at(1);
-    EXPECT_TRUE(slice(request, request.size() - end.size()) == end);
 }
 
 }  // namespace
