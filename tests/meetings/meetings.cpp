@@ -1,11 +1,11 @@
 // Pairs of calls that meet in one another: the first pauses at each of its steps in turn while the second runs.
-#include "child.h"
-#include "fixture.h"
-#include "forked_server.h"
+#include "support/process.h"
+#include "support/fixture.h"
+#include "support/forked_server.h"
 #include "hooks.h"
 #include "stapi_zul_gwytok.h"
-#include "temp_directory.h"
-#include "walk.h"
+#include "support/temp_directory.h"
+#include "support/walk.h"
 
 #include <netinet/in.h>
 #include <sys/mman.h>
@@ -23,8 +23,8 @@
 namespace meetings {
 namespace {
 
-using apitest::QUERY_CALLS;
-using soaktest::ForkedServer;
+using support::ForkedServer;
+using support::QUERY_CALLS;
 using Codes = std::vector<int>;
 
 constexpr char USAGE[] =
@@ -45,7 +45,7 @@ struct World {
     ForkedServer tooLong{{.protocolVersion = std::string(32766, '1'), .stats = STATISTICS}};
     ForkedServer longest{{.protocolVersion = std::string(32767, '1'), .stats = STATISTICS}};
     int closedPort = 0;  // nobody listens there
-    unittest::TempDirectory directory{};
+    support::TempDirectory directory{};
     std::string traceFile = directory.file("trace");
 };
 const World* world;
@@ -87,14 +87,14 @@ int query(Actor& actor) {
     return rc;
 }
 
-apitest::Entries answerOf(int number) {
-    const apitest::Entries entries = number == 2 ? apitest::allGroupIds(MODEL) : apitest::allStats(MODEL);
-    return QUERY_CALLS[number].statistics ? entries : apitest::idsOnly(entries);
+support::Entries answerOf(int number) {
+    const support::Entries entries = number == 2 ? support::allGroupIds(MODEL) : support::allStats(MODEL);
+    return QUERY_CALLS[number].statistics ? entries : support::idsOnly(entries);
 }
 
 int walk(Actor& actor) {
     char* ids = nullptr;
-    EXPECT_EQ(apitest::walkStats(actor.result), answerOf(0));
+    EXPECT_EQ(support::walkStats(actor.result), answerOf(0));
     return getIdQuery(actor.result, &ids);
 }
 
@@ -185,7 +185,7 @@ void setUp(Actor& actor) {
 
 void tearDown(Actor& actor) {
     const int number = actor.mayClose ? 0 : actor.query;
-    const auto walked = QUERY_CALLS[number].statistics ? apitest::walkStats : apitest::walkIds;
+    const auto walked = QUERY_CALLS[number].statistics ? support::walkStats : support::walkIds;
     EXPECT_EQ(walked(actor.result), answerOf(number));
     EXPECT_TRUE(!actor.mayClose || freeResultSet(&actor.result) == 0);
 }
@@ -228,11 +228,11 @@ void expectOrder(int descriptors) {
     tearDown(actor);
     EXPECT_EQ(closeGatewayConnection(&actor.token), 0);
     EXPECT_EQ(gtListHeadPtr, nullptr);
-    EXPECT_EQ(apitest::openDescriptors(), descriptors);
+    EXPECT_EQ(support::openDescriptors(), descriptors);
 }
 
 void meet(const Call& one, const Call& two, int level, Meeting& meeting) {
-    const int descriptors = apitest::openDescriptors();
+    const int descriptors = support::openDescriptors();
     Actor first = newActor(one, two, level);
     Actor second = newActor(two, one, level);
     std::barrier ready(3);
@@ -380,7 +380,7 @@ int runAll(const Options& options) {
     int failures = 0;
     int here = 0;
     int where = -1;
-    while (const int rc = unittest::runInChild([&] { return run(options); }, SECONDS)) {
+    while (const int rc = support::runInChild([&] { return run(options); }, SECONDS)) {
         ++failures;
         if (place.pair == COUNT * COUNT) {
             std::printf("failed with %d behind all meetings\n", rc);
