@@ -74,83 +74,49 @@ inline long expectedSum(int count) {
 
 // Walks a reply where it was received.
 [[gnu::noinline]] inline long walkReply(const unsigned char* payload, std::size_t size) {
-    struct Sink {
-        static bool count(std::int32_t) {
-            return true;
-        }
-        static bool element(const support::PayloadText&, bool) {
-            return true;
-        }
-        static bool code(std::int32_t) {
-            return true;
-        }
-        static bool items(std::int32_t) {
-            return true;
-        }
-        bool id(const support::PayloadText& text) {
-            latest = text;
-            return true;
-        }
-        bool value(const support::PayloadText& text) {
-            sum += entrySum(latest.chars, latest.length, text.chars, text.length);
-            return true;
-        }
-        support::PayloadText latest{};
-        long sum = 0;
-    } sink;
-    return support::readPayload(payload, payload + size, true, sink) != nullptr ? sink.sum : -1;
+    long sum = 0;
+    support::PayloadText id{};
+    const auto add = [&](support::Field field, const support::PayloadText& text, std::int32_t) {
+        sum += field == support::Field::VALUE ? entrySum(id.chars, id.length, text.chars, text.length) : 0;
+        id = text;
+        return true;
+    };
+    return support::readPayload(payload, payload + size, true, add) != nullptr ? sum : -1;
 }
 
 // Lays a reply into a result set buffer; the size of the content, or -1.
 [[gnu::noinline]] inline long layOut(const unsigned char* payload, std::size_t size, char* buffer,
                                      std::size_t capacity) {
-    struct Sink {
-        void word(std::uint32_t value) {
-            std::memcpy(out, &value, sizeof value);
-            out += sizeof value;
-        }
-        bool text(const support::PayloadText& from) {
-            if (limit - out < static_cast<std::ptrdiff_t>(4 + from.length)) {
+    using enum support::Field;
+    char* out = buffer + EYECATCHER_SIZE + 4;
+    char* const limit = buffer + capacity - sizeof RESULT_SET_TERMINATOR;
+    std::uint32_t elements = 0;
+    const auto put = [&](std::uint32_t value) {
+        std::memcpy(out, &value, sizeof value);
+        out += sizeof value;
+    };
+    const auto lay = [&](support::Field field, const support::PayloadText& text, std::int32_t number) {
+        if (field == CODE || field == ITEMS) {
+            if (limit - out < (field == CODE ? 8 : 4)) {
                 return false;
             }
-            word(static_cast<std::uint32_t>(from.length));
-            std::memcpy(out, from.chars, from.length);
-            out += from.length;
+            put(static_cast<std::uint32_t>(number));
             return true;
         }
-        static bool count(std::int32_t) {
-            return true;
+        if (field == COUNT || limit - out < static_cast<std::ptrdiff_t>(4 + text.length)) {
+            return field == COUNT;
         }
-        bool element(const support::PayloadText& query, bool) {
-            ++elements;
-            return text(query);
-        }
-        bool code(std::int32_t rc) {
-            if (limit - out < 8) {
-                return false;
-            }
-            word(static_cast<std::uint32_t>(rc));
-            return true;
-        }
-        bool items(std::int32_t number) {
-            word(static_cast<std::uint32_t>(number));
-            return true;
-        }
-        bool id(const support::PayloadText& from) {
-            return text(from);
-        }
-        bool value(const support::PayloadText& from) {
-            return text(from);
-        }
-        char* out;
-        char* const limit;
-        std::uint32_t elements = 0;
-    } sink{buffer + EYECATCHER_SIZE + 4, buffer + capacity - sizeof RESULT_SET_TERMINATOR};
-    const bool whole = support::readPayload(payload, payload + size, true, sink) != nullptr;
-    std::memcpy(sink.out, &RESULT_SET_TERMINATOR, sizeof RESULT_SET_TERMINATOR);
+        elements += field == ELEMENT ? 1 : 0;
+        put(static_cast<std::uint32_t>(text.length));
+        std::memcpy(out, text.chars, text.length);
+        out += text.length;
+        return true;
+    };
+    const bool whole = support::readPayload(payload, payload + size, true, lay) != nullptr;
+    put(RESULT_SET_TERMINATOR);
     std::memcpy(buffer, STATS_CONTENT_MARKER, EYECATCHER_SIZE);
-    std::memcpy(buffer + EYECATCHER_SIZE, &sink.elements, sizeof sink.elements);
-    return whole ? sink.out + 4 - buffer : -1;
+    std::memcpy(buffer + EYECATCHER_SIZE, &elements, sizeof elements);
+    return whole ? out - buffer : -1;
 }
 
 // Walks a result set buffer, trusting it.

@@ -29,32 +29,20 @@ struct Layer {
         used += tooLarge ? 0 : count;
         return !tooLarge;
     }
-    bool storeText(support::PayloadText text) {
-        const auto length = static_cast<std::uint32_t>(text.length);
-        return store(&length, WORD) && store(text.chars, text.length);
-    }
-    bool complete(bool isComplete) {
-        completeSize = isComplete ? used : completeSize;
+    bool operator()(support::Field field, support::PayloadText text, std::int32_t number) {
+        using enum support::Field;
+        if (field == COUNT) {
+            std::memcpy(expected + EYECATCHER_SIZE, &number, WORD);
+            return true;
+        }
+        const bool isText = field == ELEMENT || field == ID || field == VALUE;
+        const auto length = static_cast<std::int32_t>(text.length);
+        if (!store(isText ? &length : &number, WORD) || (isText && !store(text.chars, text.length))) {
+            return false;
+        }
+        const bool isWhole = (field == CODE && number < 0) || (field == ITEMS && number <= 0);
+        completeSize = isWhole || field == (statistics ? VALUE : ID) ? used : completeSize;
         return true;
-    }
-    static bool count(std::int32_t elements) {
-        std::memcpy(expected + EYECATCHER_SIZE, &elements, WORD);
-        return true;
-    }
-    bool element(support::PayloadText text, bool) {
-        return storeText(text);
-    }
-    bool code(std::int32_t rc) {
-        return store(&rc, WORD) && complete(rc < 0);
-    }
-    bool items(std::int32_t number) {
-        return store(&number, WORD) && complete(number <= 0);
-    }
-    bool id(support::PayloadText text) {
-        return storeText(text) && complete(!statistics);
-    }
-    bool value(support::PayloadText text) {
-        return storeText(text) && complete(true);
     }
 
     const bool statistics;

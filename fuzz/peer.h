@@ -1,6 +1,5 @@
 // What the fuzz targets share: choices taken off the input, checks, and the Gateway behind the wrapped socket calls.
-#ifndef FUZZ_PEER_H
-#define FUZZ_PEER_H
+#pragma once
 
 #include <cstdint>
 #include <cstdio>
@@ -59,5 +58,3 @@ struct Peer {
     unsigned failing;  // allocation from here on, counted from 1; 0: none
 };
 extern Peer peer;
-
-#endif

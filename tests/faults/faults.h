@@ -1,7 +1,6 @@
 // Walks over everything that can go wrong at one place of a conversation. Each place is a point, tried in a process of
 // its own with a Gateway of its own, because the library initialises once per process.
-#ifndef FAULTS_H
-#define FAULTS_H
+#pragma once
 
 #include "support/fixture.h"
 #include "support/interposer.h"
@@ -104,5 +103,3 @@ void walkBoundary(Walk& walk);
 void walkDescriptors(Walk& walk);
 
 }  // namespace faults
-
-#endif

@@ -1,6 +1,5 @@
 // The trace of a conversation, compared with a file of the source tree.
-#ifndef RECORDING_H
-#define RECORDING_H
+#pragma once
 
 #include "support/fixture.h"
 #include "support/temp_directory.h"
@@ -55,5 +54,3 @@ protected:
 };
 
 }  // namespace golden
-
-#endif

@@ -20,40 +20,27 @@ struct Walked {
 
 // Throws std::out_of_range when it needs a byte beyond the payload's end.
 inline Walked walked(const Bytes& bytes, bool statistics = true) {
-    struct Sink : Walked {
-        explicit Sink(bool hasTags) : tags(hasTags) {
+    Walked out;
+    const auto sink = [&](Field field, PayloadText text, std::int32_t number) {
+        const std::string chars(text.chars, text.chars + text.length);
+        if (field == Field::ELEMENT) {
+            out.summary += chars + (number != 0 || !statistics ? "" : "+");
+        } else if (field == Field::CODE) {
+            out.summary += (number == 0 ? "/" : "(" + std::to_string(number) + ")/") + (number < 0 ? "0 " : "");
+        } else if (field == Field::ITEMS) {
+            out.summary += std::to_string(number) + " ";
+        } else if (field == Field::VALUE) {
+            out.lastValue = chars;
         }
-        bool count(std::int32_t) {
-            return true;
-        }
-        bool element(PayloadText text, bool isShort) {
-            summary.append(text.chars, text.chars + text.length).append(isShort || !tags ? "" : "+");
-            return true;
-        }
-        bool code(std::int32_t rc) {
-            summary += (rc == 0 ? "/" : "(" + std::to_string(rc) + ")/") + (rc < 0 ? "0 " : "");
-            return true;
-        }
-        bool items(std::int32_t number) {
-            summary += std::to_string(number) + " ";
-            return true;
-        }
-        bool id(PayloadText) {
-            return true;
-        }
-        bool value(PayloadText text) {
-            lastValue.assign(text.chars, text.chars + text.length);
-            return true;
-        }
-        const bool tags;
-    } sink(statistics);
+        return true;
+    };
     const std::uint8_t* const end = bytes.data() + bytes.size();
     const std::uint8_t* const at = readPayload(bytes.data(), end, statistics, sink);
     if (at == nullptr) {
         throw std::out_of_range("payload");
     }
-    sink.summary += at < end ? "..." : "";
-    return sink;
+    out.summary += at < end ? "..." : "";
+    return out;
 }
 
 }  // namespace simtest

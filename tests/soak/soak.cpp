@@ -38,8 +38,9 @@ struct Options {
 std::vector<Entries> trueAnswers() {
     const simgateway::Model model(1, ForkedServer::STATISTICS);
     const Entries group = support::statsOfGroup(model, "daemon");
-    return {support::allStats(model), support::allStatIds(model), support::allGroupIds(model), group, group,
-            support::idsOnly(group)};
+    return {
+        support::allStats(model), support::idsOnly(support::allStats(model)), support::allGroupIds(model), group, group,
+        support::idsOnly(group)};
 }
 
 const std::vector<Entries> ANSWERS = trueAnswers();

@@ -1,7 +1,6 @@
 // What the tests of the exported calls share: a test of bounded length that leaves the library as it found it, a
 // simulated Gateway, and connections to it.
-#ifndef FIXTURE_H
-#define FIXTURE_H
+#pragma once
 
 #include "simgateway/sim_gateway.h"
 #include "zulstats.h"
@@ -115,5 +114,3 @@ inline constexpr QueryCall QUERY_CALLS[] = {
 [[nodiscard]] std::size_t countRequests(const simgateway::Server& server, Exchange exchange);
 
 }  // namespace support
-
-#endif

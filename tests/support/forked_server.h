@@ -1,6 +1,5 @@
 // A simulated Gateway in a process of its own: its threads and storage would hide what the library keeps.
-#ifndef FORKED_SERVER_H
-#define FORKED_SERVER_H
+#pragma once
 
 #include "simgateway/model.h"
 #include "simgateway/sim_gateway.h"
@@ -111,5 +110,3 @@ private:
 };
 
 }  // namespace support
-
-#endif

@@ -1,6 +1,5 @@
 // Storage that ends right before a page on which every access faults: one byte read or written too many ends the test.
-#ifndef GUARDED_BLOCK_H
-#define GUARDED_BLOCK_H
+#pragma once
 
 #include <algorithm>
 #include <cstddef>
@@ -48,5 +47,3 @@ private:
 };
 
 }  // namespace support
-
-#endif

@@ -1,6 +1,5 @@
 // Byte sequences as text: pairs of hexadecimal digits, and characters between single quotes; and their parts.
-#ifndef HEX_H
-#define HEX_H
+#pragma once
 
 #include "simgateway/reply.h"
 
@@ -25,5 +24,3 @@ using simgateway::Bytes;
 [[nodiscard]] Bytes slice(const Bytes& bytes, std::size_t from, std::size_t to = static_cast<std::size_t>(-1));
 
 }  // namespace support
-
-#endif

@@ -1,8 +1,7 @@
 // What becomes of calls that the library makes of the system and of the C library: a script of the calling thread sees
 // each of them first, and may fail it or do it in another way. Without a script a call does its work. Calls inside the
 // C and C++ run-time libraries (streams, operator new) do not come by here.
-#ifndef INTERPOSER_H
-#define INTERPOSER_H
+#pragma once
 
 #include <pthread.h>
 #include <sys/select.h>
@@ -83,5 +82,3 @@ struct AllocationFault : Script {
 };
 
 }  // namespace support
-
-#endif

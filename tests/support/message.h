@@ -1,7 +1,6 @@
 // Messages between a client and the Gateway, put together byte by byte: nothing of the library's own encoding, or of
 // the simulated Gateway's, is used.
-#ifndef MESSAGE_H
-#define MESSAGE_H
+#pragma once
 
 #include "hex.h"
 
@@ -44,5 +43,3 @@ inline const Bytes adminInitRequest = request(1, 0, "Admin", word(0));
 inline const Bytes closeRequest = request(10, 0xFFFFFFFF, "BASE", {});
 
 }  // namespace support
-
-#endif

@@ -1,7 +1,6 @@
 // The payload of a query's reply, read by distances alone, the way a client without a decoder of object streams does.
 // Nothing of the library's own reading is used.
-#ifndef PAYLOAD_H
-#define PAYLOAD_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -13,15 +12,16 @@ struct PayloadText {
     std::size_t length;
 };
 
-// Tells the sink each field; one that returns false ends the reading.
-//
-//     bool count(std::int32_t elements)              1 where the payload has no count
-//     bool element(PayloadText text, bool isShort)   whether its block's tag is that of a short one
-//     bool code(std::int32_t rc)
-//     bool items(std::int32_t count)                 of an element whose code is not negative
-//     bool id(PayloadText text)
-//     bool value(PayloadText text)                   of a statistic
-//
+enum class Field {
+    COUNT,    // number: of elements, 1 where the payload does not say
+    ELEMENT,  // text; number: 1 where its block's tag is that of a short one
+    CODE,     // number
+    ITEMS,    // number: of an element whose code is not negative
+    ID,       // text
+    VALUE     // text: of a statistic
+};
+
+// Tells the sink each field, as bool sink(Field, PayloadText text, std::int32_t number); false ends the reading.
 // Returns where it ends; null where the payload ends inside a field, or a sink has said so.
 template <typename Sink>
 [[gnu::always_inline]] inline const std::uint8_t* readPayload(const std::uint8_t* at, const std::uint8_t* const end,
@@ -45,31 +45,32 @@ template <typename Sink>
     };
     const auto skipLast = [&](std::ptrdiff_t count) { at = skip(count) ? at : end; };  // nothing may follow
     std::int32_t elements = 1;
-    if (!skip(1) || (at[-1] == 1 && !word(&elements)) || !sink.count(elements)) {
+    PayloadText found{};
+    if (!skip(1) || (at[-1] == 1 && !word(&elements)) || !sink(Field::COUNT, found, elements)) {
         return nullptr;
     }
     for (; elements > 0; --elements) {
-        PayloadText found{};
         std::int32_t rc = 0;
         std::int32_t items = 0;
         if (!skip(6) || !text(&found) || !skip(13) || !text(&found) || !skip(14)) {
             return nullptr;
         }
         const bool isShort = at[-1] == 0x77;
-        if (!skip(isShort ? 1 : 4) || !text(&found) || !sink.element(found, isShort) || !word(&rc) || !sink.code(rc)) {
+        if (!skip(isShort ? 1 : 4) || !text(&found) || !sink(Field::ELEMENT, found, isShort) || !word(&rc) ||
+            !sink(Field::CODE, found, rc)) {
             return nullptr;
         }
-        if (rc >= 0 && (!word(&items) || !sink.items(items))) {
+        if (rc >= 0 && (!word(&items) || !sink(Field::ITEMS, found, items))) {
             return nullptr;
         }
         if (statistics && rc >= 0 && (!skip(2) || !text(&found) || !skip(8))) {
             return nullptr;
         }
         for (; items > 0; --items) {
-            if (!skip(statistics ? 7 : 0) || !text(&found) || !sink.id(found)) {
+            if (!skip(statistics ? 7 : 0) || !text(&found) || !sink(Field::ID, found, 0)) {
                 return nullptr;
             }
-            if (statistics && (!text(&found) || !sink.value(found))) {
+            if (statistics && (!text(&found) || !sink(Field::VALUE, found, 0))) {
                 return nullptr;
             }
             skipLast(statistics ? 2 : 0);
@@ -80,5 +81,3 @@ template <typename Sink>
 }
 
 }  // namespace support
-
-#endif

@@ -1,6 +1,5 @@
 // Work in a forked process, for what ends a process, blocks it, or needs another process id; and what is open in this.
-#ifndef PROCESS_H
-#define PROCESS_H
+#pragma once
 
 #include <functional>
 
@@ -19,5 +18,3 @@ namespace support {
 [[nodiscard]] bool fallsTo(int count, int (*current)());
 
 }  // namespace support
-
-#endif

@@ -1,6 +1,5 @@
 // A fresh directory under TMPDIR, removed with its contents when the object goes.
-#ifndef TEMP_DIRECTORY_H
-#define TEMP_DIRECTORY_H
+#pragma once
 
 #include <string>
 
@@ -25,5 +24,3 @@ private:
 [[nodiscard]] std::string readFile(const std::string& name);
 
 }  // namespace support
-
-#endif

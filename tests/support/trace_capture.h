@@ -1,6 +1,5 @@
 // The trace in a file of the test's own, and its lines taken apart.
-#ifndef TRACE_CAPTURE_H
-#define TRACE_CAPTURE_H
+#pragma once
 
 #include "temp_directory.h"
 
@@ -61,5 +60,3 @@ private:
 };
 
 }  // namespace support
-
-#endif

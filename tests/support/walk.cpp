@@ -80,10 +80,6 @@ Entries idsOnly(Entries entries) {
     return entries;
 }
 
-Entries allStatIds(const simgateway::Model& model) {
-    return idsOnly(allStats(model));
-}
-
 Entries allGroupIds(const simgateway::Model& model) {
     Entries entries;
     for (const simgateway::ResourceGroup& group : model.groups()) {

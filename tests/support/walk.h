@@ -1,6 +1,5 @@
 // Result sets as lists of entries, walked with the exported calls or told from the model.
-#ifndef WALK_H
-#define WALK_H
+#pragma once
 
 #include "simgateway/model.h"
 #include "zulstats.h"
@@ -36,10 +35,7 @@ using Entries = std::vector<Entry>;
 // Entries that an answer of the model has.
 [[nodiscard]] Entries allStats(const simgateway::Model& model, std::uint64_t seconds = 0);
 [[nodiscard]] Entries idsOnly(Entries entries);
-[[nodiscard]] Entries allStatIds(const simgateway::Model& model);
 [[nodiscard]] Entries allGroupIds(const simgateway::Model& model);
 [[nodiscard]] Entries statsOfGroup(const simgateway::Model& model, const std::string& group, std::uint64_t seconds = 0);
 
 }  // namespace support
-
-#endif

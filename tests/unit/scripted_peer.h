@@ -1,6 +1,5 @@
 // The Gateway's end of a connection.
-#ifndef SCRIPTED_PEER_H
-#define SCRIPTED_PEER_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -86,5 +85,3 @@ private:
 };
 
 }  // namespace support
-
-#endif
