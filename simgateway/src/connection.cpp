@@ -10,13 +10,13 @@
 namespace simgateway {
 
 Connection::Connection(Descriptor accepted, std::uint32_t connection, Session protocol, Control& serverControl,
-                       const StopSignal& serverStop, std::function<std::uint64_t()> modelTime)
+                       const StopSignal& serverStop, std::function<Scene()> serverScene)
     : socket(std::move(accepted)),
       number(connection),
       session(std::move(protocol)),
       control(serverControl),
       stop(serverStop),
-      seconds(std::move(modelTime)) {
+      scene(std::move(serverScene)) {
 }
 
 void Connection::run() noexcept {
@@ -44,7 +44,11 @@ void Connection::serve() {
         if (!accepted) {
             return;
         }
-        const Bytes reply = session.answer(exchange, message, fault, control.payload(exchange), seconds());
+        const Scene now = scene();
+        if (now.model == nullptr) {
+            return;
+        }
+        const Bytes reply = session.answer(exchange, message, fault, control.payload(exchange), now);
         if (fault.silent) {
             awaitPeerClose();
             return;

@@ -14,7 +14,7 @@ namespace simgateway {
 class Connection {
 public:
     Connection(Descriptor accepted, std::uint32_t connection, Session protocol, Control& serverControl,
-               const StopSignal& serverStop, std::function<std::uint64_t()> modelTime);
+               const StopSignal& serverStop, std::function<Scene()> serverScene);
 
     // Serves requests until the connection ends; the socket is closed when it returns. Never throws.
     void run() noexcept;
@@ -31,7 +31,7 @@ private:
     Session session;
     Control& control;
     const StopSignal& stop;
-    const std::function<std::uint64_t()> seconds;
+    const std::function<Scene()> scene;
 };
 
 }  // namespace simgateway

@@ -14,31 +14,52 @@ std::size_t indexOf(Exchange exchange) {
     return static_cast<std::size_t>(exchange);
 }
 
-}  // namespace
-
-void Control::inject(Exchange exchange, Fault fault) {
-    const std::size_t index = indexOf(exchange);
+void check(const Fault& fault) {
     if (fault.eyecatcher && fault.eyecatcher->size() != 4) {
         throw std::invalid_argument("an eyecatcher has 4 characters");
     }
+}
+
+}  // namespace
+
+void Control::inject(Exchange exchange, Fault fault, std::size_t times) {
+    const std::size_t index = indexOf(exchange);
+    check(fault);
     const std::lock_guard guard(lock);
-    faults[index].push_back(std::move(fault));
+    if (times > 0) {
+        faults[index].push_back({std::move(fault), times});
+    }
+}
+
+void Control::setFault(Exchange exchange, Fault fault) {
+    const std::size_t index = indexOf(exchange);
+    check(fault);
+    const std::lock_guard guard(lock);
+    faults[index].clear();
+    standing[index] = std::move(fault);
 }
 
 std::size_t Control::pendingFaults(Exchange exchange) const {
     const std::size_t index = indexOf(exchange);
     const std::lock_guard guard(lock);
-    return faults[index].size();
+    std::size_t sum = 0;
+    for (const Waiting& waiting : faults[index]) {
+        sum += waiting.times;
+    }
+    return sum;
 }
 
 Fault Control::takeFault(Exchange exchange) {
     const std::size_t index = indexOf(exchange);
     const std::lock_guard guard(lock);
-    std::deque<Fault>& waiting = faults[index];
+    std::deque<Waiting>& waiting = faults[index];
     if (waiting.empty()) {
-        return {};
+        return standing[index];
     }
-    Fault fault = std::move(waiting.front());
+    if (--waiting.front().times > 0) {
+        return waiting.front().fault;
+    }
+    Fault fault = std::move(waiting.front().fault);
     waiting.pop_front();
     return fault;
 }

@@ -20,9 +20,10 @@ public:
     explicit Control(bool keepRequestsToo) : keepRequests(keepRequestsToo) {
     }
 
-    void inject(Exchange exchange, Fault fault);
+    void inject(Exchange exchange, Fault fault, std::size_t times);
+    void setFault(Exchange exchange, Fault fault);
     std::size_t pendingFaults(Exchange exchange) const;
-    // The fault for the exchange at hand, a healthy one when none waits.
+    // The fault for the exchange at hand: the one that waits longest, else the one that was set, else a healthy one.
     Fault takeFault(Exchange exchange);
 
     void setPayload(Exchange exchange, std::optional<Bytes> payload);
@@ -38,12 +39,18 @@ public:
     bool waitForConnections(std::size_t count, std::chrono::milliseconds limit) const;
 
 private:
+    struct Waiting {
+        Fault fault;
+        std::size_t times;  // at least 1
+    };
+
     static constexpr std::size_t kinds = static_cast<std::size_t>(Exchange::unknown);
 
     const bool keepRequests;
     mutable std::mutex lock;                  // guards all that follows
     mutable std::condition_variable changed;  // a request recorded, a connection opened or closed
-    std::array<std::deque<Fault>, kinds> faults;
+    std::array<std::deque<Waiting>, kinds> faults;
+    std::array<Fault, kinds> standing;  // where no fault waits
     std::array<std::optional<Bytes>, kinds> payloads;
     std::vector<Request> received;
     std::size_t open = 0;

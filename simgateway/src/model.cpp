@@ -1,6 +1,7 @@
 #include "simgateway/model.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "catalogue.h"
 
@@ -35,7 +36,10 @@ auto lookUp(const Map& map, std::string_view id) -> typename Map::mapped_type {
 
 }  // namespace
 
-Model::Model(std::uint64_t seed, int statistics) : groupList(makeCatalogue(seed, checked(statistics))) {
+Model::Model(std::uint64_t seed, int statistics) : Model(makeCatalogue(seed, checked(statistics))) {
+}
+
+Model::Model(std::vector<ResourceGroup> groups) : groupList(std::move(groups)) {
     for (const ResourceGroup& group : groupList) {
         groupsById.emplace(group.id, &group);
         for (const Statistic& statistic : group.statistics) {
@@ -62,7 +66,7 @@ Reply Model::statIds(std::string_view query) const {
 Reply Model::select(std::string_view query, Reply reply,
                     const std::function<void(Reply&, const Statistic&)>& addItem) const {
     const auto addGroup = [&](const ResourceGroup& group) {
-        reply.element(group.id);
+        reply.element(group.id, group.rc);
         for (const Statistic& statistic : group.statistics) {
             addItem(reply, statistic);
         }
@@ -89,11 +93,14 @@ Reply Model::resourceGroups(std::string_view query) const {
     if (query.empty()) {
         reply.element("*");
         for (const ResourceGroup& group : groupList) {
-            reply.id(group.id);
+            if (group.isListed) {
+                reply.id(group.id);
+            }
         }
     }
     for (const std::string_view piece : split(query)) {
-        if (lookUp(groupsById, piece) != nullptr) {
+        const ResourceGroup* group = lookUp(groupsById, piece);
+        if (group != nullptr && group->isListed) {
             reply.element(piece).id(piece);
         } else {
             reply.element(piece, unknownElementRc);

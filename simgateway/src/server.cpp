@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cmath>
@@ -30,6 +31,9 @@ using Clock = std::chrono::steady_clock;
 constexpr double lastSecond = 1e10;
 constexpr std::uint64_t largestAdvance = 10'000'000'000;
 
+// The acceptor looks at the scene after this many seconds at the latest.
+constexpr double longestRest = 1e6;
+
 // Rest for the acceptor when the system has no descriptor or thread left.
 constexpr std::chrono::milliseconds shortage(20);
 
@@ -48,12 +52,15 @@ class Server::Impl {
 public:
     explicit Impl(Options wanted)
         : options((checkOptions(wanted), std::move(wanted))),
-          model(options.seed, options.stats),
+          model(options.seed, options.scenes ? 0 : options.stats),
           control(options.keepRequests),
-          listener(listenOnLoopback(options.port)),
-          boundPort(localPort(listener)),
-          start(Clock::now()),
-          acceptor([this] { acceptAll(); }) {
+          holder(bindToLoopback(options.port)),
+          boundPort(localPort(holder)),
+          start(Clock::now()) {
+        if (scene().model != nullptr) {
+            listen();
+        }
+        acceptor = std::thread([this] { acceptAll(); });
     }
 
     ~Impl() {
@@ -67,20 +74,23 @@ public:
         }
         stopSignal.raise();
         acceptor.join();
-        for (Worker& worker : workers) {
-            worker.thread.join();
-        }
-        workers.clear();
+        endConnections();
         listener.reset();
+        holder.reset();
     }
 
-    std::uint64_t seconds() const {
-        const std::chrono::duration<double> elapsed = Clock::now() - start;
-        const double running = options.speed > 0 ? std::floor(elapsed.count() * options.speed) : 0;
-        return static_cast<std::uint64_t>(std::min(running, lastSecond)) + advanced.load();
+    Scene scene() const {
+        if (options.scenes) {
+            return options.scenes(elapsed());
+        }
+        const auto seconds = static_cast<std::uint64_t>(std::floor(elapsed()));
+        return {.model = &model, .moment = seconds + advanced.load(), .protocolVersion = options.protocolVersion};
     }
 
     void advance(std::uint64_t count) {
+        if (options.scenes) {
+            throw std::logic_error("the time of scenes runs by itself");
+        }
         std::uint64_t now = advanced.load();
         while (!advanced.compare_exchange_weak(now, std::min(largestAdvance, now + std::min(largestAdvance, count)))) {
         }
@@ -96,35 +106,86 @@ private:
         std::atomic<bool> done{false};
     };
 
-    void acceptAll() {
-        std::uint32_t accepted = 0;
-        while (waitFor(listener.get(), POLLIN, stopSignal, std::chrono::milliseconds(-1)) == Wait::ready) {
-            Descriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-            if (socket.get() < 0) {
-                if (errno != EINTR && errno != EAGAIN && errno != ECONNABORTED) {
-                    waitFor(-1, 0, stopSignal, shortage);
-                }
-                continue;
-            }
-            workers.remove_if([](Worker& worker) {
-                if (!worker.done) {
-                    return false;
-                }
-                worker.thread.join();
-                return true;
-            });
-            const int on = 1;
-            ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-            startWorker(std::move(socket), ++accepted);
+    double elapsed() const {
+        const std::chrono::duration<double> real = Clock::now() - start;
+        return std::min(real.count() * options.speed, lastSecond);
+    }
+
+    // How long the scene keeps its model, or its lack of one; negative: for good.
+    std::chrono::milliseconds untilChange(const Scene& now) const {
+        const double left = (now.until - elapsed()) / options.speed;
+        if (!std::isfinite(left)) {
+            return std::chrono::milliseconds(-1);
         }
+        const std::chrono::duration<double> rest(std::clamp(left, 0.0, longestRest));
+        return std::max(std::chrono::ceil<std::chrono::milliseconds>(rest), std::chrono::milliseconds(1));
+    }
+
+    void listen() {
+        Descriptor socket = bindToLoopback(boundPort);
+        listenOn(socket);
+        listener = std::move(socket);
+    }
+
+    void acceptAll() {
+        for (;;) {
+            const Scene now = scene();
+            std::chrono::milliseconds limit = untilChange(now);
+            if (now.model == nullptr && listener.get() >= 0) {
+                listener.reset();
+                endConnections();
+                connectionStop.lower();
+            } else if (now.model != nullptr && listener.get() < 0) {
+                try {
+                    listen();
+                } catch (const std::system_error&) {
+                    limit = shortage;
+                }
+            }
+            const Wait wait = waitFor(listener.get(), POLLIN, stopSignal, limit);
+            if (wait == Wait::stopped) {
+                return;
+            }
+            if (wait == Wait::ready) {
+                acceptOne();
+            }
+        }
+    }
+
+    void acceptOne() {
+        Descriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (socket.get() < 0) {
+            if (errno != EINTR && errno != EAGAIN && errno != ECONNABORTED) {
+                waitFor(-1, 0, stopSignal, shortage);
+            }
+            return;
+        }
+        workers.remove_if([](Worker& worker) {
+            if (!worker.done) {
+                return false;
+            }
+            worker.thread.join();
+            return true;
+        });
+        const int on = 1;
+        ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        startWorker(std::move(socket), ++accepted);
+    }
+
+    void endConnections() {
+        connectionStop.raise();
+        for (Worker& worker : workers) {
+            worker.thread.join();
+        }
+        workers.clear();
     }
 
     void startWorker(Descriptor socket, std::uint32_t number) {
         Worker& worker = workers.emplace_back();
         control.connectionOpened();
         try {
-            auto connection = std::make_unique<Connection>(std::move(socket), number, Session(number, options, model),
-                                                           control, stopSignal, [this] { return seconds(); });
+            auto connection = std::make_unique<Connection>(std::move(socket), number, Session(number), control,
+                                                           connectionStop, [this] { return scene(); });
             worker.thread = std::thread([&worker, owned = std::move(connection)]() mutable {
                 owned->run();
                 owned.reset();
@@ -137,8 +198,10 @@ private:
         }
     }
 
-    StopSignal stopSignal;
-    Descriptor listener;  // used by the acceptor's thread; closed by stop() after its end
+    StopSignal stopSignal;      // for the acceptor
+    StopSignal connectionStop;  // for the connections
+    Descriptor holder;          // bound and silent: the port stays this server's while it does not listen
+    Descriptor listener;        // used by the acceptor's thread; closed by stop() after its end
 
 public:
     const std::uint16_t boundPort;
@@ -146,9 +209,10 @@ public:
 private:
     const Clock::time_point start;
     std::atomic<std::uint64_t> advanced{0};  // seconds added by advance()
+    std::uint32_t accepted = 0;              // connections so far; belongs to the acceptor's thread
     std::list<Worker> workers;               // belongs to the acceptor's thread, after its end to stop()
     std::mutex stopLock;                     // held through stop()
-    std::thread acceptor;                    // last, so that it starts when all else is there
+    std::thread acceptor;
 };
 
 Server::Server(Options options) : impl(std::make_unique<Impl>(std::move(options))) {
@@ -160,8 +224,12 @@ std::uint16_t Server::port() const {
     return impl->boundPort;
 }
 
-void Server::inject(Exchange exchange, Fault fault) {
-    impl->control.inject(exchange, std::move(fault));
+void Server::inject(Exchange exchange, Fault fault, std::size_t times) {
+    impl->control.inject(exchange, std::move(fault), times);
+}
+
+void Server::setFault(Exchange exchange, Fault fault) {
+    impl->control.setFault(exchange, std::move(fault));
 }
 
 std::size_t Server::pendingFaults(Exchange exchange) const {

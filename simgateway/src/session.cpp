@@ -68,8 +68,7 @@ struct Session::Answer {
     }
 };
 
-Session::Session(std::uint32_t connection, const Options& serverOptions, const Model& serverModel)
-    : number(connection), options(serverOptions), model(serverModel) {
+Session::Session(std::uint32_t connection) : number(connection) {
 }
 
 bool Session::accepts(Exchange exchange, const Bytes& message) const {
@@ -115,12 +114,12 @@ void Session::checkForm(Exchange exchange, const Bytes& message) const {
 }
 
 Bytes Session::answer(Exchange exchange, const Bytes& message, const Fault& fault, const std::optional<Bytes>& payload,
-                      std::uint64_t seconds) {
+                      const Scene& scene) {
     ++replies;
     const Header request = decodeHeader(message);
     Answer answer;
     if (echoFits(exchange, request)) {
-        answer = usualAnswer(exchange, request, message, fault, seconds);
+        answer = usualAnswer(exchange, request, message, fault, scene);
     } else {
         answer.headerRc = wrongEchoRc;
     }
@@ -160,7 +159,7 @@ bool Session::echoFits(Exchange exchange, const Header& request) const {
 }
 
 Session::Answer Session::usualAnswer(Exchange exchange, const Header& header, const Bytes& message, const Fault& fault,
-                                     std::uint64_t seconds) const {
+                                     const Scene& scene) const {
     const std::uint32_t low24 = number & 0xFFFFFF;
     switch (exchange) {
     case Exchange::handshake: {
@@ -194,7 +193,7 @@ Session::Answer Session::usualAnswer(Exchange exchange, const Header& header, co
     }
     case Exchange::getAttribute:
     case Exchange::invoke:
-        return answerCall(exchange, decodeAdminBody(header, message, exchange), fault, seconds);
+        return answerCall(exchange, decodeAdminBody(header, message, exchange), fault, scene);
     case Exchange::close:
     case Exchange::unknown:
         break;
@@ -203,7 +202,7 @@ Session::Answer Session::usualAnswer(Exchange exchange, const Header& header, co
 }
 
 Session::Answer Session::answerCall(Exchange exchange, const AdminBody& body, const Fault& fault,
-                                    std::uint64_t seconds) const {
+                                    const Scene& scene) const {
     const bool attribute = exchange == Exchange::getAttribute;
     Answer answer = Answer::words(static_cast<std::int32_t>(attribute ? callTypeGetAttribute : callTypeInvoke), 0);
     answer.hasFlag = true;
@@ -223,7 +222,7 @@ Session::Answer Session::answerCall(Exchange exchange, const AdminBody& body, co
         if (body.member != protocolAttribute) {
             return refuse("no such attribute");
         }
-        answer.rest = attributePayload(options.protocolVersion);
+        answer.rest = attributePayload(scene.protocolVersion);
         return answer;
     }
     if (body.signature != stringSignature) {
@@ -231,11 +230,11 @@ Session::Answer Session::answerCall(Exchange exchange, const AdminBody& body, co
     }
     Reply reply;
     if (body.member == "GET_STATS") {
-        reply = model.stats(body.query, seconds);
+        reply = scene.model->stats(body.query, scene.moment);
     } else if (body.member == "STAT_IDS") {
-        reply = model.statIds(body.query);
+        reply = scene.model->statIds(body.query);
     } else if (body.member == "RESOURCE_GROUPS") {
-        reply = model.resourceGroups(body.query);
+        reply = scene.model->resourceGroups(body.query);
     } else {
         return refuse("no such operation");
     }

@@ -14,15 +14,15 @@ namespace simgateway {
 // Belongs to the thread of its connection.
 class Session {
 public:
-    Session(std::uint32_t connection, const Options& serverOptions, const Model& serverModel);
+    explicit Session(std::uint32_t connection);
 
     // True when the whole message that was classified as this kind is well-formed, so that it has an answer.
     bool accepts(Exchange exchange, const Bytes& message) const;
 
-    // The whole reply to a request that accepts() took. What later requests have to hand back is read from the bytes
-    // of this reply, so that it is what really went out, faults included.
+    // The whole reply to a request that accepts() took; the scene has a model. What later requests have to hand back is
+    // read from the bytes of this reply, so that it is what really went out, faults included.
     Bytes answer(Exchange exchange, const Bytes& message, const Fault& fault, const std::optional<Bytes>& payload,
-                 std::uint64_t seconds);
+                 const Scene& scene);
 
 private:
     struct Answer;
@@ -30,14 +30,12 @@ private:
     void checkForm(Exchange exchange, const Bytes& message) const;
     bool echoFits(Exchange exchange, const Header& request) const;
     Answer usualAnswer(Exchange exchange, const Header& header, const Bytes& message, const Fault& fault,
-                       std::uint64_t seconds) const;
-    Answer answerCall(Exchange exchange, const AdminBody& body, const Fault& fault, std::uint64_t seconds) const;
+                       const Scene& scene) const;
+    Answer answerCall(Exchange exchange, const AdminBody& body, const Fault& fault, const Scene& scene) const;
     Header replyHeader(const Header& request, const Answer& answer, const Fault& fault) const;
     void remember(Exchange exchange, const Bytes& reply);
 
     const std::uint32_t number;
-    const Options& options;
-    const Model& model;
     std::uint32_t replies = 0;
 
     // From the replies sent so far.

@@ -8,9 +8,9 @@
 #include <utility>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -22,6 +22,10 @@ constexpr std::size_t receiveChunk = 16384;
 
 [[noreturn]] void throwErrno(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::string cannotListen(std::uint16_t port) {
+    return "cannot listen on port " + std::to_string(port);
 }
 
 bool wouldBlock(int error) {
@@ -45,18 +49,19 @@ void Descriptor::reset() {
 }
 
 StopSignal::StopSignal() {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
-        throwErrno("pipe");
+    event = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (event.get() < 0) {
+        throwErrno("eventfd");
     }
-    readEnd = Descriptor(ends[0]);
-    writeEnd = Descriptor(ends[1]);
 }
 
 void StopSignal::raise() {
-    const char byte = 1;
-    while (::write(writeEnd.get(), &byte, 1) < 0 && errno == EINTR) {
-    }
+    ::eventfd_write(event.get(), 1);
+}
+
+void StopSignal::lower() {
+    eventfd_t count = 0;
+    ::eventfd_read(event.get(), &count);
 }
 
 Wait waitFor(int fd, short events, const StopSignal& stop, std::chrono::milliseconds limit) {
@@ -90,7 +95,7 @@ Wait waitFor(int fd, short events, const StopSignal& stop, std::chrono::millisec
     }
 }
 
-Descriptor listenOnLoopback(std::uint16_t port) {
+Descriptor bindToLoopback(std::uint16_t port) {
     Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (socket.get() < 0) {
         throwErrno("socket");
@@ -103,11 +108,16 @@ Descriptor listenOnLoopback(std::uint16_t port) {
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(socket.get(), SOMAXCONN) != 0) {
-        throwErrno(("cannot listen on port " + std::to_string(port)).c_str());
+    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        throwErrno(cannotListen(port).c_str());
     }
     return socket;
+}
+
+void listenOn(const Descriptor& socket) {
+    if (::listen(socket.get(), SOMAXCONN) != 0) {
+        throwErrno(cannotListen(localPort(socket)).c_str());
+    }
 }
 
 std::uint16_t localPort(const Descriptor& socket) {

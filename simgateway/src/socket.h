@@ -33,18 +33,18 @@ private:
     int fd;
 };
 
-// One-way switch that many threads can poll: once raised, its descriptor is readable for good.
+// Switch that many threads can poll: while it is raised, its descriptor is readable.
 class StopSignal {
 public:
     StopSignal();
     void raise();
+    void lower();
     int descriptor() const {
-        return readEnd.get();
+        return event.get();
     }
 
 private:
-    Descriptor readEnd;
-    Descriptor writeEnd;
+    Descriptor event;
 };
 
 enum class Wait { ready, timeout, stopped };
@@ -52,8 +52,11 @@ enum class Wait { ready, timeout, stopped };
 // Waits for `events` on `fd` (-1: for nothing but the stop). A negative limit waits without one.
 Wait waitFor(int fd, short events, const StopSignal& stop, std::chrono::milliseconds limit);
 
-// Non-blocking socket that listens on 127.0.0.1. Throws std::system_error.
-Descriptor listenOnLoopback(std::uint16_t port);
+// Non-blocking socket bound to 127.0.0.1, 0 for any free port. It keeps the port from others while nobody listens.
+// Throws std::system_error.
+Descriptor bindToLoopback(std::uint16_t port);
+// Makes it listen. Throws std::system_error.
+void listenOn(const Descriptor& socket);
 std::uint16_t localPort(const Descriptor& socket);
 
 // Appends up to `count` bytes to `out`. True when all came; false when the peer closed or failed, or on a stop.

@@ -18,22 +18,27 @@ inline constexpr std::int32_t unknownElementRc = -1;
 
 struct Statistic {
     std::string id;
-    std::function<std::string(std::uint64_t)> value;  // by model time in seconds
+    std::function<std::string(std::uint64_t)> value;  // by model time in seconds, or a Scene's moment
 };
 
 struct ResourceGroup {
     std::string id;
     std::vector<Statistic> statistics;
+    std::int32_t rc = 0;   // of its query elements; a negative one leaves the statistics out
+    bool isListed = true;  // false: a name that statistics can be asked for by, and no resource group
 };
 
-// A value depends on the seed, the statistic's identifier and the model time alone, so equal seeds give equal values
-// at equal times whatever was asked before and however many statistics there are. Never changes after construction.
+// A value of the busy daemon depends on the seed, the statistic's identifier and the model time alone, so equal seeds
+// give equal values at equal times whatever was asked before and however many statistics there are. Never changes after
+// construction.
 class Model {
 public:
     static constexpr int maxStatistics = 100000;
 
     // Throws std::invalid_argument unless 0 <= statistics <= maxStatistics.
     explicit Model(std::uint64_t seed = 1, int statistics = 150);
+    // Of groups made elsewhere. Where an identifier comes twice, queries by it find the first.
+    explicit Model(std::vector<ResourceGroup> groups);
     // The index points into the groups.
     Model(const Model&) = delete;
     Model& operator=(const Model&) = delete;

@@ -4,9 +4,12 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "simgateway/reply.h"
@@ -72,6 +75,17 @@ struct Request {
     std::uint32_t connection = 0;  // 1 for the first connection that the server accepted
 };
 
+class Model;
+
+// What a Gateway serves at one moment. The model and the text belong to whoever hands them out and outlive the server.
+struct Scene {
+    const Model* model = nullptr;        // nullptr: none; connections are lost and new ones refused
+    std::uint64_t moment = 0;            // the time for which the model gives its values
+    std::string_view protocolVersion{};  // up to 65535 bytes
+    // The time in seconds up to which there goes on to be a model, or none, at least.
+    double until = std::numeric_limits<double>::infinity();
+};
+
 struct Options {
     std::uint16_t port = 0;  // 0: any free port
     std::string protocolVersion = "1_0_0_0";
@@ -79,6 +93,9 @@ struct Options {
     int stats = 150;           // number of statistics in the model
     double speed = 0;          // model seconds per real second; 0: time stands still but for advance()
     bool keepRequests = true;  // false: requests() stays empty
+    // What is served at a time in seconds, which starts with 0 and runs at `speed`; replaces the model of seed and
+    // stats and the protocol version. Called from many threads; never throws.
+    std::function<Scene(double seconds)> scenes{};
 };
 
 // Listens on 127.0.0.1 from construction on. Every member may be called from any thread.
@@ -96,16 +113,21 @@ public:
 
     std::uint16_t port() const;
 
-    // The next exchange of this kind that has no fault waiting before it, on any connection, gets the fault. A request
-    // that requests() shows has taken its fault. Throws std::invalid_argument for a fault that makes no sense.
-    void inject(Exchange exchange, Fault fault);
+    // The next `times` exchanges of this kind that have no fault waiting before them, on any connection, get the fault.
+    // A request that requests() shows has taken its fault. Throws std::invalid_argument for a fault that makes no
+    // sense.
+    void inject(Exchange exchange, Fault fault, std::size_t times = 1);
+    // Drops the faults that wait for this kind; from now on every exchange of it gets this fault, but for those that
+    // inject() has one for.
+    void setFault(Exchange exchange, Fault fault);
+    // Exchanges of this kind for which inject() has a fault waiting.
     std::size_t pendingFaults(Exchange exchange) const;
 
     // Every further reply of this kind carries this payload (see Fault::payload) in place of the usual one.
     void setPayload(Exchange exchange, Bytes payload);
     void clearPayload(Exchange exchange);
 
-    // Moves the model's time on by this many seconds.
+    // Moves the model's time on by this many seconds. Throws std::logic_error where there are scenes.
     void advance(std::uint64_t seconds);
 
     std::vector<Request> requests() const;
