@@ -1,10 +1,12 @@
 // zulstat-sim: the simulated Gateway as a program.
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstdint>
 #include <exception>
-#include <stdexcept>
+#include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -13,7 +15,9 @@
 #include <unistd.h>
 
 #include "arguments.h"
-#include "simgateway/sim_gateway.h"
+#include "control_lines.h"
+#include "gateways.h"
+#include "output.h"
 
 namespace {
 
@@ -24,16 +28,19 @@ constexpr int exitUsage = 2;
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// The file appears whole or not at all: whoever finds it can read the port from it. Its draft is a new file, whatever
-// others have put into a directory that they can write.
-void writePortFile(const std::string& name, std::uint16_t port) {
+// The file appears whole or not at all: whoever finds it can read the ports from it, one a line. Its draft is a new
+// file, whatever others have put into a directory that they can write.
+void writePortFile(const std::string& name, const std::vector<std::uint16_t>& ports) {
     const std::string draft = name + "." + std::to_string(getpid()) + ".tmp";
     const int descriptor = open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     std::FILE* const file = descriptor < 0 ? nullptr : fdopen(descriptor, "w");
     if (file == nullptr) {
         throwErrno(draft);
     }
-    const bool written = std::fprintf(file, "%u\n", static_cast<unsigned>(port)) > 0;
+    bool written = true;
+    for (const unsigned port : ports) {
+        written = std::fprintf(file, "%u\n", port) > 0 && written;
+    }
     const bool closed = std::fclose(file) == 0;
     if (!written || !closed || std::rename(draft.c_str(), name.c_str()) != 0) {
         const int error = errno;
@@ -43,19 +50,14 @@ void writePortFile(const std::string& name, std::uint16_t port) {
     }
 }
 
-void print(const std::string& text) {
-    std::fputs(text.c_str(), stdout);
-    std::fflush(stdout);
-}
-
-simgateway::Server listening(const simgateway::Options& options) {
-    try {
-        return simgateway::Server(options);
-    } catch (const std::system_error& error) {
-        if (error.code() != std::errc::address_in_use && error.code() != std::errc::permission_denied) {
-            throw;
-        }
-        throw std::runtime_error(std::string(error.what()) + "; --port 0 takes any free one");
+// Descriptors 0 to 2 are nobody else's, even where the program was started without them.
+void keepStandardDescriptors() {
+    int descriptor = -1;
+    do {
+        descriptor = open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor > STDERR_FILENO) {
+        close(descriptor);
     }
 }
 
@@ -68,34 +70,45 @@ int serve(const zulstatsim::Arguments& arguments) {
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
 
-    simgateway::Server server = listening(arguments.options);
+    // The thread that reads control lines may outlive this function.
+    const auto gateways = std::make_shared<zulstatsim::Gateways>(arguments);
+    const std::vector<std::uint16_t> ports = gateways->ports();
     if (!arguments.portFile.empty()) {
-        writePortFile(arguments.portFile, server.port());
+        writePortFile(arguments.portFile, ports);
     }
-    print("listening on 127.0.0.1:" + std::to_string(server.port()) + "\n");
+    std::string lines;
+    for (const std::uint16_t port : ports) {
+        lines += "listening on 127.0.0.1:" + std::to_string(port) + "\n";
+    }
+    zulstatsim::print(lines);
+    zulstatsim::readControlLines([gateways](const std::string& line) {
+        gateways->give(zulstatsim::parseFaultOrder(line));
+        zulstatsim::print("fault " + line + "\n");
+    });
     int signal = 0;
     while (sigwait(&ending, &signal) != 0) {
     }
-    server.stop();
+    gateways->stop();
     return EXIT_SUCCESS;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    keepStandardDescriptors();
     try {
         const zulstatsim::Arguments arguments =
             zulstatsim::parseArguments(std::vector<std::string>(argv + 1, argv + argc));
         if (arguments.help || arguments.version) {
-            print(arguments.help ? zulstatsim::helpText : zulstatsim::versionText);
+            zulstatsim::print(arguments.help ? zulstatsim::helpText() : zulstatsim::versionText);
             return EXIT_SUCCESS;
         }
         return serve(arguments);
     } catch (const zulstatsim::UsageError& error) {
-        std::fprintf(stderr, "zulstat-sim: %s\nTry 'zulstat-sim --help'.\n", error.what());
+        zulstatsim::complain("zulstat-sim: " + std::string(error.what()) + "\nTry 'zulstat-sim --help'.\n");
         return exitUsage;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "zulstat-sim: %s\n", error.what());
+        zulstatsim::complain("zulstat-sim: " + std::string(error.what()) + "\n");
         return exitFailure;
     }
 }

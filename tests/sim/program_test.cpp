@@ -6,66 +6,25 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include "program.h"
 #include "raw_client.h"
+#include "recording.h"
+#include "simgateway/model.h"
 #include "walk.h"
 
 namespace simtest {
 namespace {
 
 using namespace std::chrono_literals;
-
-// The program as a child process. Its options are words of a shell command; what it prints is what they leave of it.
-class Program {
-public:
-    // `before` is a shell command; it sees the process number of the program as $$.
-    explicit Program(const std::string& options, const std::string& before = ":")
-        : output(::popen(("echo $$; " + before + "; exec '" ZULSTAT_SIM_PROGRAM "' " + options).c_str(), "re")) {
-        EXPECT_EQ(std::fscanf(output, "%d%*c", &pid), 1);
-    }
-    ~Program() {
-        if (output != nullptr) {
-            end(SIGKILL);
-        }
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    // From the line that the program prints when it listens.
-    std::uint16_t port() {
-        std::uint16_t number = 0;
-        EXPECT_EQ(std::fscanf(output, "listening on 127.0.0.1:%hu%*c", &number), 1);
-        return number;
-    }
-
-    std::string firstLine() {
-        char line[1024] = "";
-        EXPECT_NE(std::fgets(line, sizeof line, output), nullptr);
-        return line;
-    }
-
-    // Exit status, or -1 when the program was killed. `printed` has what came after the port.
-    int end(int signal = 0) {
-        ::kill(pid, signal);
-        for (int c = 0; (c = std::fgetc(output)) != EOF;) {
-            printed += static_cast<char>(c);
-        }
-        const int status = ::pclose(output);
-        output = nullptr;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    std::string printed;
-
-private:
-    std::FILE* output;
-    pid_t pid = 0;
-};
 
 TEST(Program, servesAndEndsOnASignal) {
     std::string directory = testing::TempDir() + "/simtest.XXXXXX";
@@ -93,7 +52,7 @@ TEST(Program, writesItsPortThroughNoLinkOfOthers) {
     ASSERT_NE(::mkdtemp(directory.data()), nullptr);
     const std::string name = directory + "/port";
     Program program("2>&1 --port 0 --port-file=" + name, "ln -s victim " + name + ".$$.tmp");
-    const std::string line = program.firstLine();
+    const std::string line = program.nextLine();
     program.end(SIGKILL);
     EXPECT_NE(line.find("File exists"), std::string::npos) << line;
     EXPECT_FALSE(std::filesystem::exists(directory + "/victim"));
@@ -120,6 +79,107 @@ TEST(Program, timeRunsAtItsSpeed) {
     EXPECT_GE(std::stoll(walked(client.query("GET_STATS", "daemon.uptime.seconds")).lastValue), 49);
 }
 
+std::uint32_t handshakeRc(std::uint16_t port) {
+    return wordAt(RawClient(port).exchange(handshakeRequest), 16);
+}
+
+TEST(Program, faultsOfTheCommandLine) {
+    Program program(
+        "--port=0 --gateways 2 --fault handshake:header-rc=1:2 --fault=2/handshake:header-rc=2 "
+        "--fault handshake:header-rc=3 --fault auth-first:reply-rc=42:always");
+    const std::uint16_t first = program.port();
+    const std::uint16_t second = program.port();
+    for (const std::uint32_t rc : {1U, 1U, 3U, 0U}) {
+        EXPECT_EQ(handshakeRc(first), rc);
+    }
+    for (const std::uint32_t rc : {1U, 1U, 2U, 3U, 0U}) {
+        EXPECT_EQ(handshakeRc(second), rc);
+    }
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(wordAt(RawClient(first).exchange(authFirstRequest), 37), 42U);
+    }
+}
+
+TEST(Program, faultsOfStandardInput) {
+    const std::string fifo = testing::TempDir() + "/simtest." + std::to_string(::getpid());
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    std::FILE* const input = std::fopen(fifo.c_str(), "r+e");
+    ASSERT_NE(input, nullptr);
+    Program program("2>&1 --port=0 --speed=0 --fault handshake:header-rc=1 <" + fifo);
+    const std::uint16_t port = program.port();
+    const auto say = [&](const std::string& line) {
+        std::fputs(line.c_str(), input);
+        std::fflush(input);
+        return program.nextLine();
+    };
+    EXPECT_EQ(say("handshake:header-rc=2:2 \r\n"), "fault handshake:header-rc=2:2\n");
+    EXPECT_EQ(say("\n \nhandshake:nosuch\n"), "zulstat-sim: handshake:nosuch: unknown fault 'nosuch'\n");
+    EXPECT_EQ(say("2/handshake:healthy\n"),
+              "zulstat-sim: 2/handshake:healthy: there is no Gateway 2, the last one is 1\n");
+    EXPECT_EQ(say("handshake:payload=/nosuch\n"),
+              "zulstat-sim: handshake:payload=/nosuch: /nosuch: No such file or directory\n");
+    EXPECT_EQ(say(std::string(100000, 'x') + "\n"),
+              "zulstat-sim: a line on standard input is longer than 65536 bytes\n");
+    for (const std::uint32_t rc : {1U, 2U}) {
+        EXPECT_EQ(handshakeRc(port), rc);
+    }
+    EXPECT_EQ(say("handshake:header-rc=5:always\n"), "fault handshake:header-rc=5:always\n");
+    EXPECT_EQ(say("handshake:header-rc=6\n"), "fault handshake:header-rc=6\n");
+    for (const std::uint32_t rc : {6U, 5U, 5U}) {
+        EXPECT_EQ(handshakeRc(port), rc);
+    }
+    std::fputs("handshake:healthy:always", input);  // the last line has no end but that of the input
+    std::fclose(input);
+    EXPECT_EQ(program.nextLine(), "fault handshake:healthy:always\n");
+    EXPECT_EQ(handshakeRc(port), 0U);
+    EXPECT_EQ(program.end(SIGTERM), 0);
+    EXPECT_EQ(program.printed, "");
+    std::remove(fifo.c_str());
+
+    Program without("--port=0 --fault handshake:header-rc=1 <&-");
+    EXPECT_EQ(handshakeRc(without.port()), 1U);
+    EXPECT_EQ(without.end(SIGTERM), 0);
+}
+
+TEST(Program, servesManyGateways) {
+    std::string directory = testing::TempDir() + "/simtest.XXXXXX";
+    ASSERT_NE(::mkdtemp(directory.data()), nullptr);
+    constexpr std::uint64_t count = 200;
+    Program program("--port 0 --gateways 200 --seed 5 --speed 0 --port-file " + directory + "/port");
+    std::string ports;
+    std::vector<std::unique_ptr<RawClient>> clients;
+    for (std::uint64_t index = 0; index < count; ++index) {
+        const std::uint16_t port = program.port();
+        ports += std::to_string(port) + "\n";
+        clients.push_back(std::make_unique<RawClient>(port));
+        const simgateway::Model model(5 + index);
+        EXPECT_TRUE(clients.back()->query("GET_STATS") == model.stats("", 0).bytes()) << index;
+    }
+    std::ifstream file(directory + "/port");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), ports);
+    std::filesystem::remove_all(directory);
+    EXPECT_EQ(program.end(SIGTERM), 0);
+}
+
+TEST(Program, takesPortsInARow) {
+    for (int attempt = 0;; ++attempt) {
+        std::uint16_t begin = 0;
+        {
+            const simgateway::Server somewhere;
+            begin = somewhere.port();
+        }
+        Program program("2>&1 --gateways 3 --port " + std::to_string(begin));
+        const std::string line = program.nextLine();
+        if (line.find("in use") != std::string::npos && attempt < 100) {
+            continue;  // somebody has one of the next ports
+        }
+        EXPECT_EQ(line, "listening on 127.0.0.1:" + std::to_string(begin) + "\n");
+        EXPECT_EQ(program.port(), begin + 1);
+        EXPECT_EQ(program.port(), begin + 2);
+        return;
+    }
+}
+
 TEST(Program, endsAtOnce) {
     const simgateway::Server taken;
     struct {
@@ -139,11 +199,26 @@ TEST(Program, endsAtOnce) {
         {"--stats=100001", 2, "bad value '100001' for --stats"},
         {"--speed=nan", 2, "bad value 'nan' for --speed"},
         {"--port=0 --protocol " + std::string(65536, 'p'), 2, "longer than 65535 bytes"},
+        {"--gateways 0", 2, "bad value '0' for --gateways"},
+        {"--gateways 3 --port 65534", 2, "the ports of 3 Gateways from 65534 on end beyond 65535"},
+        {"--fault invoke:sielnt", 2, "--fault invoke:sielnt: unknown fault 'sielnt'"},
+        {"--port=0 --gateways 2 --fault 3/invoke:silent", 2, "there is no Gateway 3, the last one is 2"},
+        {"--fault invoke:payload=/nosuch", 1, "/nosuch: No such file or directory"},
+        {"--loop", 2, "--loop goes with --replay only"},
+        {"--loop=yes", 2, "--loop takes no value"},
+        {"--port=0 --replay /nosuch", zulstatsim::canReplay ? 1 : 2,
+         zulstatsim::canReplay ? "/nosuch: No such file or directory"
+                               : "--replay is not in this program: it was built without nlohmann-json"},
     };
     for (const auto& c : cases) {
         Program wanted(c.words + (c.status == 0 ? " 2>/dev/null" : " 2>&1 >/dev/null"));
         EXPECT_EQ(wanted.end(), c.status) << c.printed;
         EXPECT_NE(wanted.printed.find(c.printed), std::string::npos) << wanted.printed;
+    }
+    if (zulstatsim::canReplay) {
+        Program both("2>&1 --replay x --seed 1");
+        EXPECT_EQ(both.end(), 2);
+        EXPECT_NE(both.printed.find("--seed does not go with --replay"), std::string::npos) << both.printed;
     }
 }
 

@@ -76,6 +76,15 @@ class Documents(unittest.TestCase):
                 self.assertEqual(bash_words(command, '-'), everywhere)
                 self.assertEqual(zsh_options(command), everywhere)
 
+    def test_faults_are_those_of_the_help(self):
+        shown, page = output(SIM, '--help'), SIM_PAGE.read_text().split('# FAULTS')[1].split('# RECORDINGS')[0]
+        exchanges, faults = (re.findall(r'^  ([a-z][\w=-]*)  ', part, re.M)
+                             for part in shown.split('\nExchanges, ')[1].split('\nFaults, '))
+        self.assertEqual((len(exchanges), len(faults) > 20), (7, True))
+        self.assertEqual(re.findall(r'^\|[\[ ] \*(\S+)\*$', page, re.M), exchanges)
+        self.assertEqual([name + value for name, value in re.findall(r'^\*(\S+)\*(?:(=)_[A-Z]+_)?$', page, re.M)],
+                         [re.sub('=.*', '=', fault) for fault in faults])
+
     def test_words_offered(self):
         formats = re.search(r'FORMAT +(.*)', HELP)[1].replace(' or ', ', ').split(', ')
         for words, offered in (

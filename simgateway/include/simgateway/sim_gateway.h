@@ -66,6 +66,8 @@ struct Fault {
     std::chrono::milliseconds writePause{0};  // between two writes
     std::optional<std::size_t> closeAfter{};  // bytes sent before the close; 0 sends no reply
     bool reset = false;                       // that close is a reset instead of an orderly end
+
+    friend bool operator==(const Fault&, const Fault&) = default;
 };
 
 // One request as it arrived, header and body. Bytes of an incomplete request are there as far as they came.

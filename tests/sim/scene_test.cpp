@@ -1,0 +1,103 @@
+// A server of scenes: what it serves follows them, and where they have no model nobody reaches it.
+
+#include <atomic>
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "raw_client.h"
+#include "simgateway/model.h"
+#include "walk.h"
+
+namespace simtest {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+bool canConnect(std::uint16_t port) {
+    try {
+        const RawClient client(port);
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+bool isFree(std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::close(fd);
+    return bound;
+}
+
+// Waits for the port to take connections, or to refuse them.
+bool becomes(bool reachable, std::uint16_t port) {
+    const auto end = Clock::now() + patience;
+    while (canConnect(port) != reachable) {
+        if (Clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(2ms);
+    }
+    return true;
+}
+
+TEST(Scenes, decideWhatIsServed) {
+    std::atomic<bool> reachable{false};
+    std::atomic<std::uint64_t> moment{0};
+    const simgateway::Model model({
+        {"host",
+         {{"host.a", [](std::uint64_t now) { return std::to_string(now); }},
+          {"host.b", [](std::uint64_t) { return std::string("b"); }}}},
+        {"partly", {{"partly.a", [](std::uint64_t) { return std::string("c"); }}}, 3},
+        {"single", {{"single", [](std::uint64_t) { return std::string("d"); }}}, 0, false},
+        {"nosuch", {}, -7, false},
+    });
+    simgateway::Options options;
+    options.speed = 1000;
+    options.scenes = [&](double seconds) {
+        return simgateway::Scene{reachable ? &model : nullptr, moment, "7_7", seconds + 1};
+    };
+    simgateway::Server server(options);
+    EXPECT_FALSE(canConnect(server.port()));
+    EXPECT_THROW(server.advance(1), std::logic_error);
+    for (int round = 0; round < 2; ++round) {
+        reachable = true;
+        ASSERT_TRUE(becomes(true, server.port())) << round;
+        RawClient client(server.port());
+        EXPECT_EQ(walked(client.query("GET_STATS")).summary, "host/2 partly(3)/1 single/1 nosuch(-7)/0 ");
+        moment = 11;
+        EXPECT_EQ(walked(client.query("GET_STATS", "host.a")).lastValue, "11");
+        moment = 12;
+        EXPECT_EQ(walked(client.query("GET_STATS", "host.a")).lastValue, "12");
+        EXPECT_EQ(walked(client.query("GET_STATS", "nosuch:single:none")).summary, "nosuch(-7)/0 single/1 none(-1)/0 ");
+        EXPECT_EQ(walked(client.query("STAT_IDS", "partly"), false).summary, "partly(3)/1 ");
+        EXPECT_EQ(walked(client.query("RESOURCE_GROUPS"), false).summary, "*/2 ");
+        EXPECT_EQ(walked(client.query("RESOURCE_GROUPS", "host:single"), false).summary, "host/1 single(-1)/0 ");
+        const Bytes reply = client.exchange(client.requestFor(simgateway::Exchange::getAttribute));
+        EXPECT_EQ(toHex(slice(reply, 43)), toHex(hex("00 AC ED 00 05 74 00 03 '7_7'")));
+        RawClient idle(server.port());
+        reachable = false;
+        EXPECT_EQ(client.awaitEnd(), End::closed);
+        EXPECT_NE(idle.awaitEnd(), End::open);
+        ASSERT_TRUE(becomes(false, server.port())) << round;
+        EXPECT_TRUE(server.waitForConnections(0, patience));
+        EXPECT_FALSE(isFree(server.port())) << "others can take the port meanwhile";
+    }
+}
+
+}  // namespace
+}  // namespace simtest
