@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs zulstat as its users do, against simulated Gateways that behave and that do not.
 
-    commands_test.py ZULSTAT ODD_GATEWAY SLOW_RESOLVER ODD_SYSTEM ZULSTATS_H
+    commands_test.py ZULSTAT ZULSTAT_SIM SLOW_RESOLVER ODD_SYSTEM ZULSTATS_H
 """
 import contextlib
 import csv
@@ -15,21 +15,73 @@ import select
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
 import time
 import unittest
 
-ZULSTAT, ODD, RESOLVER, SYSTEM, HEADER = sys.argv[1:6]
+ZULSTAT, SIM, RESOLVER, SYSTEM, HEADER = sys.argv[1:6]
 ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {'LC_ALL': 'C.UTF-8'}
 
 
 @contextlib.contextmanager
-def gateway(*arguments):
+def gateway(*faults):
     """Runs a Gateway; its port."""
-    with subprocess.Popen([ODD, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE) as process:
-        yield process.stdout.readline().decode().strip()
+    words = [word for fault in faults for word in ('--fault', fault)]
+    with subprocess.Popen([SIM, '--port', '0', '--speed', '0', *words], stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE) as process:
+        try:
+            yield process.stdout.readline().decode().strip().rpartition(':')[2]
+        finally:
+            process.terminate()
+
+
+def counted(characters):
+    return struct.pack('>H', len(characters)) + characters
+
+
+def class_description(name):
+    return b'r' + counted(name) + bytes(8) + b'\x0c\0\0x'
+
+
+def payload(elements):
+    """Of the answer to a query: elements of text, return code and items, which are an identifier and a value each."""
+    answer = b'\1' + struct.pack('>i', len(elements))
+    for text, code, items in elements:
+        block = counted(text) + struct.pack('>i', code) + (struct.pack('>i', len(items)) if code >= 0 else b'')
+        answer += b'\xac\xed\0\5s' + class_description(b'Element') + class_description(b'Base') + b'p'
+        answer += b'w' + bytes([len(block)]) + block
+        for place, item in enumerate(items):
+            block = b''.join(map(counted, item))
+            answer += b's' + (b'q\0\x7e\0\3' if place else class_description(b'Item') + b'p')
+            answer += b'w' + bytes([len(block)]) + block + b'x'
+        answer += b'x'
+    return answer
+
+
+@contextlib.contextmanager
+def answering(*elements):
+    """Runs a Gateway that gives every query this answer; its port."""
+    with tempfile.NamedTemporaryFile() as file:
+        file.write(payload(elements))
+        file.flush()
+        with gateway(f'invoke:payload={file.name}:always') as port:
+            yield port
+
+
+def hostile():
+    return answering(
+        (b'line\nbreak', 0, [(b'tab\tid', b'a,b "quoted"\r\nsecond'), (b'\x1b[31mred', b'\xff\xfe\xe2\x82 not UTF-8'),
+                             (b'back\\slash', b"|'=;"), (b'same', b'1'), (b'same', b'2'), (b'', b''), (b'nul\0id', b'x\0y')]),
+        (b'bad\x07', -7, []),
+        (b'line\nbreak', 0, [('gr\u00fc\u00df'.encode(), '\u202e reversed'.encode()), (b'big', b'18446744073709551615')]),
+        (b'', 3, [(b'007', b'007'), (b'minus', b'-12.50'), (b'double', b'17.442674924057755')]))
+
+
+def big():
+    return answering((b'big', 0, [(b'i' * 50, b'v' * 50)] * 400))
 
 
 def run(port, *arguments, text=True, **options):
@@ -225,14 +277,14 @@ class Stalling(unittest.TestCase):
         return result
 
     def test_silence_in_each_phase(self):
-        for fault in ('silent', 'half'):
+        for fault in ('silent', 'write-size=10,write-pause=600'):
             for exchange, waiting, code in (('handshake', 'opening the connection', 4),
-                                            ('open', 'opening the connection', 4),
-                                            ('query', 'connection open, waiting for group conn', 4),
+                                            ('get-attribute', 'opening the connection', 4),
+                                            ('invoke', 'connection open, waiting for group conn', 4),
                                             ('close', 'connection open, waiting for the answer to the close request', 0)):
-                with self.subTest(fault=fault, exchange=exchange), gateway(fault, exchange) as port:
+                with self.subTest(fault=fault, exchange=exchange), gateway(f'{exchange}:{fault}') as port:
                     self.check_deadline(port, waiting, code=code)
-        with gateway('silent', 'query') as port:  # how far ping came
+        with gateway('invoke:silent') as port:  # how far ping came
             self.assertRegex(self.check_deadline(port, 'connection open, waiting for all statistics', 'ping').stdout,
                              r'^127.0.0.1:\d+: open in [\d.]+ ms, protocol \S+\n$')
 
@@ -244,7 +296,7 @@ class Stalling(unittest.TestCase):
 
     def test_ends_at_once_and_leaves_no_worker(self):
         for number, code in ((signal.SIGINT, 130), (signal.SIGTERM, 130), (signal.SIGKILL, -9)):
-            with self.subTest(number), gateway('silent', 'query') as port:
+            with self.subTest(number), gateway('invoke:silent') as port:
                 process = subprocess.Popen([ZULSTAT, '-p', port, '-T', '60', 'stats'], env=ENVIRONMENT,
                                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
                 self.addCleanup(process.kill)
@@ -272,7 +324,7 @@ class Stalling(unittest.TestCase):
 
     def test_a_worker_keeps_its_number(self):
         """The parent's way with SIGCHLD decides whether the system gives the number of a dead worker to others."""
-        with gateway('silent', 'query') as port:
+        with gateway('invoke:silent') as port:
             process = subprocess.Popen([ZULSTAT, '-p', port, '-T', '60', 'stats'], env=ENVIRONMENT, stderr=subprocess.DEVNULL,
                                        preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
             self.addCleanup(process.wait, 5)
@@ -310,7 +362,7 @@ class Stalling(unittest.TestCase):
                 result = run(free_port(), 'stats', environment=preloaded(SYSTEM, ODD_SYSTEM=mode))
                 self.assertEqual((result.returncode, 'CONNECTION_REFUSED' in result.stderr), (3, True), result)
         for command, code in ((['stats'], 6), (['check', 'x'], 2)):
-            with self.subTest(command), gateway('silent', 'query') as port:
+            with self.subTest(command), gateway('invoke:silent') as port:
                 process = subprocess.Popen([ZULSTAT, '-p', port, '-T', '60', *command], env=ENVIRONMENT, text=True,
                                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
                 self.addCleanup(process.kill)
@@ -321,13 +373,14 @@ class Stalling(unittest.TestCase):
                 self.assertEqual(process.returncode, code)
 
     def test_troubles_of_the_gateway(self):
-        for arguments, query, message in (
-                (('close', 'open'), ['stats'], 'lost the connection'), (('close', 'query'), ['stats'], 'lost the connection'),
-                (('refuse', 'query'), ['stats', '-g', 'conn'], r'STAPI_RC_GATEWAY_REQUEST_FAILED \(-122\)'),
-                (('big',), ['stats'], r"hint: An answer over 32767 bytes .*'zulstat stats -g GROUP'"),
-                (('big',), ['stats', '-g', 'conn'], r"hint: .* 32767 .*'zulstat groups -l' .*'zulstat stats ID\.\.\.'"),
-                (('big',), ['stats', '-g', 'conn', 'host'], "hint: Ask for less: .*'zulstat stats -g GROUP' asks for one")):
-            with self.subTest(arguments), gateway(*arguments) as port:
+        for trouble, query, message in (
+                (gateway('get-attribute:close-after=0'), ['stats'], 'lost the connection'),
+                (gateway('invoke:close-after=0'), ['stats'], 'lost the connection'),
+                (gateway('invoke:reply-rc=42'), ['stats', '-g', 'conn'], r'STAPI_RC_GATEWAY_REQUEST_FAILED \(-122\)'),
+                (big(), ['stats'], r"hint: An answer over 32767 bytes .*'zulstat stats -g GROUP'"),
+                (big(), ['stats', '-g', 'conn'], r"hint: .* 32767 .*'zulstat groups -l' .*'zulstat stats ID\.\.\.'"),
+                (big(), ['stats', '-g', 'conn', 'host'], "hint: Ask for less: .*'zulstat stats -g GROUP' asks for one")):
+            with self.subTest(message, query=query), trouble as port:
                 result = run(port, *query)
                 self.assertEqual((result.returncode, result.stdout), (5, ''), result)
                 self.assertRegex(result.stderr, message)
@@ -335,7 +388,7 @@ class Stalling(unittest.TestCase):
 
 class Hostile(unittest.TestCase):
     def test_every_format_survives_hostile_texts(self):
-        with gateway('hostile') as port:
+        with hostile() as port:
             outputs = {f: run(port, 'stats', '-o', f, text=False).stdout
                        for f in ('json', 'csv', 'plain', 'openmetrics', 'table')}
             checked = run(port, 'check', 'double', '-w', '17')
@@ -358,7 +411,7 @@ class Hostile(unittest.TestCase):
         self.assertIn('\\x1b[31mred', table)
 
     def test_characters_are_those_of_the_locale(self):
-        with gateway('hostile') as port:
+        with hostile() as port:
             plain = run(port, 'stats', text=False, environment={'LC_ALL': 'C'}).stdout
             self.assertTrue(plain.isascii() and b'gr\\u00fc\\u00df' in plain and b'\\u202e reversed' in plain, plain)
             rows = run(port, 'watch', '0.05', '1', text=False, environment={'LC_ALL': 'C'}).stdout
@@ -371,20 +424,20 @@ class Hostile(unittest.TestCase):
     @unittest.skipUnless(shutil.which('localedef') and os.path.exists('/usr/share/i18n/charmaps/ISO-8859-1.gz'),
                          'the locale cannot be made')
     def test_characters_of_one_byte(self):
-        with tempfile.TemporaryDirectory() as directory, gateway('hostile') as port:
+        with tempfile.TemporaryDirectory() as directory, hostile() as port:
             subprocess.run(['localedef', '-i', 'de_DE', '-f', 'ISO-8859-1', f'{directory}/de_DE'], check=True, timeout=30)
             table = run(port, 'stats', text=False, environment={'LC_ALL': 'de_DE', 'LOCPATH': directory}).stdout
         self.assertRegex(table.decode('latin-1'), r'gr\xfc\xdf +\\u202e reversed')
 
     def test_globs_see_whole_identifiers(self):
-        with gateway('hostile') as port:
+        with hostile() as port:
             self.assertEqual(run(port, 'stats', '-I', 'nul').returncode, 1)
             self.assertIn('nul\\x00id', run(port, 'stats', '-I', 'nul?id').stdout)
 
     def test_json_on_a_terminal_is_ascii(self):
         master, slave = pty.openpty()
         self.addCleanup(lambda: (os.close(master), os.close(slave)))
-        with gateway('hostile') as port:
+        with hostile() as port:
             expected = entries_json(run(port, 'stats', '-j').stdout)
             self.assertEqual(run(port, 'stats', '-o', 'jsonl', stdout=slave).returncode, 1)
         shown = b''

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs zulstat's watch, top and demo as their users do: in pipes and terminals, with Gateways that restart.
 
-    watch_test.py ZULSTAT ZULSTAT_SIM ODD_GATEWAY
+    watch_test.py ZULSTAT ZULSTAT_SIM
 """
 import contextlib
 import csv
@@ -20,7 +20,7 @@ import termios
 import time
 import unittest
 
-ZULSTAT, SIM, ODD = sys.argv[1:4]
+ZULSTAT, SIM = sys.argv[1:3]
 ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {
     'LC_ALL': 'C.UTF-8', 'TERM': 'xterm', 'PATH': os.path.dirname(SIM) + ':' + os.environ['PATH']}
 ID, COUNTER = 'conn.open.now', 'conn.accepted.total'
@@ -41,8 +41,8 @@ def started(*arguments, **options):
 
 
 @contextlib.contextmanager
-def simulator(port=0, speed='100'):
-    with started(SIM, '--port', str(port), '--speed', speed) as process:
+def simulator(port=0, speed='100', options=()):
+    with started(SIM, '--port', str(port), '--speed', speed, *options) as process:
         yield process.stdout.readline().strip().split(':')[1]
         process.terminate()
         process.wait(10)
@@ -87,6 +87,21 @@ class Watch(unittest.TestCase):
         series = [[line.rpartition(' ')[0] for line in tick.splitlines()] for tick in ticks[:2]]
         self.assertEqual(series[0], series[1])
         self.assertRegex(ticks[0], r'\ngateway_daemon_time_now_seconds\{target="127.0.0.1:\d+",.*\} \d{10}\n')
+
+    def test_a_recording_replayed_is_the_same(self):
+        def answers(port):
+            return [json.loads(line)['elements']
+                    for query in (['stats'], ['stats', '-g', 'conn'], ['stats', ID, 'nosuch'], ['ids'], ['groups'])
+                    for line in run(port, *query, '-o', 'jsonl').stdout.splitlines()]
+
+        with tempfile.TemporaryDirectory() as directory:
+            with simulator(speed='0') as port:
+                expected = answers(port)
+                with open(f'{directory}/recording', 'w', encoding='utf-8') as file:
+                    file.write(run(port, 'watch', '0.05', '3', '-o', 'jsonl').stdout)
+            with simulator(options=['--replay', file.name]) as port:
+                self.assertEqual(answers(port), expected)
+        self.assertEqual(len(expected), 5)
 
     def test_an_interrupt_ends_it_while_nobody_reads(self):
         with simulator() as port, started(ZULSTAT, 'watch', '0.05', '-p', port) as watch:
@@ -206,8 +221,8 @@ class FullScreen(unittest.TestCase):
                         self.assertEqual((process.wait(3), termios.tcgetattr(slave)), (0, modes))
 
     def test_keys_work_while_the_gateway_is_silent(self):
-        with started(ODD, 'silent', 'query') as gateway:
-            self.dialogue(gateway.stdout.readline().strip(), 'top', talk=[(b'', 'waiting for all statistics')], end=b'q')
+        with simulator(options=['--fault', 'invoke:silent']) as port:
+            self.dialogue(port, 'top', talk=[(b'', 'waiting for all statistics')], end=b'q')
 
 
 if __name__ == '__main__':
