@@ -7,9 +7,11 @@
 #include <climits>
 #include <clocale>
 
-#include "utf8.h"
+#include "monitor/utf8.h"
 
 namespace zulstat {
+
+using namespace monitor;
 
 namespace {
 

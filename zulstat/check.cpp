@@ -10,15 +10,17 @@
 #include <string_view>
 
 #include "charset.h"
-#include "collect.h"
+#include "monitor/collector.h"
 #include "commands.h"
-#include "number.h"
+#include "monitor/number.h"
 #include "options.h"
 #include "output.h"
 #include "report.h"
 #include "text.h"
 
 namespace zulstat {
+
+using namespace monitor;
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "charset.h"
 #include "codes.h"
-#include "collect.h"
+#include "monitor/collector.h"
 #include "format.h"
 #include "interrupt.h"
 #include "options.h"
@@ -19,6 +19,8 @@
 #include "text.h"
 
 namespace zulstat {
+
+using namespace monitor;
 
 namespace {
 

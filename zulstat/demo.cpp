@@ -27,6 +27,8 @@
 
 namespace zulstat {
 
+using namespace monitor;
+
 namespace {
 
 namespace fs = std::filesystem;

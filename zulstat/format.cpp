@@ -13,10 +13,12 @@
 #include <vector>
 
 #include "charset.h"
-#include "number.h"
+#include "monitor/number.h"
 #include "text.h"
 
 namespace zulstat {
+
+using namespace monitor;
 
 namespace {
 

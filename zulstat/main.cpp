@@ -16,7 +16,7 @@
 #include "text.h"
 #include "top.h"
 #include "watch.h"
-#include "worker.h"
+#include "monitor/worker.h"
 
 namespace {
 
@@ -70,9 +70,9 @@ int parseAndRun(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 1 && argv[1] == workerArgument) {
+    if (argc > 1 && argv[1] == monitor::workerArgument) {
         // Its parent kills it once it has said all: nothing runs at its exit that this could cut short.
-        _exit(runWorker(argc, argv));
+        _exit(monitor::runWorker(argc, argv));
     }
     fillStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN);

@@ -17,6 +17,8 @@
 
 namespace zulstat {
 
+using namespace monitor;
+
 namespace {
 
 constexpr double longestTime = 86400;

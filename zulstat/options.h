@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "collect.h"
+#include "monitor/collector.h"
 #include "format.h"
 #include "range.h"
-#include "sample.h"
+#include "monitor/sample.h"
 #include "text.h"
 
 namespace zulstat {
@@ -19,7 +19,7 @@ enum class Command { stats, ids, groups, watch, top, ping, explain, check, demo 
 struct Options {
     Command command = Command::stats;
 
-    Target target;
+    monitor::Target target;
     double timeout = 5;            // seconds
     std::optional<Format> format;  // of -o or -j; each command has a default
     std::vector<GlobRule> globs;   // -I and -X
@@ -51,9 +51,9 @@ struct Options {
     std::chrono::milliseconds timeoutMs() const;
     std::chrono::milliseconds intervalMs() const;
     Layout layout() const;
-    CollectorOptions collector() const;  // with the interrupt descriptor
+    monitor::CollectorOptions collector() const;  // with the interrupt descriptor
     // What stats, ids, watch, top and check ask for: everything, the ids or the groups.
-    Query query() const;
+    monitor::Query query() const;
 };
 
 // Thrown for a bad command line; main() prints it and ends with exitUsage, or the plugin's "unknown" for check.

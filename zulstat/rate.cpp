@@ -10,6 +10,8 @@
 
 namespace zulstat {
 
+using namespace monitor;
+
 namespace {
 
 constexpr const char* unknown = "-";

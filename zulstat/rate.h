@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "number.h"
-#include "sample.h"
+#include "monitor/number.h"
+#include "monitor/sample.h"
 
 namespace zulstat {
 
@@ -21,10 +21,10 @@ using ItemKey = std::tuple<std::string, std::string, std::size_t>;
 
 struct Change {
     ItemKey key;
-    std::optional<Number> number;      // the value, where it is a number
-    std::optional<double> difference;  // nothing without a former number on the same connection
-    bool fell = false;                 // below the former number, were it on another connection
-    double seconds = 0;                // between the two
+    std::optional<monitor::Number> number;  // the value, where it is a number
+    std::optional<double> difference;       // nothing without a former number on the same connection
+    bool fell = false;                      // below the former number, were it on another connection
+    double seconds = 0;                     // between the two
 
     // Nothing where it fell: a counter that started anew has no rate.
     std::optional<double> perSecond() const;
@@ -35,10 +35,10 @@ class Changes {
 public:
     // One Change for each item of the sample, in order. Times are monotonic. There is no difference across a gap: on
     // a fresh connection counters may have started anew, which shows where one fell.
-    std::vector<Change> next(const Sample& sample);
+    std::vector<Change> next(const monitor::Sample& sample);
 
 private:
-    std::map<ItemKey, Number> former;
+    std::map<ItemKey, monitor::Number> former;
     double formerTime = 0;
 };
 

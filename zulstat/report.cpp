@@ -7,13 +7,15 @@
 
 #include "charset.h"
 #include "codes.h"
-#include "number.h"
+#include "monitor/number.h"
 #include "options.h"
 #include "output.h"
 #include "text.h"
 #include "zulstats.h"
 
 namespace zulstat {
+
+using namespace monitor;
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "collect.h"
+#include "monitor/collector.h"
 
 namespace zulstat {
 
@@ -21,12 +21,12 @@ enum ExitCode {
     exitInterrupted = 130,
 };
 
-int exitCodeFor(const Failure& failure);
+int exitCodeFor(const monitor::Failure& failure);
 
 // One line without "zulstat: " and line end, and what to do about it (empty where nothing helps). Neither has odd
 // bytes.
-std::string describeFailure(const Failure& failure, const Options& options);
-std::string hintFor(const Failure& failure, const Query& query, const Options& options);
+std::string describeFailure(const monitor::Failure& failure, const Options& options);
+std::string hintFor(const monitor::Failure& failure, const monitor::Query& query, const Options& options);
 
 // "zulstat: TEXT\n" on standard error, unless a signal comes while that takes nothing; note() not with -q, detail()
 // only with -v.
@@ -35,14 +35,14 @@ void note(const Options& options, std::string_view text);
 void detail(const Options& options, std::string_view text);
 
 // complain() with the failure and its hint; returns its exit code. An interruption is no message.
-int reportFailure(const Failure& failure, const Query& query, const Options& options);
+int reportFailure(const monitor::Failure& failure, const monitor::Query& query, const Options& options);
 
 // For detail(), and the size for ping: "5656 of 32767 bytes (17 %)".
-std::string sampleDetails(const Sample& sample);
-std::string sizeText(const Sample& sample);
+std::string sampleDetails(const monitor::Sample& sample);
+std::string sizeText(const monitor::Sample& sample);
 double milliseconds(double seconds);
 
 // The summary of failed elements and of nothing matched, and the exit code: exitOk or exitPartly.
-int reportSample(const Sample& sample, const Options& options);
+int reportSample(const monitor::Sample& sample, const Options& options);
 
 }  // namespace zulstat

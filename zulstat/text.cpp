@@ -10,9 +10,11 @@
 #include <utility>
 
 #include "charset.h"
-#include "utf8.h"
+#include "monitor/utf8.h"
 
 namespace zulstat {
+
+using namespace monitor;
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "sample.h"
+#include "monitor/sample.h"
 
 namespace zulstat {
 
@@ -38,11 +38,11 @@ struct GlobRule {
 bool keeps(const std::vector<GlobRule>& rules, const std::string& id);
 
 // Removes the items that the rules do not keep, and the elements that lose all their items. Failed elements stay.
-void filter(Sample& sample, const std::vector<GlobRule>& rules);
+void filter(monitor::Sample& sample, const std::vector<GlobRule>& rules);
 
 // Sums over a sample.
-std::size_t itemCount(const Sample& sample);
-std::size_t failedElements(const Sample& sample);
+std::size_t itemCount(const monitor::Sample& sample);
+std::size_t failedElements(const monitor::Sample& sample);
 
 // Pieces between the separators; empty pieces are dropped.
 std::vector<std::string> splitPieces(std::string_view text, char separator);

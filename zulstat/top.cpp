@@ -16,7 +16,7 @@
 #include "format.h"
 #include "interrupt.h"
 #include "options.h"
-#include "reconnect.h"
+#include "monitor/schedule.h"
 #include "report.h"
 #include "screen.h"
 #include "terminal.h"
@@ -24,6 +24,8 @@
 #include "top_rows.h"
 
 namespace zulstat {
+
+using namespace monitor;
 
 namespace {
 

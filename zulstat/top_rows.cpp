@@ -6,11 +6,13 @@
 #include <array>
 #include <utility>
 
-#include "number.h"
+#include "monitor/number.h"
 #include "options.h"
 #include "text.h"
 
 namespace zulstat {
+
+using namespace monitor;
 
 namespace {
 

@@ -29,7 +29,7 @@ public:
     explicit TopRows(const Options& given) : options(given) {
     }
 
-    void take(const Sample& sample);
+    void take(const monitor::Sample& sample);
     // Marks a gap in the histories.
     void gap();
     // A filter without glob characters matches anywhere in the identifier; an empty one keeps everything.

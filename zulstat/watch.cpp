@@ -11,12 +11,14 @@
 #include "interrupt.h"
 #include "options.h"
 #include "output.h"
-#include "reconnect.h"
+#include "monitor/schedule.h"
 #include "report.h"
 #include "text.h"
 #include "watch_display.h"
 
 namespace zulstat {
+
+using namespace monitor;
 
 namespace {
 

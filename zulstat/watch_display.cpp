@@ -21,6 +21,8 @@
 
 namespace zulstat {
 
+using namespace monitor;
+
 namespace {
 
 constexpr std::size_t widestId = 60;

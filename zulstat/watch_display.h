@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "collect.h"
+#include "monitor/collector.h"
 
 namespace zulstat {
 
@@ -18,9 +18,9 @@ public:
     WatchDisplay(const WatchDisplay&) = delete;
     WatchDisplay& operator=(const WatchDisplay&) = delete;
 
-    virtual void show(const Sample& sample) = 0;
+    virtual void show(const monitor::Sample& sample) = 0;
     // No sample could be had. Called after each attempt, `first` for the one that ended a series.
-    virtual void gap(const Failure& failure, bool first, std::chrono::milliseconds retryIn) = 0;
+    virtual void gap(const monitor::Failure& failure, bool first, std::chrono::milliseconds retryIn) = 0;
     // Called a few times a second in between. `waiting` says what an answer waits for, once that takes long.
     virtual void refresh(const std::string& waiting) {
         static_cast<void>(waiting);

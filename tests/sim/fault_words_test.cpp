@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "fault_words.h"
-#include "hex.h"
+#include "support/hex.h"
 
 namespace simtest {
 namespace {

@@ -5,10 +5,12 @@
 
 #include <cstdlib>
 
-#include "number.h"
+#include "monitor/number.h"
 #include "range.h"
 
 namespace zulstat {
+
+using namespace monitor;
 
 namespace {
 

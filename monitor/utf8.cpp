@@ -1,6 +1,6 @@
 #include "utf8.h"
 
-namespace zulstat {
+namespace monitor {
 
 Character decode(std::string_view text) {
     const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
@@ -25,4 +25,4 @@ Character decode(std::string_view text) {
     return {code, size, true};
 }
 
-}  // namespace zulstat
+}  // namespace monitor

@@ -7,7 +7,7 @@
 
 #include <string_view>
 
-namespace zulstat {
+namespace monitor {
 
 inline constexpr std::string_view workerArgument = "--worker-process";
 inline constexpr int workerChannel = 3;
@@ -15,4 +15,4 @@ inline constexpr int workerChannel = 3;
 // Returns the exit code of the process.
 int runWorker(int argc, char** argv);
 
-}  // namespace zulstat
+}  // namespace monitor

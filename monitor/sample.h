@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace zulstat {
+namespace monitor {
 
 // What the library stores of one answer at most, and the longest query string that it takes.
 inline constexpr std::size_t resultSetLimit = 32767;
@@ -54,4 +54,4 @@ struct Sample {
     bool freshConnection = false;
 };
 
-}  // namespace zulstat
+}  // namespace monitor

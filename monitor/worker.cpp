@@ -14,11 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "text.h"
-#include "wire.h"
+#include "frames.h"
 #include "zulstats.h"
 
-namespace zulstat {
+namespace monitor {
 
 namespace {
 
@@ -129,7 +128,10 @@ GatewayToken* openConnection(const std::string& host, int port) {
 }
 
 int ask(GatewayToken* token, const Query& query, ResultSetToken** result) {
-    const std::string text = join(query.ids, ":");
+    std::string text;
+    for (const std::string& id : query.ids) {
+        text += (text.empty() ? "" : ":") + id;
+    }
     switch (query.what) {
     case What::stats:
         return getStats(token, result);
@@ -276,4 +278,4 @@ int runWorker(int argc, char** argv) {
     return EXIT_FAILURE;
 }
 
-}  // namespace zulstat
+}  // namespace monitor

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace zulstat {
+namespace monitor {
 
 struct Character {
     char32_t code = 0;
@@ -25,4 +25,4 @@ void forEachCharacter(std::string_view text, auto use) {
     }
 }
 
-}  // namespace zulstat
+}  // namespace monitor

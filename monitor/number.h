@@ -6,7 +6,7 @@
 #include <string_view>
 #include <variant>
 
-namespace zulstat {
+namespace monitor {
 
 // A value that is a decimal number: an optional sign, digits with or without a point before, between or behind them,
 // and an exponent or none. Whole numbers that fit 64 bits stay whole, others become the nearest double. "007", "+5" and
@@ -25,4 +25,4 @@ double difference(const Number& later, const Number& earlier);
 // "2026-11-21T14:15:55+01:00".
 std::optional<double> parseMoment(std::string_view text);
 
-}  // namespace zulstat
+}  // namespace monitor

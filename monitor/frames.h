@@ -7,10 +7,10 @@
 #include <string_view>
 #include <type_traits>
 
-#include "collect.h"
+#include "collector.h"
 #include "sample.h"
 
-namespace zulstat {
+namespace monitor {
 
 enum class MessageType : std::uint8_t {
     open,    // to the worker: target and trace settings, once
@@ -75,4 +75,4 @@ private:
 // Removes the first whole frame from what was received; nothing when it is not complete yet.
 std::optional<FrameReader> takeFrame(std::string& received);
 
-}  // namespace zulstat
+}  // namespace monitor

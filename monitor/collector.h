@@ -4,8 +4,8 @@
 // it, asks it, and ends it when the deadline passes. The worker is the same program again: main() of a program that
 // uses a Collector begins with
 //
-//     if (argc > 1 && argv[1] == zulstat::workerArgument) {
-//         _exit(zulstat::runWorker(argc, argv));
+//     if (argc > 1 && argv[1] == monitor::workerArgument) {
+//         _exit(monitor::runWorker(argc, argv));
 //     }
 //
 // The program does not ignore SIGCHLD: a worker that died keeps its process number until the Collector has ended it.
@@ -22,7 +22,7 @@
 
 #include "sample.h"
 
-namespace zulstat {
+namespace monitor {
 
 enum class Phase : std::uint8_t { starting, tracing, resolving, opening, querying, closing };
 
@@ -129,4 +129,4 @@ private:
 // What a query or phase waits for, in words: "connection open, waiting for group conn".
 std::string describeWait(Phase phase, const Query& query);
 
-}  // namespace zulstat
+}  // namespace monitor

@@ -1,6 +1,7 @@
-#include "collect.h"
+#include "collector.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -16,11 +17,10 @@
 #include <utility>
 #include <vector>
 
-#include "text.h"
-#include "wire.h"
+#include "frames.h"
 #include "worker.h"
 
-namespace zulstat {
+namespace monitor {
 
 namespace {
 
@@ -86,7 +86,7 @@ std::string named(const Query& query, const std::string& one, const std::string&
         shown.resize(most - 1);
         shown.back() += " and " + std::to_string(query.ids.size() - shown.size()) + " more";
     }
-    return (shown.size() == 1 ? one : many) + " " + join(shown, ", ");
+    return fmt::format("{} {}", shown.size() == 1 ? one : many, fmt::join(shown, ", "));
 }
 
 std::string describeQuery(const Query& query) {
@@ -339,4 +339,4 @@ void Collector::abandon() {
     open = false;
 }
 
-}  // namespace zulstat
+}  // namespace monitor

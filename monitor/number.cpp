@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-namespace zulstat {
+namespace monitor {
 
 namespace {
 
@@ -163,4 +163,4 @@ std::optional<double> parseMoment(std::string_view text) {
     return static_cast<double>(whole.count()) + fraction;
 }
 
-}  // namespace zulstat
+}  // namespace monitor

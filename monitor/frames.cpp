@@ -1,9 +1,9 @@
-#include "wire.h"
+#include "frames.h"
 
 #include <cstring>
 #include <stdexcept>
 
-namespace zulstat {
+namespace monitor {
 
 namespace {
 
@@ -125,4 +125,4 @@ std::optional<FrameReader> takeFrame(std::string& received) {
     return reader;
 }
 
-}  // namespace zulstat
+}  // namespace monitor

@@ -5,9 +5,9 @@
 #include <chrono>
 #include <cstdint>
 
-#include "collect.h"
+#include "collector.h"
 
-namespace zulstat {
+namespace monitor {
 
 // Whether a later attempt may succeed: a Gateway may have been started again, and a worker is a new one.
 inline bool mayPass(const Failure& failure) {
@@ -51,4 +51,4 @@ private:
     Milliseconds pause;
 };
 
-}  // namespace zulstat
+}  // namespace monitor
