@@ -1,7 +1,6 @@
 #include "collector.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -78,54 +77,7 @@ pid_t spawnWorker(int channel) {
     return pid;
 }
 
-// The first names tell enough.
-std::string named(const Query& query, const std::string& one, const std::string& many) {
-    constexpr std::size_t most = 3;
-    std::vector<std::string> shown = query.ids;
-    if (shown.size() > most) {
-        shown.resize(most - 1);
-        shown.back() += " and " + std::to_string(query.ids.size() - shown.size()) + " more";
-    }
-    return fmt::format("{} {}", shown.size() == 1 ? one : many, fmt::join(shown, ", "));
-}
-
-std::string describeQuery(const Query& query) {
-    switch (query.what) {
-    case What::stats:
-        return "all statistics";
-    case What::statsById:
-        return named(query, "statistic", "statistics");
-    case What::statsByGroup:
-        return named(query, "group", "groups");
-    case What::ids:
-        return "all identifiers";
-    case What::idsByGroup:
-        return "the identifiers of " + named(query, "group", "groups");
-    case What::groups:
-        return "the resource groups";
-    }
-    return {};
-}
-
 }  // namespace
-
-std::string describeWait(Phase phase, const Query& query) {
-    switch (phase) {
-    case Phase::starting:
-        return "starting the worker process";
-    case Phase::tracing:
-        return "opening the trace file";
-    case Phase::resolving:
-        return "resolving the host name";
-    case Phase::opening:
-        return "opening the connection";
-    case Phase::querying:
-        return "connection open, waiting for " + describeQuery(query);
-    case Phase::closing:
-        return "connection open, waiting for the answer to the close request";
-    }
-    return {};
-}
 
 Collector::Collector(CollectorOptions options) : settings(std::move(options)) {
 }
@@ -263,7 +215,9 @@ std::optional<Outcome> Collector::advance() {
         return ended({FailureKind::internal, currentPhase, 0, "the worker process ended unexpectedly"});
     }
     if (Clock::now() >= deadline) {
-        return ended({FailureKind::deadline, currentPhase, 0, describeWait(currentPhase, current)});
+        const bool tracing = currentPhase == Phase::tracing;
+        return ended({FailureKind::deadline, currentPhase, 0,
+                      tracing ? settings.traceFile : describeWait(currentPhase, current)});
     }
     return std::nullopt;
 }

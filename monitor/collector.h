@@ -15,35 +15,14 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <sys/types.h>
 
+#include "failure.h"
 #include "sample.h"
 
 namespace monitor {
-
-enum class Phase : std::uint8_t { starting, tracing, resolving, opening, querying, closing };
-
-enum class FailureKind : std::uint8_t {
-    deadline,       // no answer in time; `phase` says what stalled
-    cannotConnect,  // no connection to the host and port
-    lost,           // the connection broke, or the Gateway gave it up
-    refused,        // the Gateway refused the request, or its answer cannot be used
-    libraryCode,    // any other code of the library
-    internal,       // the worker could not be started, or died
-    interrupted,    // the interrupt descriptor became readable
-};
-
-struct Failure {
-    FailureKind kind = FailureKind::internal;
-    Phase phase = Phase::starting;
-    int rc = 0;  // the library's code, 0 where none is involved
-    // deadline, interrupted: what stalled, as in "connection open, waiting for group conn".
-    // cannotConnect while resolving: the resolver's reason. internal: what failed. Else empty.
-    std::string text;
-};
 
 struct Outcome {
     // With a failure only what concerns the connection is there, once it was open: protocol, openSeconds,
@@ -125,8 +104,5 @@ private:
     std::string startFailure;  // why there is no worker, or none that takes requests
     std::chrono::steady_clock::time_point deadline;
 };
-
-// What a query or phase waits for, in words: "connection open, waiting for group conn".
-std::string describeWait(Phase phase, const Query& query);
 
 }  // namespace monitor

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace monitor {
@@ -53,5 +54,17 @@ struct Sample {
     // Whether the connection was opened for this sample. In a series, counters may have started anew where it is true.
     bool freshConnection = false;
 };
+
+std::size_t itemCount(const Sample& sample);
+std::size_t failedElements(const Sample& sample);
+// Whether the values are numbers of statistics, which a program counted for the groups of the answer.
+bool holdsCounts(const Sample& sample);
+
+// 2026-11-21T12:34:01.123Z
+std::string isoTime(double wallTime);
+// host:port, [host]:port for an IPv6 address
+std::string targetText(const Target& target);
+// "stats", "stats-by-id", ...: the query's name in documents and messages.
+std::string_view whatName(What what);
 
 }  // namespace monitor

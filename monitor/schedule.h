@@ -3,16 +3,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
-
-#include "collector.h"
 
 namespace monitor {
-
-// Whether a later attempt may succeed: a Gateway may have been started again, and a worker is a new one.
-inline bool mayPass(const Failure& failure) {
-    return failure.kind != FailureKind::libraryCode && failure.kind != FailureKind::interrupted;
-}
 
 // Ticks at start + n * interval. Those that pass meanwhile are skipped, so that a slow answer shifts no later tick.
 class Cadence {

@@ -25,4 +25,12 @@ Character decode(std::string_view text) {
     return {code, size, true};
 }
 
+std::string repairUtf8(std::string_view text) {
+    std::string result;
+    forEachCharacter(text, [&](const Character& character, std::string_view bytes) {
+        result += character.valid ? bytes : "\xEF\xBF\xBD";
+    });
+    return result;
+}
+
 }  // namespace monitor

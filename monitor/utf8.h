@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace monitor {
@@ -24,5 +25,8 @@ void forEachCharacter(std::string_view text, auto use) {
         text.remove_prefix(character.size);
     }
 }
+
+// What is not valid UTF-8 becomes U+FFFD, an incomplete character as a whole, other bytes each; the rest stays.
+std::string repairUtf8(std::string_view text);
 
 }  // namespace monitor

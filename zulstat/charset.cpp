@@ -15,6 +15,8 @@ using namespace monitor;
 
 namespace {
 
+bool knowsWide = false;  // written by setLocale() alone
+
 locale_t usersLocale() {
     static const locale_t users = [] {
         const locale_t wanted = newlocale(LC_CTYPE_MASK, "", nullptr);
@@ -35,12 +37,13 @@ std::string encode(char32_t character) {
 
 }  // namespace
 
+void setLocale() {
+    std::setlocale(LC_CTYPE, "");
+    knowsWide = std::string_view(nl_langinfo(CODESET)) == "UTF-8" || std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
+}
+
 bool wideCharactersKnown() {
-    static const bool known = [] {
-        std::setlocale(LC_CTYPE, "");
-        return std::string_view(nl_langinfo(CODESET)) == "UTF-8" || std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
-    }();
-    return known;
+    return knowsWide;
 }
 
 bool userHasUtf8() {

@@ -6,8 +6,10 @@
 
 namespace zulstat {
 
-// The first call sets the program's own LC_CTYPE to a locale with UTF-8, the user's if it is one. Returns false where
-// the system has none: then the C library knows neither widths nor what is printable.
+// Sets the program's own LC_CTYPE to a locale with UTF-8, the user's if it is one. main() calls it once, before any
+// text is looked at.
+void setLocale();
+// Whether the system has a locale with UTF-8. Without one the C library knows neither widths nor what is printable.
 bool wideCharactersKnown();
 
 bool userHasUtf8();

@@ -87,7 +87,7 @@ int check(const Options& options) {
     Collector collector(options.collector());
     const Outcome outcome = collector.collect(query, options.timeoutMs());
     if (outcome.failure) {
-        return conclude(stateOf(*outcome.failure), describeFailure(*outcome.failure, options));
+        return conclude(stateOf(*outcome.failure), failureText(*outcome.failure, options.subject()));
     }
     collector.abandon();
     const Item* item = findItem(outcome.sample, id);
@@ -103,7 +103,7 @@ int check(const Options& options) {
         const bool limited = options.warning || options.critical;
         return conclude(limited ? State::unknown : State::ok, text + (limited ? ", which is not a number" : ""));
     }
-    detail(options, sampleDetails(outcome.sample));
+    detail(options.subject(), sampleDetails(outcome.sample));
     return conclude(judge(toDouble(*number), options), text + " | " + performanceData(*item, options));
 }
 

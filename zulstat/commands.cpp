@@ -9,10 +9,11 @@
 #include <string>
 
 #include "charset.h"
-#include "codes.h"
+#include "advice.h"
 #include "monitor/collector.h"
 #include "format.h"
 #include "interrupt.h"
+#include "monitor/codes.h"
 #include "options.h"
 #include "output.h"
 #include "report.h"
@@ -43,7 +44,7 @@ private:
 int closeQuietly(Collector& collector, std::chrono::milliseconds timeLeft, const Options& options) {
     const std::optional<Failure> failure = collector.close(timeLeft);
     if (failure && failure->kind != FailureKind::interrupted) {
-        note(options, "closing: " + describeFailure(*failure, options));
+        note(options.subject(), "closing: " + failureText(*failure, options.subject()));
     }
     return failure && failure->kind == FailureKind::interrupted ? exitInterrupted : exitOk;
 }
@@ -99,13 +100,13 @@ int runQuery(const Options& options) {
         outcome.failure = options.counts ? countStatistics(collector, outcome.sample, timeLeft) : std::nullopt;
     }
     if (outcome.failure) {
-        return reportFailure(*outcome.failure, query, options);
+        return reportFailure(*outcome.failure, query, options.subject());
     }
     const Sample& sample = outcome.sample;
     print(formatSample(options.format.value_or(Format::table), sample, options.layout()));
-    detail(options, sampleDetails(sample));
+    detail(options.subject(), sampleDetails(sample));
     const int closed = closeQuietly(collector, timeLeft(), options);
-    const int reported = reportSample(sample, options);
+    const int reported = reportSample(sample, options.subject());
     return closed != exitOk ? closed : reported;
 }
 
@@ -129,7 +130,7 @@ int runPing(const Options& options) {
         }
         if (outcome.failure) {
             times.printSummary();
-            return reportFailure(*outcome.failure, query, options);
+            return reportFailure(*outcome.failure, query, options.subject());
         }
         const double time = milliseconds(sample.querySeconds);
         print(
@@ -151,13 +152,13 @@ int runExplain(const Options& options) {
     for (const std::string& text : options.codes) {
         if (const Code* code = findCode(text)) {
             print(fmt::format("{} ({})\n  What happened: {}.\n  What to do:    {}\n", code->name, code->number,
-                              code->meaning, code->advice));
+                              code->meaning, adviceFor(code->number)));
         } else {
             const Code* negative = findCode("-" + text);
             complain(fmt::format("'{}' is no code of the library{}", escapeForTerminal(text),
                                  negative == nullptr ? "" : fmt::format(", {} is", codeText(negative->number))));
             note(
-                options,
+                options.subject(),
                 "hint: The codes of query elements (rc) are the Gateway's own; 'zulstat explain' lists the library's.");
             exitCode = exitPartly;
         }

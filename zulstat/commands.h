@@ -1,4 +1,5 @@
-// The commands that end after one query or a few. Each returns the exit code and throws what print() throws.
+// The commands. Each returns the exit code of report.h, check that of a monitoring plugin, and throws what print() of
+// output.h throws.
 #pragma once
 
 #include <string>
@@ -8,9 +9,13 @@ namespace zulstat {
 struct Options;
 
 int runQuery(const Options& options);  // stats, ids, groups
+int runWatch(const Options& options);  // repeated samples: redrawn on a terminal, rows in a pipe, flushed per sample
+int runTop(const Options& options);    // full screen
 int runPing(const Options& options);
 int runExplain(const Options& options);
-int runCheck(const Options& options);
+int runCheck(const Options& options);  // throws nothing
+int runDemo(const Options& options);   // starts zulstat-sim on a free port, and top on it, or watch without a terminal
+
 // The line and the exit code of a check that cannot be made.
 int concludeUnknown(const std::string& why);
 

@@ -1,5 +1,4 @@
-#include "demo.h"
-
+// zulstat demo.
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -17,17 +16,14 @@
 #include <string>
 #include <system_error>
 
+#include "commands.h"
 #include "interrupt.h"
 #include "options.h"
 #include "output.h"
 #include "report.h"
 #include "terminal.h"
-#include "top.h"
-#include "watch.h"
 
 namespace zulstat {
-
-using namespace monitor;
 
 namespace {
 

@@ -33,11 +33,4 @@ struct Layout {
 // Ends with a line end unless it is empty.
 std::string formatSample(Format format, const monitor::Sample& sample, const Layout& layout = {});
 
-// 2026-11-21T12:34:01.123Z
-std::string isoTime(double wallTime);
-// host:port, [host]:port for an IPv6 address
-std::string targetText(const monitor::Target& target);
-// "stats", "stats-by-id", ...: the query's name in json and in messages.
-std::string_view whatName(monitor::What what);
-
 }  // namespace zulstat

@@ -7,15 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "charset.h"
 #include "commands.h"
-#include "demo.h"
 #include "interrupt.h"
 #include "options.h"
 #include "output.h"
 #include "report.h"
 #include "text.h"
-#include "top.h"
-#include "watch.h"
 #include "monitor/worker.h"
 
 namespace {
@@ -77,6 +75,7 @@ int main(int argc, char** argv) {
     fillStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL);  // where it is ignored, a worker's process number is free before it is killed by it
+    setLocale();
     try {
         catchInterrupts();
         return parseAndRun(argc, argv);

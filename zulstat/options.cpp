@@ -12,8 +12,6 @@
 #include <utility>
 
 #include "interrupt.h"
-#include "report.h"
-#include "zulstats.h"
 
 namespace zulstat {
 
@@ -129,9 +127,9 @@ void addSeries(CLI::App& command, Options& options, Words& words) {
         ->option_text("SECONDS")
         ->check(secondsFrom(shortestInterval))
         ->take_last();
-    addOption(command, "-r,--rate", options.rates, "show values that match per second", "GLOB")
+    addOption(command, "-r,--rate", options.derived.rates, "show values that match per second", "GLOB")
         ->allow_extra_args(false);
-    addOption(command, "-d,--delta", options.deltas, "show values that match as differences", "GLOB")
+    addOption(command, "-d,--delta", options.derived.deltas, "show values that match as differences", "GLOB")
         ->allow_extra_args(false);
     command.add_flag("--no-reconnect", words.noReconnect, "end when the connection is lost");
 }
@@ -398,6 +396,22 @@ Query Options::query() const {
         return {What::statsByGroup, groups};
     }
     return ids.empty() ? Query{What::stats, {}} : Query{What::statsById, ids};
+}
+
+Subject Options::subject() const {
+    return {.target = target,
+            .timeout = timeout,
+            .series = command == Command::watch || command == Command::top,
+            .ping = command == Command::ping,
+            .filtered = !globs.empty(),
+            .quiet = quiet,
+            .verbose = verbose};
+}
+
+void Options::refuseTraceOnScreen() const {
+    if (traceLevel > 0 && traceFile.empty() && isatty(STDERR_FILENO) == 1) {
+        throw UsageError{"the trace would fall into the screen: name a file with --trace-file"};
+    }
 }
 
 Options parseOptions(int argc, const char* const* argv) {

@@ -9,8 +9,11 @@
 #include "monitor/collector.h"
 #include "format.h"
 #include "range.h"
+#include "rate.h"
+#include "report.h"
 #include "monitor/sample.h"
 #include "text.h"
+#include "usage_error.h"
 
 namespace zulstat {
 
@@ -37,11 +40,10 @@ struct Options {
     bool counts = false;  // groups -l
 
     // watch and top (interval, and whether to reconnect); ping (interval and count).
-    double interval = 1;              // seconds, at least 0.05
-    std::optional<long> count;        // without it watch goes on until it is interrupted
-    std::vector<std::string> rates;   // -r: globs of identifiers shown per second
-    std::vector<std::string> deltas;  // -d: globs of identifiers shown as differences
-    long headerEvery = 20;            // 0: only once
+    double interval = 1;        // seconds, at least 0.05
+    std::optional<long> count;  // without it watch goes on until it is interrupted
+    DerivedGlobs derived;       // -r and -d
+    long headerEvery = 20;      // 0: only once
     bool reconnect = true;
 
     std::vector<std::string> codes;  // explain
@@ -54,18 +56,17 @@ struct Options {
     monitor::CollectorOptions collector() const;  // with the interrupt descriptor
     // What stats, ids, watch, top and check ask for: everything, the ids or the groups.
     monitor::Query query() const;
+    Subject subject() const;
+    // Throws UsageError where the library's trace would fall into a screen that is drawn again and again.
+    void refuseTraceOnScreen() const;
 };
 
-// Thrown for a bad command line; main() prints it and ends with exitUsage, or the plugin's "unknown" for check.
-struct UsageError {
-    std::string text;
-    std::string command = {};  // its name, where it is known
-};
 // Thrown for -h and -V.
 struct TextWanted {
     std::string text;
 };
 
+// Throws UsageError and TextWanted.
 Options parseOptions(int argc, const char* const* argv);
 
 }  // namespace zulstat

@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <utility>
 
-#include "options.h"
 #include "text.h"
 
 namespace zulstat {
@@ -29,36 +27,6 @@ std::string shortNumber(double value) {
 
 }  // namespace
 
-std::optional<double> Change::perSecond() const {
-    return difference && !fell && seconds > 0 ? std::optional(*difference / seconds) : std::nullopt;
-}
-
-std::vector<Change> Changes::next(const Sample& sample) {
-    const double seconds = sample.monotonicTime - formerTime;
-    std::vector<Change> changes;
-    std::map<ItemKey, Number> current;
-    std::map<std::pair<std::string, std::string>, std::size_t> seen;
-    for (const Element& element : sample.elements) {
-        for (const Item& item : element.items) {
-            const std::size_t repeated = seen[{element.text, item.id}]++;
-            Change change{{element.text, item.id, repeated}, parseNumber(item.value), std::nullopt, false, seconds};
-            if (change.number) {
-                const auto place = former.find(change.key);
-                if (place != former.end()) {
-                    const double grown = difference(*change.number, place->second);
-                    change.fell = grown < 0;
-                    change.difference = sample.freshConnection ? std::nullopt : std::optional(grown);
-                }
-                current.emplace(change.key, *change.number);
-            }
-            changes.push_back(std::move(change));
-        }
-    }
-    former = std::move(current);
-    formerTime = sample.monotonicTime;
-    return changes;
-}
-
 std::string rateText(const Change& change) {
     const std::optional<double> rate = change.perSecond();
     return rate ? shortNumber(*rate) + "/s" : change.fell ? "R" : unknown;
@@ -74,14 +42,14 @@ std::string differenceText(const Change& change) {
                                         : fmt::format("{:+.6g}", value);
 }
 
-std::optional<std::string> derivedText(const Change& change, const Options& options) {
+std::optional<std::string> derivedText(const Change& change, const DerivedGlobs& globs) {
     const std::string& id = std::get<1>(change.key);
     if (!change.number) {
         return std::nullopt;
     }
-    return anyGlobMatches(options.rates, id)    ? std::optional(rateText(change))
-           : anyGlobMatches(options.deltas, id) ? std::optional(differenceText(change))
-                                                : std::nullopt;
+    return anyGlobMatches(globs.rates, id)    ? std::optional(rateText(change))
+           : anyGlobMatches(globs.deltas, id) ? std::optional(differenceText(change))
+                                              : std::nullopt;
 }
 
 }  // namespace zulstat

@@ -4,11 +4,10 @@
 #include <string>
 #include <string_view>
 
-#include "monitor/collector.h"
+#include "monitor/failure.h"
+#include "monitor/sample.h"
 
 namespace zulstat {
-
-struct Options;
 
 enum ExitCode {
     exitOk = 0,
@@ -21,21 +20,32 @@ enum ExitCode {
     exitInterrupted = 130,
 };
 
+// What messages are about, and how much of them is wanted.
+struct Subject {
+    monitor::Target target;
+    double timeout = 5;   // seconds, as given
+    bool series = false;  // watch, top
+    bool ping = false;
+    bool filtered = false;  // by -I and -X
+    bool quiet = false;
+    bool verbose = false;
+};
+
 int exitCodeFor(const monitor::Failure& failure);
 
 // One line without "zulstat: " and line end, and what to do about it (empty where nothing helps). Neither has odd
 // bytes.
-std::string describeFailure(const monitor::Failure& failure, const Options& options);
-std::string hintFor(const monitor::Failure& failure, const monitor::Query& query, const Options& options);
+std::string failureText(const monitor::Failure& failure, const Subject& subject);
+std::string hintFor(const monitor::Failure& failure, const monitor::Query& query, const Subject& subject);
 
 // "zulstat: TEXT\n" on standard error, unless a signal comes while that takes nothing; note() not with -q, detail()
 // only with -v.
 void complain(std::string_view text);
-void note(const Options& options, std::string_view text);
-void detail(const Options& options, std::string_view text);
+void note(const Subject& subject, std::string_view text);
+void detail(const Subject& subject, std::string_view text);
 
 // complain() with the failure and its hint; returns its exit code. An interruption is no message.
-int reportFailure(const monitor::Failure& failure, const monitor::Query& query, const Options& options);
+int reportFailure(const monitor::Failure& failure, const monitor::Query& query, const Subject& subject);
 
 // For detail(), and the size for ping: "5656 of 32767 bytes (17 %)".
 std::string sampleDetails(const monitor::Sample& sample);
@@ -43,6 +53,6 @@ std::string sizeText(const monitor::Sample& sample);
 double milliseconds(double seconds);
 
 // The summary of failed elements and of nothing matched, and the exit code: exitOk or exitPartly.
-int reportSample(const monitor::Sample& sample, const Options& options);
+int reportSample(const monitor::Sample& sample, const Subject& subject);
 
 }  // namespace zulstat

@@ -8,9 +8,8 @@
 #include <string>
 
 #include "charset.h"
-#include "options.h"
-#include "report.h"
 #include "terminal.h"
+#include "usage_error.h"
 
 #define NCURSES_NOMACROS
 #include <curses.h>
@@ -38,12 +37,6 @@ void catchOtherSignals() {
 }
 
 }  // namespace
-
-void refuseTraceOnScreen(const Options& options) {
-    if (options.traceLevel > 0 && options.traceFile.empty() && isatty(STDERR_FILENO) == 1) {
-        throw UsageError{"the trace would fall into the screen: name a file with --trace-file"};
-    }
-}
 
 Screen::Screen(bool useColor) {
     if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {

@@ -11,8 +11,6 @@
 
 namespace zulstat {
 
-struct Options;
-
 enum class Style : std::uint8_t { normal, bold, dim, header, bad };
 
 // Keys that are no ASCII characters.
@@ -21,9 +19,6 @@ inline constexpr int keyEnter = '\r';
 inline constexpr int keyEscape = 0x1B;
 inline constexpr int keyClear = 0x15;  // Ctrl-U
 inline constexpr int keyBackspace = 0x7F;
-
-// Throws UsageError where the library's trace would fall into what is drawn.
-void refuseTraceOnScreen(const Options& options);
 
 // One at a time. The destructor restores the terminal.
 class Screen {

@@ -70,14 +70,6 @@ std::string escapeForTerminal(std::string_view bytes) {
     return result;
 }
 
-std::string repairUtf8(std::string_view bytes) {
-    std::string result;
-    forEachCharacter(bytes, [&](const Character& character, std::string_view raw) {
-        result += character.valid ? raw : "\xEF\xBF\xBD";
-    });
-    return result;
-}
-
 std::size_t columnWidth(std::string_view text) {
     std::size_t width = 0;
     forEachCharacter(text, [&](const Character& character, std::string_view) {
@@ -125,19 +117,6 @@ void filter(Sample& sample, const std::vector<GlobRule>& rules) {
         std::erase_if(element.items, [&](const Item& item) { return !keeps(rules, item.id); });
     }
     std::erase_if(sample.elements, [](const Element& element) { return element.rc >= 0 && element.items.empty(); });
-}
-
-std::size_t itemCount(const Sample& sample) {
-    std::size_t count = 0;
-    for (const Element& element : sample.elements) {
-        count += element.items.size();
-    }
-    return count;
-}
-
-std::size_t failedElements(const Sample& sample) {
-    return static_cast<std::size_t>(std::count_if(sample.elements.begin(), sample.elements.end(),
-                                                  [](const Element& element) { return element.rc < 0; }));
 }
 
 std::vector<std::string> splitPieces(std::string_view text, char separator) {

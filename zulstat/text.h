@@ -15,9 +15,6 @@ namespace zulstat {
 // is one line of UTF-8; inUsersCharacters() of charset.h prepares it for output.
 std::string escapeForTerminal(std::string_view bytes);
 
-// What is not valid UTF-8 becomes U+FFFD, an incomplete character as a whole, other bytes each; the rest stays.
-std::string repairUtf8(std::string_view bytes);
-
 // The number of terminal columns of a text without control characters, such as escapeForTerminal returns.
 std::size_t columnWidth(std::string_view text);
 
@@ -39,10 +36,6 @@ bool keeps(const std::vector<GlobRule>& rules, const std::string& id);
 
 // Removes the items that the rules do not keep, and the elements that lose all their items. Failed elements stay.
 void filter(monitor::Sample& sample, const std::vector<GlobRule>& rules);
-
-// Sums over a sample.
-std::size_t itemCount(const monitor::Sample& sample);
-std::size_t failedElements(const monitor::Sample& sample);
 
 // Pieces between the separators; empty pieces are dropped.
 std::vector<std::string> splitPieces(std::string_view text, char separator);

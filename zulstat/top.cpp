@@ -1,5 +1,4 @@
-#include "top.h"
-
+// zulstat top.
 #include <fmt/format.h>
 #include <poll.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 
 #include "charset.h"
 #include "format.h"
+#include "commands.h"
 #include "interrupt.h"
 #include "options.h"
 #include "monitor/schedule.h"
@@ -57,7 +57,7 @@ public:
         : options(given),
           query(given.query()),
           interval(given.interval),
-          rows(given),
+          rows(given.derived),
           collector(given.collector()),
           cadence(Clock::now(), given.intervalMs()),
           backoff(given.intervalMs()),
@@ -76,7 +76,7 @@ public:
             }
         }
         screen.reset();
-        return end ? reportFailure(*end, query, options) : exitOk;
+        return end ? reportFailure(*end, query, options.subject()) : exitOk;
     }
 
 private:
@@ -105,7 +105,7 @@ private:
         if (lost.empty()) {
             rows.gap();
         }
-        lost = describeFailure(*outcome->failure, options);
+        lost = failureText(*outcome->failure, options.subject());
         nextTry = Clock::now() + backoff.next();
         return std::nullopt;
     }
@@ -342,7 +342,7 @@ private:
 }  // namespace
 
 int runTop(const Options& options) {
-    refuseTraceOnScreen(options);
+    options.refuseTraceOnScreen();
     return Top(options).run();
 }
 

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "monitor/number.h"
-#include "options.h"
 #include "text.h"
 
 namespace zulstat {
@@ -37,8 +36,8 @@ std::string TopRows::rateColumn(const Change& change, const History& history) co
     if (!change.number) {
         return {};
     }
-    if (!options.rates.empty() || !options.deltas.empty()) {
-        return derivedText(change, options).value_or("");
+    if (!derived.empty()) {
+        return derivedText(change, derived).value_or("");
     }
     return history.falls < 2 ? rateText(change) : "";
 }

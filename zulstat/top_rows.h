@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "rate.h"
@@ -26,7 +27,7 @@ struct TopRow {
 
 class TopRows {
 public:
-    explicit TopRows(const Options& given) : options(given) {
+    explicit TopRows(DerivedGlobs given) : derived(std::move(given)) {
     }
 
     void take(const monitor::Sample& sample);
@@ -43,11 +44,11 @@ private:
         std::deque<std::optional<double>> numbers;
         int falls = 0;
     };
-    std::string rateColumn(const Change& change, const History& history) const;
+    std::string rateColumn(const monitor::Change& change, const History& history) const;
 
-    const Options& options;
-    Changes changes;
-    std::map<ItemKey, History> histories;
+    DerivedGlobs derived;
+    monitor::Changes changes;
+    std::map<monitor::ItemKey, History> histories;
     std::vector<TopRow> all;
 };
 

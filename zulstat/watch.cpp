@@ -1,5 +1,4 @@
-#include "watch.h"
-
+// zulstat watch.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -8,6 +7,7 @@
 #include <optional>
 
 #include "format.h"
+#include "commands.h"
 #include "interrupt.h"
 #include "options.h"
 #include "output.h"
@@ -40,7 +40,7 @@ public:
     int run() {
         const int result = watch();
         if (incomplete) {
-            reportSample(*incomplete, options);
+            reportSample(*incomplete, options.subject());
         }
         return result;
     }
@@ -58,7 +58,7 @@ private:
             } else if (outcome.failure->kind == FailureKind::interrupted) {
                 return exitOk;
             } else if (shown == 0 || !options.reconnect || !mayPass(*outcome.failure)) {
-                return reportFailure(*outcome.failure, query, options);
+                return reportFailure(*outcome.failure, query, options.subject());
             } else {
                 lose(*outcome.failure);
             }
@@ -98,7 +98,7 @@ private:
     void take(Sample& sample) {
         filter(sample, options.globs);
         if (lostSince && !display->showsState()) {
-            note(options,
+            note(options.subject(),
                  fmt::format("connected to {} again after {:.1f} s", escapeForTerminal(targetText(options.target)),
                              std::chrono::duration<double>(Clock::now() - *lostSince).count()));
         }
@@ -106,11 +106,11 @@ private:
         backoff.reset();
         display->show(sample);
         if (!display->showsState()) {
-            detail(options, sampleDetails(sample));
+            detail(options.subject(), sampleDetails(sample));
         }
         // Said once; on a terminal seen in the table, and said when that is left.
         if ((failedElements(sample) > 0 || itemCount(sample) == 0) && exitCode == exitOk) {
-            exitCode = display->showsState() ? exitPartly : reportSample(sample, options);
+            exitCode = display->showsState() ? exitPartly : reportSample(sample, options.subject());
             incomplete = display->showsState() ? std::optional(sample) : std::nullopt;
         }
         ++shown;
@@ -124,7 +124,7 @@ private:
             lostSince = Clock::now();
         }
         if (first && !display->showsState()) {
-            complain(describeFailure(failure, options) + "; trying again");
+            complain(failureText(failure, options.subject()) + "; trying again");
         }
         display->gap(failure, first, pause);
         wakeUp = Clock::now() + pause;

@@ -10,14 +10,14 @@
 
 #include "charset.h"
 #include "format.h"
+#include "monitor/changes.h"
+#include "monitor/codes.h"
 #include "options.h"
 #include "output.h"
 #include "rate.h"
 #include "report.h"
-#include "screen.h"
 #include "terminal.h"
 #include "text.h"
-#include "zulstats.h"
 
 namespace zulstat {
 
@@ -50,7 +50,8 @@ std::vector<Line> linesOf(const Sample& sample, Changes& changes, const Options&
             lines.push_back({"", "", element.text, element.rc});
         }
         for (const Item& item : element.items) {
-            lines.push_back({item.id, derivedText(*change++, options).value_or(item.value), element.text, element.rc});
+            lines.push_back(
+                {item.id, derivedText(*change++, options.derived).value_or(item.value), element.text, element.rc});
         }
     }
     return lines;
@@ -88,7 +89,7 @@ public:
     }
     void gap(const Failure& failure, bool, std::chrono::milliseconds retryIn) override {
         state = fmt::format("next attempt in {:.2g} s: {}", std::chrono::duration<double>(retryIn).count(),
-                            describeFailure(failure, options));
+                            failureText(failure, options.subject()));
         lost = true;
         draw();
     }
@@ -203,7 +204,7 @@ public:
     void gap(const Failure& failure, bool first, std::chrono::milliseconds) override {
         if (first) {
             print(row(isoTime(clockSeconds(CLOCK_REALTIME)),
-                      {"", "", "", failure.rc < 0 ? failure.rc : STAPI_RC_GATEWAY_CONNECTION_LOST}));
+                      {"", "", "", failure.rc < 0 ? failure.rc : rcConnectionLost}));
         }
     }
 
@@ -233,7 +234,7 @@ public:
             sample.query = options.query();
             sample.wallTime = clockSeconds(CLOCK_REALTIME);
             sample.monotonicTime = clockSeconds(CLOCK_MONOTONIC);
-            sample.elements = {{"", failure.rc < 0 ? failure.rc : STAPI_RC_GATEWAY_CONNECTION_LOST, {}}};
+            sample.elements = {{"", failure.rc < 0 ? failure.rc : rcConnectionLost, {}}};
             show(sample);
         }
     }
@@ -250,14 +251,14 @@ std::unique_ptr<WatchDisplay> makeWatchDisplay(const Options& options) {
     switch (options.format.value_or(Format::table)) {
     case Format::table:
         if (canRedraw()) {
-            refuseTraceOnScreen(options);
+            options.refuseTraceOnScreen();
             return std::make_unique<Redrawn>(options);
         }
         return std::make_unique<Rows>(options);
     case Format::plain:
         return std::make_unique<PlainRows>(options);
     default:
-        if (!options.rates.empty() || !options.deltas.empty()) {
+        if (!options.derived.empty()) {
             throw UsageError{"-r and -d are for tables and plain rows; other formats have times to compute them from"};
         }
         return std::make_unique<Documents>(options);

@@ -5,7 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "monitor/collector.h"
+#include "monitor/failure.h"
+#include "monitor/sample.h"
 
 namespace zulstat {
 

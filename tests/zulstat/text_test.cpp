@@ -5,7 +5,9 @@
 
 #include <cstdlib>
 
+#include "charset.h"
 #include "monitor/number.h"
+#include "monitor/utf8.h"
 #include "range.h"
 
 namespace zulstat {
@@ -14,7 +16,11 @@ using namespace monitor;
 
 namespace {
 
-[[maybe_unused]] const int usersLocaleIs = setenv("LC_ALL", "C.UTF-8", 1);
+[[maybe_unused]] const bool usersLocaleIsSet = [] {
+    setenv("LC_ALL", "C.UTF-8", 1);
+    setLocale();
+    return true;
+}();
 
 }  // namespace
 
