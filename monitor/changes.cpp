@@ -1,5 +1,6 @@
 #include "changes.h"
 
+#include <string_view>
 #include <utility>
 
 namespace monitor {
@@ -11,12 +12,17 @@ std::optional<double> Change::perSecond() const {
 std::vector<Change> Changes::next(const Sample& sample) {
     const double seconds = sample.monotonicTime - formerTime;
     std::vector<Change> changes;
+    changes.reserve(sample.items.size());
     std::map<ItemKey, Number> current;
-    std::map<std::pair<std::string, std::string>, std::size_t> seen;
+    std::map<std::pair<std::string_view, std::string_view>, std::size_t> seen;
     for (const Element& element : sample.elements) {
-        for (const Item& item : element.items) {
+        for (const Item& item : sample.itemsOf(element)) {
             const std::size_t repeated = seen[{element.text, item.id}]++;
-            Change change{{element.text, item.id, repeated}, parseNumber(item.value), std::nullopt, false, seconds};
+            Change change{{std::string(element.text), std::string(item.id), repeated},
+                          parseNumber(item.value),
+                          std::nullopt,
+                          false,
+                          seconds};
             if (change.number) {
                 const auto place = former.find(change.key);
                 if (place != former.end()) {

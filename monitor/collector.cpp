@@ -1,35 +1,31 @@
 #include "collector.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
-#include <vector>
-
-#include "frames.h"
-#include "worker.h"
 
 namespace monitor {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr const char* workerName = "zulstats-worker";
+constexpr int mostBlocks = 64;  // taken at once from a worker that never stops talking
 
-constexpr const char* ownProgram = "/proc/self/exe";
-
-void check(int error, const char* what) {
+void check(int error, const std::string& what) {
     if (error != 0) {
-        throw std::runtime_error(std::string(what) + ": " + std::strerror(error));
+        throw std::runtime_error(what + ": " + std::strerror(error));
     }
 }
 
@@ -51,11 +47,10 @@ struct SpawnSettings {
 
 // The worker blocks the signals of the terminal: they are for this process, and one that the library's waiting meets
 // would end the exchange.
-pid_t spawnWorker(int channel) {
+pid_t spawnWorker(const std::string& program, int channel) {
     SpawnSettings spawn;
-    check(posix_spawn_file_actions_adddup2(&spawn.actions, channel, workerChannel), "descriptor");
-    check(posix_spawn_file_actions_addopen(&spawn.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0), "descriptor");
-    check(posix_spawn_file_actions_addopen(&spawn.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0), "descriptor");
+    check(posix_spawn_file_actions_adddup2(&spawn.actions, channel, STDIN_FILENO), "descriptor");
+    check(posix_spawn_file_actions_adddup2(&spawn.actions, channel, STDOUT_FILENO), "descriptor");
     sigset_t blocked;
     sigemptyset(&blocked);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH}) {
@@ -64,43 +59,52 @@ pid_t spawnWorker(int channel) {
     posix_spawnattr_setsigmask(&spawn.attributes, &blocked);
     posix_spawnattr_setflags(&spawn.attributes, POSIX_SPAWN_SETSIGMASK);
 
-    std::string name = "zulstat";
-    std::string argument(workerArgument);
-    std::string parent = std::to_string(getpid());
-    const std::array<char*, 4> words = {name.data(), argument.data(), parent.data(), nullptr};
+    std::string name = workerName;
+    const std::array<char*, 2> words = {name.data(), nullptr};
     pid_t pid = -1;
-    const int error = posix_spawn(&pid, ownProgram, &spawn.actions, &spawn.attributes, words.data(), environ);
+    const int error = posix_spawn(&pid, program.c_str(), &spawn.actions, &spawn.attributes, words.data(), environ);
     if (error == EAGAIN) {
         throw std::runtime_error("cannot start the worker process: the system allows no more processes (ulimit -u)");
     }
-    check(error, "cannot start the worker process");
+    check(error, "cannot start the worker process " + program);
     return pid;
 }
 
 }  // namespace
+
+std::string findWorker() {
+    namespace fs = std::filesystem;
+    if (const char* const given = std::getenv("ZULSTATS_WORKER"); given != nullptr && *given != '\0') {
+        return given;
+    }
+    std::error_code error;
+    const fs::path own = fs::read_symlink("/proc/self/exe", error).parent_path();
+    if (error) {
+        return {};
+    }
+    const fs::path beside = own / workerName;
+    return access(beside.c_str(), X_OK) == 0 ? beside.string() : (own / ZULSTATS_WORKER_DIR / workerName).string();
+}
 
 Collector::Collector(CollectorOptions options) : settings(std::move(options)) {
 }
 
 Collector::~Collector() {
     abandon();
+    reap(0);
 }
 
-Outcome Collector::collect(const Query& query, Milliseconds timeout) {
-    begin(query, timeout);
-    return wait();
-}
-
-void Collector::begin(const Query& query, Milliseconds timeout) {
+void Collector::begin(Query query, Clock::time_point until) {
     if (inProgress) {
         abandon();
     }
-    current = query;
-    deadline = Clock::now() + timeout;
+    reap(WNOHANG);
+    current = std::move(query);
+    deadline = until;
     startFailure.clear();
     inProgress = true;
     currentPhase = Phase::querying;
-    const std::string request = FrameWriter(MessageType::query).add(query).finish();
+    const std::string request = writeQuery(current);
     if (worker > 0 && send(request)) {
         return;
     }
@@ -112,11 +116,9 @@ void Collector::begin(const Query& query, Milliseconds timeout) {
         startFailure = error.what();
         return;
     }
-    FrameWriter opening(MessageType::open);
-    opening.add(std::string_view(settings.target.host)).add(settings.target.port);
-    opening.add(settings.traceLevel).add(std::string_view(settings.traceFile));
+    const OpenRequest opening = {settings.target.host, settings.target.port, settings.traceLevel, settings.traceFile};
     // One send: a worker that fails while it opens the connection has gone before a second one.
-    if (!send(opening.finish() + request)) {
+    if (!send(writeHello() + writeOpen(opening) + request)) {
         startFailure = "the worker process takes no request";
     }
 }
@@ -130,7 +132,7 @@ void Collector::start() {
     }
     channel = sockets[0];
     try {
-        worker = spawnWorker(sockets[1]);
+        worker = spawnWorker(settings.worker, sockets[1]);
     } catch (...) {
         ::close(sockets[1]);
         throw;
@@ -138,56 +140,73 @@ void Collector::start() {
     ::close(sockets[1]);
 }
 
-bool Collector::send(const std::string& frame) {
+bool Collector::send(const std::string& bytes) {
     // Requests are smaller than the socket's buffer: one that does not fit meets a worker that reads nothing.
-    const ssize_t size = ::send(channel, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    return size == static_cast<ssize_t>(frame.size());
+    const ssize_t size = ::send(channel, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    return size == static_cast<ssize_t>(bytes.size());
 }
 
+// Returns whether the worker may have more to say.
 bool Collector::receive() {
-    std::array<char, 16384> block;
-    for (;;) {
-        const ssize_t size = recv(channel, block.data(), block.size(), MSG_DONTWAIT);
-        if (size > 0) {
-            received.append(block.data(), static_cast<std::size_t>(size));
-        } else if (size == 0 || errno != EINTR) {
-            return size < 0 && errno == EAGAIN;
-        }
+    FrameBuffer::Received last = FrameBuffer::Received::bytes;
+    for (int blocks = 0; blocks < mostBlocks && last == FrameBuffer::Received::bytes; ++blocks) {
+        last = received.receive(channel, MSG_DONTWAIT);
     }
+    return last != FrameBuffer::Received::end;
 }
 
 std::optional<Outcome> Collector::nextOutcome() {
-    while (std::optional<FrameReader> frame = takeFrame(received)) {
-        switch (frame->type()) {
-        case MessageType::phase:
-            currentPhase = frame->take<Phase>();
-            break;
-        case MessageType::opened:
-            opened.protocol = frame->takeText();
-            opened.openSeconds = frame->take<double>();
-            opened.freshConnection = true;
-            break;
-        case MessageType::sample: {
-            Outcome outcome{frame->takeSample(), std::nullopt};
-            outcome.sample.target = settings.target;
-            outcome.sample.query = current;
-            outcome.sample.protocol = opened.protocol;
-            outcome.sample.openSeconds = opened.openSeconds;
-            outcome.sample.freshConnection = std::exchange(opened.freshConnection, false);
-            open = true;
-            inProgress = false;
+    while (std::optional<FrameReader> frame = received.next()) {
+        if (std::optional<Outcome> outcome = take(*frame)) {
             return outcome;
-        }
-        case MessageType::closed:
-            abandon();
-            return Outcome{};
-        case MessageType::failed:
-            return ended(frame->takeFailure());
-        default:
-            return ended({FailureKind::internal, currentPhase, 0, "a message of the worker is not understood"});
         }
     }
     return std::nullopt;
+}
+
+std::optional<Outcome> Collector::take(FrameReader& frame) {
+    if (greeted == (frame.type() == MessageType::hello)) {
+        throw FrameError();
+    }
+    switch (frame.type()) {
+    case MessageType::hello: {
+        const std::uint32_t version = readHello(frame);
+        greeted = version == frameVersion;
+        if (!greeted) {
+            throw std::runtime_error("the worker program " + settings.worker + " is of another version (" +
+                                     std::to_string(version) + ", not " + std::to_string(frameVersion) + ")");
+        }
+        return std::nullopt;
+    }
+    case MessageType::phase:
+        currentPhase = readPhase(frame);
+        return std::nullopt;
+    case MessageType::opened: {
+        Opened said = readOpened(frame);
+        opened.protocol = std::move(said.protocol);
+        opened.openSeconds = said.seconds;
+        opened.freshConnection = true;
+        return std::nullopt;
+    }
+    case MessageType::sample: {
+        Outcome outcome{readSample(frame), std::nullopt};
+        outcome.sample.target = settings.target;
+        outcome.sample.query = std::move(current);
+        outcome.sample.protocol = opened.protocol;
+        outcome.sample.openSeconds = opened.openSeconds;
+        outcome.sample.freshConnection = std::exchange(opened.freshConnection, false);
+        open = true;
+        inProgress = false;
+        return outcome;
+    }
+    case MessageType::closed:
+        abandon();
+        return Outcome{};
+    case MessageType::failed:
+        return ended(readFailed(frame));
+    default:
+        throw FrameError();
+    }
 }
 
 Outcome Collector::ended(Failure failure) {
@@ -195,7 +214,7 @@ Outcome Collector::ended(Failure failure) {
     return {std::exchange(opened, {}), std::move(failure)};
 }
 
-std::optional<Outcome> Collector::advance() {
+std::optional<Outcome> Collector::advance(Clock::time_point now) {
     if (!inProgress) {
         return std::nullopt;
     }
@@ -214,7 +233,7 @@ std::optional<Outcome> Collector::advance() {
     if (!alive) {
         return ended({FailureKind::internal, currentPhase, 0, "the worker process ended unexpectedly"});
     }
-    if (Clock::now() >= deadline) {
+    if (now >= deadline) {
         const bool tracing = currentPhase == Phase::tracing;
         return ended({FailureKind::deadline, currentPhase, 0,
                       tracing ? settings.traceFile : describeWait(currentPhase, current)});
@@ -222,27 +241,40 @@ std::optional<Outcome> Collector::advance() {
     return std::nullopt;
 }
 
-Outcome Collector::wait() {
-    std::optional<Outcome> outcome;
-    while (!outcome) {
-        outcome = waitFor(remaining());
+bool Collector::beginClose(Clock::time_point until) {
+    if (!open || inProgress || !send(writeClose())) {
+        abandon();
+        return false;
     }
-    return *std::move(outcome);
+    inProgress = true;
+    currentPhase = Phase::closing;
+    deadline = until;
+    return true;
 }
 
-std::optional<Outcome> Collector::waitFor(Milliseconds limit) {
-    if (std::optional<Outcome> outcome = advance()) {
-        return outcome;
+void Collector::abandon() {
+    if (channel >= 0) {
+        ::close(std::exchange(channel, -1));
     }
-    if (!inProgress) {
-        return ended({FailureKind::internal, Phase::starting, 0, "there is no query to wait for"});
+    if (worker > 0) {
+        kill(worker, SIGKILL);
+        leaving.push_back(std::exchange(worker, -1));
     }
-    std::array<pollfd, 2> watched = {{{channel, POLLIN, 0}, {settings.interruptFd, POLLIN, 0}}};
-    const int ready = poll(watched.data(), watched.size(), static_cast<int>(std::min(limit, remaining()).count()));
-    if (ready > 0 && watched[1].revents != 0) {
-        return ended({FailureKind::interrupted, currentPhase, 0, describeWait(currentPhase, current)});
-    }
-    return advance();
+    reap(WNOHANG);
+    received.clear();
+    inProgress = false;
+    greeted = false;
+    open = false;
+}
+
+void Collector::reap(int flags) {
+    std::erase_if(leaving, [&](pid_t process) {
+        pid_t rc = -1;
+        do {
+            rc = waitpid(process, nullptr, flags);
+        } while (rc < 0 && errno == EINTR);
+        return rc != 0;
+    });
 }
 
 bool Collector::busy() const {
@@ -257,40 +289,42 @@ int Collector::descriptor() const {
     return channel;
 }
 
-Collector::Milliseconds Collector::remaining() const {
-    constexpr Milliseconds most = std::chrono::hours(24);
-    const Milliseconds left = std::chrono::ceil<Milliseconds>(deadline - Clock::now());
-    return std::clamp(startFailure.empty() ? left : Milliseconds(0), Milliseconds(0), most);
+Clock::time_point Collector::nextWake() const {
+    return !inProgress ? Clock::time_point::max() : !startFailure.empty() ? Clock::time_point::min() : deadline;
 }
 
 Phase Collector::phase() const {
     return currentPhase;
 }
 
-std::optional<Failure> Collector::close(Milliseconds timeout) {
-    if (!open || inProgress || !send(FrameWriter(MessageType::close).finish())) {
-        abandon();
-        return std::nullopt;
-    }
-    inProgress = true;
-    currentPhase = Phase::closing;
-    deadline = Clock::now() + timeout;
-    return wait().failure;
+pid_t Collector::process() const {
+    return worker;
 }
 
-void Collector::abandon() {
-    if (channel >= 0) {
-        ::close(std::exchange(channel, -1));
-    }
-    if (worker > 0) {
-        kill(worker, SIGKILL);
-        while (waitpid(worker, nullptr, 0) < 0 && errno == EINTR) {
+Outcome Collector::collect(Query query, Milliseconds timeout) {
+    begin(std::move(query), Clock::now() + timeout);
+    return wait();
+}
+
+Outcome Collector::wait() {
+    for (;;) {
+        const Clock::time_point now = Clock::now();
+        if (std::optional<Outcome> outcome = advance(now)) {
+            return *std::move(outcome);
         }
-        worker = -1;
+        if (!inProgress) {
+            return ended({FailureKind::internal, Phase::starting, 0, "there is no query to wait for"});
+        }
+        std::array<pollfd, 2> watched = {{{channel, POLLIN, 0}, {settings.interruptFd, POLLIN, 0}}};
+        const int ready = poll(watched.data(), watched.size(), pollTime(nextWake(), now));
+        if (ready > 0 && watched[1].revents != 0) {
+            return ended({FailureKind::interrupted, currentPhase, 0, describeWait(currentPhase, current)});
+        }
     }
-    received.clear();
-    inProgress = false;
-    open = false;
+}
+
+std::optional<Failure> Collector::close(Milliseconds timeout) {
+    return beginClose(Clock::now() + timeout) ? wait().failure : std::nullopt;
 }
 
 }  // namespace monitor

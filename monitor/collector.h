@@ -1,28 +1,39 @@
 // Samples of a Gateway, with a deadline that holds for everything.
 //
 // The library waits without limit, so its calls are made in a child process, the worker (worker.h). A Collector starts
-// it, asks it, and ends it when the deadline passes. The worker is the same program again: main() of a program that
-// uses a Collector begins with
+// it, asks it, and ends it when the deadline passes.
 //
-//     if (argc > 1 && argv[1] == monitor::workerArgument) {
-//         _exit(monitor::runWorker(argc, argv));
-//     }
-//
-// The program does not ignore SIGCHLD: a worker that died keeps its process number until the Collector has ended it.
-//
-// A Collector prints nothing and knows nothing of signals: every ending is a Failure record, and a descriptor of the
-// caller's choice ends a wait early.
+// The program does not ignore SIGCHLD, nor wait for processes that are not its own (waitpid() with -1): a worker that
+// died keeps its process number until the Collector has waited for it. A Collector prints nothing, handles no signals
+// and owns no loop: it has a descriptor, a moment by which it wants to be called, and a step. Every ending is a Failure
+// record. What blocks says so.
 #pragma once
 
-#include <chrono>
-#include <optional>
-#include <string>
 #include <sys/types.h>
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "failure.h"
+#include "frames.h"
 #include "sample.h"
+#include "schedule.h"
 
 namespace monitor {
+
+// The path of the worker program: the environment variable ZULSTATS_WORKER, else zulstats-worker beside the own program
+// or, installed, in ../libexec/zulstats. Where it is nowhere, the last of these, so that a Failure can name it. Empty
+// where the system does not tell where the own program lies.
+std::string findWorker();
+
+struct CollectorOptions {
+    Target target;
+    std::string worker;     // the path of the worker program, see findWorker()
+    int traceLevel = 0;     // of the library, 0..5
+    std::string traceFile;  // empty: standard error
+    int interruptFd = -1;   // the calls that wait end when it is readable; -1: nothing does. The caller's.
+};
 
 struct Outcome {
     // With a failure only what concerns the connection is there, once it was open: protocol, openSeconds,
@@ -31,78 +42,79 @@ struct Outcome {
     std::optional<Failure> failure;
 };
 
-struct CollectorOptions {
-    Target target;
-    int traceLevel = 0;     // of the library, 0..5
-    std::string traceFile;  // empty: standard error
-    int interruptFd = -1;   // wait() and close() end when it is readable; -1: nothing does
-};
-
 // One connection to one Gateway, opened by the first query and kept between queries. After any failure the connection
 // and the worker are gone; the next begin() starts new ones. Use it from one thread, which must outlive it: the kernel
-// ends the worker with the thread that started it.
+// ends the worker with the thread that started it. Calls throw nothing but std::bad_alloc.
 //
 //     Outcome outcome = collector.collect({What::stats, {}}, std::chrono::seconds(5));
 //
-// or, where something else has to be watched meanwhile (keys, a terminal's size):
+// or, where something else has to be watched meanwhile:
 //
-//     collector.begin(query, timeout);
-//     while (!(outcome = collector.advance())) {
-//         poll({..., {collector.descriptor(), POLLIN}}, collector.remaining());
+//     collector.begin(query, Clock::now() + std::chrono::seconds(5));
+//     while (!(outcome = collector.advance(Clock::now()))) {
+//         poll({..., {collector.descriptor(), POLLIN}}, pollTime(collector.nextWake(), Clock::now()));
 //     }
 class Collector {
 public:
-    using Milliseconds = std::chrono::milliseconds;
-
     explicit Collector(CollectorOptions options);
-    ~Collector();  // abandon()
+    // Ends the worker as abandon() does, and waits until the kernel has done so: at once, but for a worker that hangs
+    // in the system itself.
+    ~Collector();
     Collector(const Collector&) = delete;
     Collector& operator=(const Collector&) = delete;
 
-    // begin() and wait().
-    Outcome collect(const Query& query, Milliseconds timeout);
-
     // Sends a query to the worker, starting one if there is none. The deadline covers starting, resolving and opening.
     // A former query still in progress is abandoned. Never waits; failures come from advance().
-    void begin(const Query& query, Milliseconds timeout);
-    // Never waits. The outcome once the query has ended, which is then over; nothing before that, or without a query.
-    // The deadline is looked at here: call it when descriptor() is readable or remaining() has passed.
-    std::optional<Outcome> advance();
-    // Waits for advance() to have an outcome, the deadline or the interrupt descriptor.
-    Outcome wait();
-    // The same, for `limit` at most: nothing when the query still goes on.
-    std::optional<Outcome> waitFor(Milliseconds limit);
-
-    bool busy() const;               // a query is in progress
-    bool connected() const;          // the worker holds a connection
-    int descriptor() const;          // poll this for POLLIN while busy; changes from one query to the next
-    Milliseconds remaining() const;  // until the deadline, at least 0, rounded up
-    Phase phase() const;             // what the worker is at, for a display
-
-    // Closes the connection, waiting for the Gateway's answer until `timeout`, and ends the worker. Nothing happens
-    // without a connection.
-    std::optional<Failure> close(Milliseconds timeout);
-    // Ends the worker at once, whatever it is doing, and the connection with it.
+    void begin(Query query, Clock::time_point deadline);
+    // Asks the Gateway to close the connection; the worker ends with its answer. advance() then has an outcome without
+    // a sample. Without a connection, or with a query in progress, this is abandon(), and returns false. Never waits.
+    bool beginClose(Clock::time_point deadline);
+    // The outcome once the query or the close has ended, which is then over; nothing before that, or without either.
+    // Call it when descriptor() is readable or nextWake() has come. Never waits.
+    std::optional<Outcome> advance(Clock::time_point now);
+    // Ends the worker, whatever it is doing, and the connection with it. Never waits: until a later call of any of
+    // these the system may show the worker as defunct.
     void abandon();
+
+    bool busy() const;       // a query or a close is in progress
+    bool connected() const;  // the worker holds a connection
+    int descriptor()
+        const;  // poll this for POLLIN while busy; changes from one query to the next; -1 where there is none
+    Clock::time_point nextWake() const;  // the deadline while busy, or at once; else never
+    Phase phase() const;                 // what the worker is at, for a display
+    pid_t process() const;               // the worker's; -1 where there is none
+
+    // These wait.
+
+    // begin() and wait().
+    Outcome collect(Query query, Milliseconds timeout);
+    // Waits for the query or the close to end, until its deadline or the interrupt descriptor.
+    Outcome wait();
+    // beginClose() and wait(). Nothing happens without a connection.
+    std::optional<Failure> close(Milliseconds timeout);
 
 private:
     void start();
-    bool send(const std::string& frame);
+    bool send(const std::string& bytes);
     bool receive();
     std::optional<Outcome> nextOutcome();
+    std::optional<Outcome> take(FrameReader& frame);
     Outcome ended(Failure failure);
+    void reap(int flags);
 
     CollectorOptions settings;
     pid_t worker = -1;
+    std::vector<pid_t> leaving;  // workers that were ended and not waited for yet
     int channel = -1;
-    std::string received;
+    FrameBuffer received;
     Query current;
     bool inProgress = false;
+    bool greeted = false;  // the worker's hello was one of this version
     bool open = false;
     Sample opened;  // what is known of the connection
     Phase currentPhase = Phase::starting;
     std::string startFailure;  // why there is no worker, or none that takes requests
-    std::chrono::steady_clock::time_point deadline;
+    Clock::time_point deadline;
 };
 
 }  // namespace monitor

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <clocale>
 #include <cmath>
 #include <cstdlib>
 #include <string>
@@ -62,6 +63,12 @@ std::optional<Value> convert(std::string_view text) {
     return error == std::errc() && rest == text.data() + text.size() ? std::optional(value) : std::nullopt;
 }
 
+// What strtod() makes of it where LC_NUMERIC is "C", as it need not be in the program.
+double nearestDouble(std::string_view text) {
+    static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
+    return strtod_l(std::string(text).c_str(), nullptr, plain);
+}
+
 // Where the shape has a 0, the text has any digit.
 bool hasShape(std::string_view text, std::string_view shape) {
     return std::equal(text.begin(), text.end(), shape.begin(), shape.end(),
@@ -98,7 +105,7 @@ std::optional<Number> parseNumber(std::string_view text) {
             return *value;
         }
     }
-    const double value = std::strtod(std::string(text).c_str(), nullptr);
+    const double value = nearestDouble(text);
     return std::isfinite(value) ? std::optional<Number>(value) : std::nullopt;
 }
 
@@ -151,7 +158,7 @@ std::optional<double> parseMoment(std::string_view text) {
     double fraction = 0;
     if (zone.starts_with('.')) {
         const std::size_t size = std::min(zone.find_first_not_of("0123456789", 1), zone.size());
-        fraction = size > 1 ? std::strtod(std::string(zone.substr(0, size)).c_str(), nullptr) : NAN;
+        fraction = size > 1 ? nearestDouble(zone.substr(0, size)) : NAN;
         zone.remove_prefix(size);
     }
     const std::optional<minutes> offset = parseZone(zone);

@@ -121,7 +121,7 @@ void OpenMetrics::add(const Sample& sample, const Labels& sampleLabels) {
         const std::string elementLabel = "element=\"" + escapeMetricText(element.text) + "\"";
         writer.add("zulstat_element_rc", "The Gateway's return code of each query element.", elementLabel,
                    std::to_string(element.rc));
-        for (const Item& item : element.items) {
+        for (const Item& item : sample.itemsOf(element)) {
             const std::string labels = elementLabel + ",id=\"" + escapeMetricText(item.id) + "\"";
             if (holdsCounts(sample)) {
                 writer.add("zulstat_group_statistics", "How many statistics each resource group has.", labels,

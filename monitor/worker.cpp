@@ -1,19 +1,24 @@
 #include "worker.h"
 
+#include <fcntl.h>
 #include <netdb.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <memory>
+#include <exception>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "codes.h"
 #include "frames.h"
 #include "zulstats.h"
 
@@ -27,37 +32,47 @@ double seconds(auto duration) {
     return std::chrono::duration<double>(duration).count();
 }
 
-// The parent has gone, or a message makes no sense: nobody is left to tell.
-struct ParentLost {};
+constexpr int channel = STDIN_FILENO;
+
+static_assert(rcConnectionLost == STAPI_RC_GATEWAY_CONNECTION_LOST);
+static_assert(rcRequestFailed == STAPI_RC_GATEWAY_REQUEST_FAILED);
+static_assert(rcHostNotResolved == STAPI_RC_HOST_NOT_RESOLVED);
+
+// The program has gone, or says what makes no sense: nobody is left to tell.
+struct ProgramLost {};
 
 void sendFrame(const std::string& frame) {
     std::size_t sent = 0;
     while (sent < frame.size()) {
-        const ssize_t size = send(workerChannel, frame.data() + sent, frame.size() - sent, MSG_NOSIGNAL);
+        const ssize_t size = send(channel, frame.data() + sent, frame.size() - sent, MSG_NOSIGNAL);
         if (size < 0 && errno != EINTR) {
-            throw ParentLost();
+            throw ProgramLost();
         }
         sent += size > 0 ? static_cast<std::size_t>(size) : 0;
     }
 }
 
 void report(Phase phase) {
-    sendFrame(FrameWriter(MessageType::phase).add(phase).finish());
+    sendFrame(writePhase(phase));
 }
 
-FrameReader nextRequest(std::string& received) {
-    std::array<char, 4096> block;
+FrameReader nextMessage(FrameBuffer& received) {
     for (;;) {
-        if (std::optional<FrameReader> frame = takeFrame(received)) {
-            return *std::move(frame);
+        if (const std::optional<FrameReader> frame = received.next()) {
+            return *frame;
         }
-        const ssize_t size = recv(workerChannel, block.data(), block.size(), 0);
-        if (size > 0) {
-            received.append(block.data(), static_cast<std::size_t>(size));
-        } else if (size == 0 || errno != EINTR) {
-            throw ParentLost();
+        if (received.receive(channel, 0) == FrameBuffer::Received::end) {
+            throw ProgramLost();
         }
     }
+}
+
+FrameReader nextMessage(FrameBuffer& received, MessageType expected) {
+    const FrameReader frame = nextMessage(received);
+    if (frame.type() != expected) {
+        throw ProgramLost();
+    }
+    return frame;
 }
 
 FailureKind kindOf(int rc) {
@@ -120,160 +135,174 @@ GatewayToken* openConnection(const std::string& host, int port) {
         }
     }
     throwOnError(rc, Phase::opening);
-    const std::string protocol = version == nullptr ? "" : version;
+    const Opened opened = {version == nullptr ? "" : version, seconds(Clock::now() - start)};
     std::free(version);
-    sendFrame(
-        FrameWriter(MessageType::opened).add(std::string_view(protocol)).add(seconds(Clock::now() - start)).finish());
+    sendFrame(writeOpened(opened));
     return token;
 }
 
-int ask(GatewayToken* token, const Query& query, ResultSetToken** result) {
-    std::string text;
-    for (const std::string& id : query.ids) {
-        text += (text.empty() ? "" : ":") + id;
-    }
+int ask(GatewayToken* token, const QueryRequest& query, ResultSetToken** result) {
     switch (query.what) {
     case What::stats:
         return getStats(token, result);
     case What::statsById:
-        return getStatsByStatId(token, text.c_str(), result);
+        return getStatsByStatId(token, query.ids.c_str(), result);
     case What::statsByGroup:
-        return getStatsByStatGroupId(token, text.c_str(), result);
+        return getStatsByStatGroupId(token, query.ids.c_str(), result);
     case What::ids:
         return getStatIds(token, result);
     case What::idsByGroup:
-        return getStatIdsByStatGroupId(token, text.c_str(), result);
+        return getStatIdsByStatGroupId(token, query.ids.c_str(), result);
     case What::groups:
         return getResourceGroupIds(token, result);
     }
     return STAPI_RC_NULL_PARAMETER;
 }
 
-std::string text(const char* pointer, std::int32_t length) {
-    return std::string(pointer, static_cast<std::size_t>(length));
-}
-
-// An entry says which query element it belongs to by the place of the element's text, which is the same for all its
-// entries: two elements may have equal texts.
-struct Walk {
-    std::vector<Element> elements;
-    const char* place = nullptr;
-
-    template <typename Entry>
-    bool enter(const Entry& entry) {
-        if (elements.empty() || entry.queryElementPtr != place) {
-            elements.push_back({text(entry.queryElementPtr, entry.queryElementLen), entry.queryElementRC, {}});
+// An answer on its way from the library to the program.
+class Answer {
+public:
+    // Takes the element that the entry belongs to, if it is the first one of it. An entry says which query element it
+    // belongs to by the place of the element's text, which is the same for all its entries: two elements may have equal
+    // texts. Returns whether it has an item.
+    bool enter(const auto& entry) {
+        if (entry.queryElementPtr != place) {
             place = entry.queryElementPtr;
+            writer.addElement(take(entry.queryElementPtr, entry.queryElementLen), entry.queryElementRC);
         }
         return entry.queryElementRC >= 0;
     }
+    void add(const StatData& stat) {
+        if (enter(stat)) {
+            const std::string_view id = take(stat.statIdPtr, stat.statIdLen);
+            writer.addItem(id, take(stat.statValuePtr, stat.statValueLen));
+        }
+    }
+    void add(const IdData& id) {
+        if (enter(id)) {
+            writer.addItem(take(id.idPtr, id.idLen), {});
+        }
+    }
+    // How much of the result set lies between the first byte and the last that the library handed out, elements that it
+    // passed over included, and what it says nothing of: what an answer that just fits has besides.
+    std::size_t size() const {
+        constexpr std::size_t besides = 20;
+        return besides + static_cast<std::size_t>(end - begin);
+    }
+    std::string finish(const SampleFacts& facts) const {
+        return writer.finish(facts);
+    }
+
+private:
+    std::string_view take(const char* pointer, std::int32_t length) {
+        const std::string_view text(pointer, static_cast<std::size_t>(length));
+        begin = begin == nullptr ? pointer : std::min(begin, pointer);
+        end = std::max(end, pointer + text.size());
+        return text;
+    }
+
+    SampleWriter writer;
+    const char* place = nullptr;
+    const char* begin = nullptr;
+    const char* end = nullptr;
 };
 
-std::vector<Element> walk(ResultSetToken* result, bool hasValues) {
-    Walk walk;
-    StatData stat{};
-    IdData id{};
-    int rc = hasValues ? getFirstStat(result, &stat) : getFirstId(result, &id);
+void walk(ResultSetToken* result, Answer& answer, auto first, auto next, auto entry) {
+    int rc = first(result, &entry);
     while (rc == 0) {
-        if (hasValues) {
-            if (walk.enter(stat)) {
-                walk.elements.back().items.push_back(
-                    {text(stat.statIdPtr, stat.statIdLen), text(stat.statValuePtr, stat.statValueLen)});
-            }
-            rc = getNextStat(result, &stat);
-        } else {
-            if (walk.enter(id)) {
-                walk.elements.back().items.push_back({text(id.idPtr, id.idLen), {}});
-            }
-            rc = getNextId(result, &id);
-        }
+        answer.add(entry);
+        rc = next(result, &entry);
     }
     if (rc != STAPI_RC_END_OF_RESULT_SET) {
         throw Failure{FailureKind::libraryCode, Phase::querying, rc, {}};
     }
-    return std::move(walk.elements);
 }
 
-// A result set holds a marker of 8 bytes and the number of elements; each element's text, code and number of items;
-// their texts; and a word at the end. Each number takes 4 bytes, each text 4 more than its length.
-std::size_t contentSize(const std::vector<Element>& elements, bool hasValues) {
-    std::size_t size = 8 + 4 + 4;
-    for (const Element& element : elements) {
-        size += 4 + element.text.size() + 4 + (element.rc < 0 ? 0 : 4);
-        for (const Item& item : element.items) {
-            size += 4 + item.id.size() + (hasValues ? 4 + item.value.size() : 0);
-        }
-    }
-    return size;
-}
-
-Sample takeSample(GatewayToken* token, const Query& query) {
+std::string answer(GatewayToken* token, const QueryRequest& query) {
     report(Phase::querying);
     const Clock::time_point start = Clock::now();
     ResultSetToken* result = nullptr;
     const int rc = ask(token, query, &result);
     const Clock::time_point end = Clock::now();
-    Sample sample;
-    sample.wallTime = seconds(std::chrono::system_clock::now().time_since_epoch());
+    SampleFacts facts;
+    facts.wallTime = seconds(std::chrono::system_clock::now().time_since_epoch());
     throwOnError(rc, Phase::querying);
-    sample.monotonicTime = seconds(end.time_since_epoch());
-    sample.hasValues = query.what == What::stats || query.what == What::statsById || query.what == What::statsByGroup;
-    sample.elements = walk(result, sample.hasValues);
-    sample.contentSize = contentSize(sample.elements, sample.hasValues);
-    sample.querySeconds = seconds(end - start);
-    return sample;
+    facts.monotonicTime = seconds(end.time_since_epoch());
+    facts.querySeconds = seconds(end - start);
+    facts.hasValues = asksForValues(query.what);
+    Answer answer;
+    if (facts.hasValues) {
+        walk(result, answer, getFirstStat, getNextStat, StatData{});
+    } else {
+        walk(result, answer, getFirstId, getNextId, IdData{});
+    }
+    facts.contentSize = answer.size();
+    return answer.finish(facts);
+}
+
+// Descriptors of the program that are none of its concern, a Gateway's connection among them perhaps.
+void closeOthers() {
+    if (fcntl(STDERR_FILENO, F_GETFD) < 0) {
+        open("/dev/null", O_WRONLY);  // 0 and 1 are the channel: it becomes 2, which nothing else is to be
+    }
+    constexpr int first = STDERR_FILENO + 1;
+    if (close_range(first, ~0U, 0) != 0) {
+        for (long descriptor = sysconf(_SC_OPEN_MAX); descriptor-- > first;) {
+            close(static_cast<int>(descriptor));
+        }
+    }
 }
 
 void serve() {
-    std::string received;
-    FrameReader request = nextRequest(received);
-    const std::string host = request.takeText();
-    const int port = request.take<int>();
-    const int traceLevel = request.take<int>();
-    const std::string traceFile = request.takeText();
-    if (!traceFile.empty()) {
-        report(Phase::tracing);
-        throwOnError(setAPITraceFile(traceFile.c_str()), Phase::tracing);
+    FrameBuffer received;
+    sendFrame(writeHello());
+    FrameReader hello = nextMessage(received, MessageType::hello);
+    if (readHello(hello) != frameVersion) {
+        throw ProgramLost();  // it learns so from this side's hello
     }
-    throwOnError(setAPITraceLevel(traceLevel), Phase::starting);
-    GatewayToken* token = openConnection(host, port);
+    FrameReader message = nextMessage(received, MessageType::open);
+    const OpenRequest request = readOpen(message);
+    if (!request.traceFile.empty()) {
+        report(Phase::tracing);
+        throwOnError(setAPITraceFile(request.traceFile.c_str()), Phase::tracing);
+    }
+    throwOnError(setAPITraceLevel(request.traceLevel), Phase::starting);
+    GatewayToken* token = openConnection(request.host, request.port);
     for (;;) {
-        request = nextRequest(received);
-        if (request.type() == MessageType::close) {
+        message = nextMessage(received);
+        switch (message.type()) {
+        case MessageType::query:
+            sendFrame(answer(token, readQuery(message)));
+            break;
+        case MessageType::close:
             report(Phase::closing);
             throwOnError(closeGatewayConnection(&token), Phase::closing);
-            sendFrame(FrameWriter(MessageType::closed).finish());
+            sendFrame(writeClosed());
             return;
+        default:
+            throw ProgramLost();
         }
-        const Sample sample = takeSample(token, request.takeQuery());
-        sendFrame(FrameWriter(MessageType::sample).add(sample).finish());
     }
 }
 
 }  // namespace
 
-int runWorker(int argc, char** argv) {
-    // The parent may have gone before the kernel was asked to tell.
+int runWorker() {
+    // A program that has gone before shows as a closed channel.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    prctl(PR_SET_NAME, "zulstat-worker");  // it was started as /proc/self/exe, and would be "exe" in lists of processes
-    if (argc != 3 || std::to_string(getppid()) != argv[2]) {
-        return EXIT_FAILURE;
-    }
-    std::optional<Failure> failure;
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    closeOthers();
     try {
         try {
             serve();
-        } catch (const Failure& known) {
-            failure = known;
-        } catch (const std::exception& error) {
-            failure = Failure{FailureKind::internal, Phase::querying, 0, error.what()};
-        }
-        if (!failure) {
             return EXIT_SUCCESS;
+        } catch (const Failure& failure) {
+            sendFrame(writeFailed(failure));
+        } catch (const std::exception& error) {
+            sendFrame(writeFailed({FailureKind::internal, Phase::querying, 0, error.what()}));
         }
-        sendFrame(FrameWriter(MessageType::failed).add(*failure).finish());
-    } catch (const ParentLost&) {
-        return EXIT_FAILURE;
+    } catch (const ProgramLost&) {
+        // Nobody to tell.
     }
     return EXIT_FAILURE;
 }

@@ -65,19 +65,8 @@ std::string performanceData(const Item& item, const Options& options) {
         label += c == '\'' ? "''" : std::string(1, c == '=' ? '_' : c);
     }
     const auto text = [](const std::optional<Range>& range) { return range ? range->text : std::string(); };
-    const std::string_view value = std::string_view(item.value).substr(item.value.starts_with('+') ? 1 : 0);
+    const std::string_view value = item.value.substr(item.value.starts_with('+') ? 1 : 0);
     return fmt::format("'{}'={};{};{}", label, value, text(options.warning), text(options.critical));
-}
-
-const Item* findItem(const Sample& sample, std::string_view id) {
-    for (const Element& element : sample.elements) {
-        for (const Item& item : element.items) {
-            if (item.id == id) {
-                return &item;
-            }
-        }
-    }
-    return nullptr;
 }
 
 int check(const Options& options) {
@@ -90,8 +79,9 @@ int check(const Options& options) {
         return conclude(stateOf(*outcome.failure), failureText(*outcome.failure, options.subject()));
     }
     collector.abandon();
-    const Item* item = findItem(outcome.sample, id);
-    if (item == nullptr) {
+    const auto& items = outcome.sample.items;
+    const auto item = std::find_if(items.begin(), items.end(), [&](const Item& one) { return one.id == id; });
+    if (item == items.end()) {
         const auto& elements = outcome.sample.elements;
         return conclude(State::unknown, elements.empty() || elements[0].rc >= 0
                                             ? fmt::format("the Gateway has no statistic {}", shownId)

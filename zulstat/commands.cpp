@@ -25,8 +25,6 @@ using namespace monitor;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // One deadline for a whole command.
 class TimeLeft {
 public:
@@ -52,14 +50,12 @@ int closeQuietly(Collector& collector, std::chrono::milliseconds timeLeft, const
 // Turns the answer to a query for groups into one with the number of statistics of each. Asks for one group at a time,
 // so that no answer grows too large.
 std::optional<Failure> countStatistics(Collector& collector, Sample& groups, const TimeLeft& timeLeft) {
-    for (Element& element : groups.elements) {
-        for (Item& group : element.items) {
-            Outcome outcome = collector.collect({What::idsByGroup, {group.id}}, timeLeft());
-            if (outcome.failure) {
-                return outcome.failure;
-            }
-            group.value = std::to_string(itemCount(outcome.sample));
+    for (Item& group : groups.items) {
+        Outcome outcome = collector.collect({What::idsByGroup, {std::string(group.id)}}, timeLeft());
+        if (outcome.failure) {
+            return outcome.failure;
         }
+        group.value = groups.keep(std::to_string(outcome.sample.items.size()));
     }
     groups.hasValues = true;
     return std::nullopt;
@@ -133,8 +129,8 @@ int runPing(const Options& options) {
             return reportFailure(*outcome.failure, query, options.subject());
         }
         const double time = milliseconds(sample.querySeconds);
-        print(
-            fmt::format("query {}: {:.1f} ms, {} entries, {}\n", done + 1, time, itemCount(sample), sizeText(sample)));
+        print(fmt::format("query {}: {:.1f} ms, {} entries, {}\n", done + 1, time, sample.items.size(),
+                          sizeText(sample)));
         times.add(time);
     }
     times.printSummary();

@@ -27,8 +27,8 @@ using Row = std::vector<std::string>;
 
 // Whether the query elements tell more than the identifiers do.
 bool elementsMatter(const Sample& sample) {
-    return std::any_of(sample.elements.begin(), sample.elements.end(), [](const Element& element) {
-        const bool namesItsItem = element.items.size() == 1 && element.items[0].id == element.text;
+    return std::any_of(sample.elements.begin(), sample.elements.end(), [&](const Element& element) {
+        const bool namesItsItem = element.itemCount == 1 && sample.itemsOf(element)[0].id == element.text;
         return element.rc >= 0 && element.text != "*" && !namesItsItem;
     });
 }
@@ -40,7 +40,7 @@ std::vector<Row> tableRows(const Sample& sample, bool withElement) {
         if (element.rc < 0) {
             rows.push_back({text, fmt::format("failed, rc {}", element.rc)});
         }
-        for (const Item& item : element.items) {
+        for (const Item& item : sample.itemsOf(element)) {
             Row row = {escapeForTerminal(item.id)};
             if (sample.hasValues) {
                 row.push_back(escapeForTerminal(item.value));
@@ -91,13 +91,13 @@ std::string formatTable(const Sample& sample, bool header) {
 std::string formatPlain(const Sample& sample) {
     std::string text;
     const auto addLine = [&](const Item& item, const Element& element) {
-        text += item.id + '\t' + item.value + '\t' + element.text + '\t' + std::to_string(element.rc) + '\n';
+        text += fmt::format("{}\t{}\t{}\t{}\n", item.id, item.value, element.text, element.rc);
     };
     for (const Element& element : sample.elements) {
         if (element.rc < 0) {
             addLine({}, element);
         }
-        for (const Item& item : element.items) {
+        for (const Item& item : sample.itemsOf(element)) {
             addLine(item, element);
         }
     }
@@ -111,7 +111,7 @@ using Json = nlohmann::ordered_json;
 Json itemJson(const Item& item, const Sample& sample) {
     Json json = {{"id", item.id}};
     if (holdsCounts(sample)) {
-        json["statistics"] = std::stol(item.value);
+        json["statistics"] = std::stol(std::string(item.value));
     } else if (sample.hasValues) {
         json["value"] = item.value;
         if (const std::optional<Number> number = parseExactNumber(item.value)) {
@@ -125,7 +125,7 @@ std::string formatJson(const Sample& sample, int indent, bool ascii) {
     Json elements = Json::array();
     for (const Element& element : sample.elements) {
         Json items = Json::array();
-        for (const Item& item : element.items) {
+        for (const Item& item : sample.itemsOf(element)) {
             items.push_back(itemJson(item, sample));
         }
         elements.push_back({{"element", element.text}, {"rc", element.rc}, {"items", std::move(items)}});
@@ -171,7 +171,7 @@ std::string formatCsv(const Sample& sample, const Layout& layout) {
         if (element.rc < 0) {
             text += fmt::format("{},{}", part, end);
         }
-        for (const Item& item : element.items) {
+        for (const Item& item : sample.itemsOf(element)) {
             text += fmt::format("{}{},{}{}", part, csvField(item.id), csvField(item.value), end);
         }
     }

@@ -14,7 +14,6 @@
 #include "output.h"
 #include "report.h"
 #include "text.h"
-#include "monitor/worker.h"
 
 namespace {
 
@@ -68,10 +67,6 @@ int parseAndRun(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 1 && argv[1] == monitor::workerArgument) {
-        // Its parent kills it once it has said all: nothing runs at its exit that this could cut short.
-        _exit(monitor::runWorker(argc, argv));
-    }
     fillStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL);  // where it is ignored, a worker's process number is free before it is killed by it

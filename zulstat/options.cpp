@@ -382,7 +382,7 @@ Layout Options::layout() const {
 }
 
 CollectorOptions Options::collector() const {
-    return {target, traceLevel, traceFile, interruptDescriptor()};
+    return {target, findWorker(), traceLevel, traceFile, interruptDescriptor()};
 }
 
 Query Options::query() const {
@@ -396,6 +396,15 @@ Query Options::query() const {
         return {What::statsByGroup, groups};
     }
     return ids.empty() ? Query{What::stats, {}} : Query{What::statsById, ids};
+}
+
+FollowerOptions Options::follower() const {
+    return {.collector = collector(),
+            .query = query(),
+            .interval = intervalMs(),
+            .timeout = timeoutMs(),
+            .count = count,
+            .reconnect = reconnect};
 }
 
 Subject Options::subject() const {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "monitor/collector.h"
+#include "monitor/follower.h"
 #include "format.h"
 #include "range.h"
 #include "rate.h"
@@ -56,6 +57,7 @@ struct Options {
     monitor::CollectorOptions collector() const;  // with the interrupt descriptor
     // What stats, ids, watch, top and check ask for: everything, the ids or the groups.
     monitor::Query query() const;
+    monitor::FollowerOptions follower() const;  // of watch and top
     Subject subject() const;
     // Throws UsageError where the library's trace would fall into a screen that is drawn again and again.
     void refuseTraceOnScreen() const;

@@ -39,7 +39,7 @@ std::string elementsHint(const Sample& sample, const Subject& subject) {
                            [&](const Element& element) { return element.rc < 0 && looksSo(element.text); });
     };
     const auto has = [](const char* characters) {
-        return [=](const std::string& text) { return text.find_first_of(characters) != std::string::npos; };
+        return [=](std::string_view text) { return text.find_first_of(characters) != std::string::npos; };
     };
     return subject.series && anyFailed(parseNumber)
                ? "Interval and count go before or behind the identifiers, or to -i and -c."
@@ -156,7 +156,7 @@ int reportSample(const Sample& sample, const Subject& subject) {
         note(subject, "hint: " + elementsHint(sample, subject));
         return exitPartly;
     }
-    if (itemCount(sample) == 0) {
+    if (sample.items.size() == 0) {
         note(subject, subject.filtered ? "nothing matches -I and -X" : "the Gateway's answer is empty");
         return exitPartly;
     }

@@ -89,18 +89,18 @@ std::string padLeft(std::string_view text, std::size_t width) {
     return std::string(width > own ? width - own : 0, ' ') + std::string(text);
 }
 
-bool globMatches(const std::string& glob, const std::string& text) {
+bool globMatches(const std::string& glob, std::string_view text) {
     static_cast<void>(wideCharactersKnown());  // so that '?' is a character, not a byte
-    std::string whole = text;
+    std::string whole(text);
     std::replace(whole.begin(), whole.end(), '\0', '\1');  // a NUL would be the end
     return fnmatch(glob.c_str(), whole.c_str(), 0) == 0;
 }
 
-bool anyGlobMatches(const std::vector<std::string>& globs, const std::string& text) {
+bool anyGlobMatches(const std::vector<std::string>& globs, std::string_view text) {
     return std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) { return globMatches(glob, text); });
 }
 
-bool keeps(const std::vector<GlobRule>& rules, const std::string& id) {
+bool keeps(const std::vector<GlobRule>& rules, std::string_view id) {
     for (const GlobRule& rule : rules) {
         if (globMatches(rule.glob, id)) {
             return rule.include;
@@ -113,10 +113,7 @@ void filter(Sample& sample, const std::vector<GlobRule>& rules) {
     if (rules.empty()) {
         return;
     }
-    for (Element& element : sample.elements) {
-        std::erase_if(element.items, [&](const Item& item) { return !keeps(rules, item.id); });
-    }
-    std::erase_if(sample.elements, [](const Element& element) { return element.rc >= 0 && element.items.empty(); });
+    keepItems(sample, [&](const Item& item) { return keeps(rules, item.id); });
 }
 
 std::vector<std::string> splitPieces(std::string_view text, char separator) {

@@ -23,8 +23,8 @@ std::string padRight(std::string_view text, std::size_t width);
 std::string padLeft(std::string_view text, std::size_t width);
 
 // '*' any characters, '?' one, "[a-z]", "[!a]" sets, '\' takes the next character literally; matches the whole text.
-bool globMatches(const std::string& glob, const std::string& text);
-bool anyGlobMatches(const std::vector<std::string>& globs, const std::string& text);
+bool globMatches(const std::string& glob, std::string_view text);
+bool anyGlobMatches(const std::vector<std::string>& globs, std::string_view text);
 
 // -I and -X in the order of the command line. The first rule that matches decides; without a match an identifier is
 // kept if the first rule is an exclusion (or there is none).
@@ -32,7 +32,7 @@ struct GlobRule {
     bool include = true;
     std::string glob;
 };
-bool keeps(const std::vector<GlobRule>& rules, const std::string& id);
+bool keeps(const std::vector<GlobRule>& rules, std::string_view id);
 
 // Removes the items that the rules do not keep, and the elements that lose all their items. Failed elements stay.
 void filter(monitor::Sample& sample, const std::vector<GlobRule>& rules);

@@ -12,11 +12,10 @@
 #include <string>
 
 #include "charset.h"
-#include "format.h"
 #include "commands.h"
 #include "interrupt.h"
 #include "options.h"
-#include "monitor/schedule.h"
+#include "monitor/follower.h"
 #include "report.h"
 #include "screen.h"
 #include "terminal.h"
@@ -28,8 +27,6 @@ namespace zulstat {
 using namespace monitor;
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr std::array<double, 10> intervals = {0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 30, 60};
 constexpr std::size_t sparkWidth = 20;
@@ -55,18 +52,16 @@ class Top {
 public:
     explicit Top(const Options& given)
         : options(given),
+          subject(given.subject()),
           query(given.query()),
           interval(given.interval),
           rows(given.derived),
-          collector(given.collector()),
-          cadence(Clock::now(), given.intervalMs()),
-          backoff(given.intervalMs()),
+          follower(given.follower()),
           screen(std::make_unique<Screen>(given.color)) {
     }
 
     int run() {
         std::optional<Failure> end;
-        nextTry = Clock::now();
         while (!leaving && !interrupted() && !end) {
             end = sample();
             draw();
@@ -76,54 +71,41 @@ public:
             }
         }
         screen.reset();
-        return end ? reportFailure(*end, query, options.subject()) : exitOk;
+        return end ? reportFailure(*end, query, subject) : exitOk;
     }
 
 private:
     // Returns the failure that ends it all.
     std::optional<Failure> sample() {
-        if (!collector.busy() && !paused && Clock::now() >= nextTry) {
-            collector.begin(query, options.timeoutMs());
-            began = Clock::now();
+        while (std::optional<Event> event = follower.step(Clock::now())) {
+            switch (event->kind) {
+            case Event::Kind::sample:
+                filter(event->sample, options.globs);
+                rows.take(event->sample);
+                last = std::move(event->sample);
+                lost.clear();
+                break;
+            case Event::Kind::gap:
+                if (event->firstGap) {
+                    rows.gap();
+                }
+                lost = failureText(*event->failure, subject);
+                break;
+            case Event::Kind::end:
+                return event->failure;
+            }
         }
-        std::optional<Outcome> outcome = collector.advance();
-        if (!outcome) {
-            return std::nullopt;
-        }
-        if (!outcome->failure) {
-            filter(outcome->sample, options.globs);
-            rows.take(outcome->sample);
-            last = std::move(outcome->sample);
-            lost.clear();
-            backoff.reset();
-            nextTry = cadence.after(Clock::now());
-            return std::nullopt;
-        }
-        if (!last || !options.reconnect || !mayPass(*outcome->failure)) {
-            return outcome->failure;
-        }
-        if (lost.empty()) {
-            rows.gap();
-        }
-        lost = failureText(*outcome->failure, options.subject());
-        nextTry = Clock::now() + backoff.next();
         return std::nullopt;
     }
 
     // Until a key, an answer, a signal or the next moment at which something is to be done.
     void wait() {
-        using std::chrono::milliseconds;
-        milliseconds limit(1000);  // the state line counts
-        if (collector.busy()) {
-            limit = std::min(limit, collector.remaining());
-        } else if (!paused) {
-            limit = std::min(limit, std::chrono::ceil<milliseconds>(nextTry - Clock::now()));
-        }
-        std::array<pollfd, 3> watched = {{{STDIN_FILENO, POLLIN, 0},
-                                          {interruptDescriptor(), POLLIN, 0},
-                                          {collector.busy() ? collector.descriptor() : -1, POLLIN, 0}}};
-        const int ready =
-            poll(watched.data(), watched.size(), static_cast<int>(std::max(limit, milliseconds(0)).count()));
+        const Clock::time_point now = Clock::now();
+        const Clock::time_point wake =
+            std::min(follower.nextWake(), now + std::chrono::seconds(1));  // the state counts
+        std::array<pollfd, 3> watched = {
+            {{STDIN_FILENO, POLLIN, 0}, {interruptDescriptor(), POLLIN, 0}, {follower.descriptor(), POLLIN, 0}}};
+        const int ready = poll(watched.data(), watched.size(), pollTime(wake, now));
         leaving = leaving || (ready > 0 && (watched[0].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0);
     }
 
@@ -179,6 +161,7 @@ private:
         case 'p':
         case ' ':
             paused = !paused;
+            follower.pause(paused);
             break;
         case '+':
         case '=':
@@ -212,26 +195,23 @@ private:
     }
 
     void setInterval(double seconds) {
-        const std::chrono::milliseconds step(static_cast<long>(seconds * 1000));
         interval = seconds;
-        cadence = Cadence(Clock::now(), step);
-        backoff = Backoff(step);
-        nextTry = lost.empty() ? cadence.after(Clock::now()) : nextTry;
+        follower.setInterval(Milliseconds(static_cast<long>(seconds * 1000)), Clock::now());
     }
 
     std::string state() const {
-        const double waited = std::chrono::duration<double>(Clock::now() - began).count();
+        const double waited = std::chrono::duration<double>(Clock::now() - follower.began()).count();
         if (paused) {
             return lost.empty() ? "paused" : "paused, no connection, last values: " + lost;
         }
         if (!lost.empty()) {
-            const double left = std::chrono::duration<double>(nextTry - Clock::now()).count();
-            return collector.busy() ? "trying again: " + lost
-                                    : fmt::format("next attempt in {:.0f} s: {}", std::max(left, 0.0), lost);
+            const double left = std::chrono::duration<double>(follower.nextAttempt() - Clock::now()).count();
+            return follower.busy() ? "trying again: " + lost
+                                   : fmt::format("next attempt in {:.0f} s: {}", std::max(left, 0.0), lost);
         }
-        if (collector.busy() && (waited >= 1 || !last)) {
+        if (follower.busy() && (waited >= 1 || !last)) {
             return fmt::format("waiting {:.0f} s: {}", waited,
-                               escapeForTerminal(describeWait(collector.phase(), query)));
+                               escapeForTerminal(describeWait(follower.phase(), query)));
         }
         return last && rows.count() == 0 ? "connected; nothing matches what was asked for" : "connected";
     }
@@ -316,18 +296,15 @@ private:
     }
 
     const Options& options;
+    const Subject subject;
     const Query query;
     double interval;
     TopRows rows;
-    Collector collector;
-    Cadence cadence;
-    Backoff backoff;
+    Follower follower;
     std::unique_ptr<Screen> screen;
 
     std::optional<Sample> last;
     std::string lost;  // why there is no connection; empty while there is one
-    Clock::time_point nextTry;
-    Clock::time_point began;
     std::string filterText;
     SortBy sort = SortBy::id;
     int scroll = 0;

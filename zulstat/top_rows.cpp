@@ -55,7 +55,7 @@ void TopRows::take(const Sample& sample) {
             row.failed = true;
             all.push_back(row);
         }
-        for (const Item& item : element.items) {
+        for (const Item& item : sample.itemsOf(element)) {
             History& history = current[change->key] = std::move(histories[change->key]);
             history.falls += change->fell ? 1 : 0;
             const auto number = change->number ? std::optional(toDouble(*change->number)) : std::nullopt;

@@ -1,17 +1,19 @@
 // zulstat watch.
 #include <fmt/format.h>
+#include <poll.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <string>
 
-#include "format.h"
 #include "commands.h"
 #include "interrupt.h"
+#include "monitor/follower.h"
 #include "options.h"
 #include "output.h"
-#include "monitor/schedule.h"
 #include "report.h"
 #include "text.h"
 #include "watch_display.h"
@@ -22,25 +24,20 @@ using namespace monitor;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr std::chrono::milliseconds refreshTime(200);
-
 class Watch {
 public:
     explicit Watch(const Options& given)
         : options(given),
+          subject(given.subject()),
           query(given.query()),
           display(makeWatchDisplay(given)),
-          collector(given.collector()),
-          cadence(Clock::now(), given.intervalMs()),
-          backoff(given.intervalMs()) {
+          follower(given.follower()) {
     }
 
     int run() {
         const int result = watch();
         if (incomplete) {
-            reportSample(*incomplete, options.subject());
+            reportSample(*incomplete, subject);
         }
         return result;
     }
@@ -48,96 +45,76 @@ public:
 private:
     int watch() {
         for (;;) {
-            Outcome outcome = collect();
-            if (!outcome.failure) {
-                take(outcome.sample);
-                if (options.count && shown >= *options.count) {
-                    collector.close(options.timeoutMs());
-                    return exitCode;
+            while (std::optional<Event> event = follower.step(Clock::now())) {
+                switch (event->kind) {
+                case Event::Kind::sample:
+                    take(*event);
+                    break;
+                case Event::Kind::gap:
+                    lose(*event);
+                    break;
+                case Event::Kind::end:
+                    return event->failure ? reportFailure(*event->failure, query, subject) : exitCode;
                 }
-            } else if (outcome.failure->kind == FailureKind::interrupted) {
-                return exitOk;
-            } else if (shown == 0 || !options.reconnect || !mayPass(*outcome.failure)) {
-                return reportFailure(*outcome.failure, query, options.subject());
-            } else {
-                lose(*outcome.failure);
             }
-            if (!sleepUntil(wakeUp)) {
-                return exitOk;
+            const bool quiet = wait();
+            if (interrupted()) {
+                return options.count && shown >= *options.count ? exitCode : exitOk;
+            }
+            if (quiet) {
+                display->refresh(waiting());
             }
         }
     }
 
-    Outcome collect() {
-        const Clock::time_point began = Clock::now();
-        collector.begin(query, options.timeoutMs());
-        for (;;) {
-            if (std::optional<Outcome> outcome = collector.waitFor(refreshTime)) {
-                return *std::move(outcome);
-            }
-            const double waited = std::chrono::duration<double>(Clock::now() - began).count();
-            display->refresh(waited < 1 ? ""
-                                        : fmt::format("waiting {:.0f} s: {}", waited,
-                                                      escapeForTerminal(describeWait(collector.phase(), query))));
-        }
+    // Returns whether nothing came for a while.
+    bool wait() const {
+        const Clock::time_point now = Clock::now();
+        const Clock::time_point wake = std::min(follower.nextWake(), now + std::chrono::milliseconds(200));
+        std::array<pollfd, 2> watched = {{{interruptDescriptor(), POLLIN, 0}, {follower.descriptor(), POLLIN, 0}}};
+        return poll(watched.data(), watched.size(), pollTime(wake, now)) == 0;
     }
 
-    bool sleepUntil(Clock::time_point moment) {
-        for (;;) {
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(moment - Clock::now());
-            if (!sleepUnlessInterrupted(std::min(left, refreshTime))) {
-                return false;
-            }
-            if (left <= refreshTime) {
-                return true;
-            }
-            display->refresh("");
-        }
+    // What an answer waits for, once that takes long.
+    std::string waiting() const {
+        const double waited = std::chrono::duration<double>(Clock::now() - follower.began()).count();
+        return follower.busy() && waited >= 1 ? fmt::format("waiting {:.0f} s: {}", waited,
+                                                            escapeForTerminal(describeWait(follower.phase(), query)))
+                                              : "";
     }
 
-    void take(Sample& sample) {
+    void take(Event& event) {
+        Sample& sample = event.sample;
         filter(sample, options.globs);
-        if (lostSince && !display->showsState()) {
-            note(options.subject(),
+        if (event.lost && !display->showsState()) {
+            note(subject,
                  fmt::format("connected to {} again after {:.1f} s", escapeForTerminal(targetText(options.target)),
-                             std::chrono::duration<double>(Clock::now() - *lostSince).count()));
+                             std::chrono::duration<double>(*event.lost).count()));
         }
-        lostSince.reset();
-        backoff.reset();
         display->show(sample);
         if (!display->showsState()) {
-            detail(options.subject(), sampleDetails(sample));
+            detail(subject, sampleDetails(sample));
         }
         // Said once; on a terminal seen in the table, and said when that is left.
-        if ((failedElements(sample) > 0 || itemCount(sample) == 0) && exitCode == exitOk) {
-            exitCode = display->showsState() ? exitPartly : reportSample(sample, options.subject());
+        if ((failedElements(sample) > 0 || sample.items.empty()) && exitCode == exitOk) {
+            exitCode = display->showsState() ? exitPartly : reportSample(sample, subject);
             incomplete = display->showsState() ? std::optional(sample) : std::nullopt;
         }
         ++shown;
-        wakeUp = cadence.after(Clock::now());
     }
 
-    void lose(const Failure& failure) {
-        const bool first = !lostSince;
-        const auto pause = backoff.next();
-        if (first) {
-            lostSince = Clock::now();
+    void lose(const Event& event) {
+        if (event.firstGap && !display->showsState()) {
+            complain(failureText(*event.failure, subject) + "; trying again");
         }
-        if (first && !display->showsState()) {
-            complain(failureText(failure, options.subject()) + "; trying again");
-        }
-        display->gap(failure, first, pause);
-        wakeUp = Clock::now() + pause;
+        display->gap(*event.failure, event.firstGap, event.retryIn);
     }
 
     const Options& options;
+    const Subject subject;
     const Query query;
     std::unique_ptr<WatchDisplay> display;
-    Collector collector;
-    Cadence cadence;
-    Backoff backoff;
-    std::optional<Clock::time_point> lostSince;
-    Clock::time_point wakeUp;
+    Follower follower;
     std::optional<Sample> incomplete;
     long shown = 0;
     int exitCode = exitOk;

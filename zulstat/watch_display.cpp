@@ -47,11 +47,11 @@ std::vector<Line> linesOf(const Sample& sample, Changes& changes, const Options&
     auto change = all.begin();
     for (const Element& element : sample.elements) {
         if (element.rc < 0) {
-            lines.push_back({"", "", element.text, element.rc});
+            lines.push_back({"", "", std::string(element.text), element.rc});
         }
-        for (const Item& item : element.items) {
-            lines.push_back(
-                {item.id, derivedText(*change++, options.derived).value_or(item.value), element.text, element.rc});
+        for (const Item& item : sample.itemsOf(element)) {
+            const std::string value = derivedText(*change++, options.derived).value_or(std::string(item.value));
+            lines.push_back({std::string(item.id), value, std::string(element.text), element.rc});
         }
     }
     return lines;
@@ -234,7 +234,7 @@ public:
             sample.query = options.query();
             sample.wallTime = clockSeconds(CLOCK_REALTIME);
             sample.monotonicTime = clockSeconds(CLOCK_MONOTONIC);
-            sample.elements = {{"", failure.rc < 0 ? failure.rc : rcConnectionLost, {}}};
+            sample.addElement("", failure.rc < 0 ? failure.rc : rcConnectionLost);
             show(sample);
         }
     }

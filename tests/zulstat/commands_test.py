@@ -303,7 +303,7 @@ class Stalling(unittest.TestCase):
                 time.sleep(0.5)
                 worker, = children(process)
                 with open(f'/proc/{worker}/comm', encoding='ascii') as name:
-                    self.assertEqual(name.read(), 'zulstat-worker\n')
+                    self.assertEqual(name.read(), 'zulstats-worker\n')
                 start = time.monotonic()
                 process.send_signal(number)
                 _, errors = process.communicate(timeout=10)  # the worker holds standard error open

@@ -17,7 +17,7 @@ static const char* mode = "";
 
 __attribute__((constructor)) static void look(int argc, char** argv) {
     const char* const wanted = getenv("ODD_SYSTEM");
-    const int worker = argc > 1 && strcmp(argv[1], "--worker-process") == 0;
+    const int worker = argc > 0 && strcmp(argv[0], "zulstats-worker") == 0;
     mode = wanted == NULL || worker ? "" : wanted;
 }
 
