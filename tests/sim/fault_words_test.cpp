@@ -18,6 +18,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using simgateway::Fault;
+using support::Bytes;
+using support::hex;
 using zulstatsim::FaultOrder;
 using zulstatsim::parseFaultOrder;
 using enum simgateway::Exchange;
