@@ -36,6 +36,55 @@ struct BadLine : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// The lines of a file, without their ends.
+class LineReader {
+public:
+    explicit LineReader(const std::string& file) : name(file), input(std::fopen(file.c_str(), "re"), std::fclose) {
+        if (input == nullptr) {
+            throw std::system_error(errno, std::generic_category(), name);
+        }
+    }
+
+    // Holds until the next call; nothing at the end of the file.
+    std::optional<std::string_view> next() {
+        rest.erase(0, used);
+        ++number;
+        std::size_t searched = 0;
+        std::size_t end = 0;
+        while ((end = rest.find('\n', searched)) == std::string::npos) {
+            searched = rest.size();
+            if (searched > longestLine) {
+                throw failure("longer than " + std::to_string(longestLine) + " bytes");
+            }
+            rest.resize(searched + chunk);
+            rest.resize(searched + std::fread(rest.data() + searched, 1, chunk, input.get()));
+            if (std::ferror(input.get()) != 0) {
+                throw std::system_error(errno, std::generic_category(), name);
+            }
+            if (rest.size() == searched) {
+                used = searched;
+                return rest.empty() ? std::nullopt : std::optional<std::string_view>(rest);
+            }
+        }
+        used = end + 1;
+        return std::string_view(rest).substr(0, end);
+    }
+
+    // What is wrong with the line that next() gave.
+    std::runtime_error failure(const std::string& what) const {
+        return std::runtime_error(name + ":" + std::to_string(number) + ": " + what);
+    }
+
+private:
+    static constexpr std::size_t chunk = 65536;
+
+    const std::string name;
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> input;
+    std::string rest;      // what was read and not yet given, behind the line given last
+    std::size_t used = 0;  // the size of that line
+    std::size_t number = 0;
+};
+
 // ---- a line -------------------------------------------------------------------------------------------------------
 
 const Json& member(const Json& object, const char* name, const char* kind, bool (Json::*isKind)() const noexcept) {
@@ -68,7 +117,7 @@ std::int32_t returnCode(const Json& element) {
     return value.get<std::int32_t>();
 }
 
-Json parseLine(const std::string& line) {
+Json parseLine(std::string_view line) {
     try {
         return Json::parse(line);
     } catch (const Json::parse_error& error) {
@@ -115,19 +164,15 @@ bool isGroup(const ResourceGroup& group) {
 class Recording {
 public:
     void read(const std::string& file, bool again) {
-        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> input(std::fopen(file.c_str(), "re"), std::fclose);
-        if (input == nullptr) {
-            throw std::system_error(errno, std::generic_category(), file);
-        }
-        std::size_t number = 0;
-        while (const std::optional<std::string> line = nextLine(input.get(), file, ++number)) {
-            if (line->find_first_not_of(" \t\r") == std::string::npos) {
+        LineReader lines(file);
+        while (const std::optional<std::string_view> line = lines.next()) {
+            if (line->find_first_not_of(" \t\r") == std::string_view::npos) {
                 continue;
             }
             try {
                 add(parseLine(*line));
             } catch (const BadLine& error) {
-                throw std::runtime_error(file + ":" + std::to_string(number) + ": " + error.what());
+                throw lines.failure(error.what());
             }
         }
         if (samples.empty()) {
@@ -153,22 +198,6 @@ public:
     }
 
 private:
-    static std::optional<std::string> nextLine(std::FILE* input, const std::string& file, std::size_t number) {
-        std::string line;
-        int c = 0;
-        while ((c = ::getc_unlocked(input)) != EOF && c != '\n') {
-            line += static_cast<char>(c);
-            if (line.size() > longestLine) {
-                throw std::runtime_error(file + ":" + std::to_string(number) + ": longer than " +
-                                         std::to_string(longestLine) + " bytes");
-            }
-        }
-        if (std::ferror(input) != 0) {
-            throw std::system_error(errno, std::generic_category(), file);
-        }
-        return c == EOF && line.empty() ? std::nullopt : std::optional(std::move(line));
-    }
-
     void add(const Json& document) {
         if (text(document, "schema") != schema) {
             throw BadLine("its schema is not " + std::string(schema));
