@@ -135,10 +135,21 @@ TEST(Program, faultsOfStandardInput) {
     EXPECT_EQ(program.end(SIGTERM), 0);
     EXPECT_EQ(program.printed, "");
     std::remove(fifo.c_str());
+}
 
-    Program without("--port=0 --fault handshake:header-rc=1 <&-");
-    EXPECT_EQ(handshakeRc(without.port()), 1U);
-    EXPECT_EQ(without.end(SIGTERM), 0);
+TEST(Program, runsWithoutInputAndOutput) {
+    const std::string file = testing::TempDir() + "/simtest." + std::to_string(::getpid());
+    Program program("--port=0 --fault handshake:header-rc=1 --port-file " + file + " <&- >&-");
+    std::uint16_t port = 0;
+    for (int tries = 0; tries < 5000 && !(std::ifstream(file) >> port); ++tries) {
+        std::this_thread::sleep_for(2ms);
+    }
+    EXPECT_EQ(handshakeRc(port), 1U);
+    for (int round = 0; round < 50; ++round) {
+        EXPECT_EQ(handshakeRc(port), 0U);
+    }
+    EXPECT_EQ(program.end(SIGTERM), 0);
+    std::remove(file.c_str());
 }
 
 TEST(Program, servesManyGateways) {
