@@ -1,6 +1,7 @@
 // Samples as metrics, in the OpenMetrics text format.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -26,10 +27,17 @@ public:
 private:
     class SampleWriter;
 
-    std::string& family(const std::string& name, std::string_view help);
+    // A sentence with an identifier in it, or without.
+    struct Help {
+        std::string_view before;
+        std::string_view id = {};
+        std::string_view behind = {};
+    };
+
+    std::string& family(std::string_view name, Help help);
 
     std::vector<std::string> families;
-    std::map<std::string, std::size_t> indices;  // of the families, by name
+    std::map<std::string, std::size_t, std::less<>> indices;  // of the families, by name
 };
 
 }  // namespace monitor

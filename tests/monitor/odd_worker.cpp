@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
 #include <limits>
 #include <string>
@@ -39,6 +40,8 @@ int main() {
         say(writeHello(mode == "version" ? frameVersion + 1 : frameVersion));
     }
     if (mode == "half" || mode == "stuck") {
+        std::array<char, 4096> request;
+        [[maybe_unused]] const ssize_t size = recv(STDIN_FILENO, request.data(), request.size(), 0);
         say(phase.substr(0, phase.size() - 1));
     } else if (mode == "rude") {
         say(phase);
