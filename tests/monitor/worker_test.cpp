@@ -113,7 +113,7 @@ TEST(Worker, EndsInOrderWhateverItIsTold) {
     std::vector<std::string> cases = {
         "",
         hello,
-        writeHello(2) + open + query,
+        writeHello(2) + open + query + writeClose(),
         hello + hello,
         hello + query,
         hello + open.substr(0, open.size() / 2),
