@@ -40,8 +40,8 @@ private:
     const int socket;
     const pid_t process;
     const pthread_t thread;
-    const Bytes init = initRequest();
-    const Bytes invoke = invokeRequest();
+    const Bytes init = support::adminInitRequest;
+    const Bytes invoke = support::invokeRequest(0, 0, "GET_STATS");
     char* const content = static_cast<char*>(std::malloc(RESULT_SET_BUFFER_SIZE));
     const char* cursor = nullptr;
     std::uint32_t itemsLeft = 0;
