@@ -186,7 +186,7 @@ std::string formatOpenMetrics(const Sample& sample) {
     return metrics.text();
 }
 
-constexpr std::array<std::pair<std::string_view, Format>, 6> formatNames = {{
+constexpr std::array<std::pair<std::string_view, Format>, 6> namedFormats = {{
     {"table", Format::table},
     {"plain", Format::plain},
     {"json", Format::json},
@@ -198,12 +198,20 @@ constexpr std::array<std::pair<std::string_view, Format>, 6> formatNames = {{
 }  // namespace
 
 std::optional<Format> formatByName(std::string_view name) {
-    for (const auto& [known, format] : formatNames) {
+    for (const auto& [known, format] : namedFormats) {
         if (known == name) {
             return format;
         }
     }
     return std::nullopt;
+}
+
+std::vector<std::string_view> formatNames() {
+    std::vector<std::string_view> names;
+    for (const auto& [name, format] : namedFormats) {
+        names.push_back(name);
+    }
+    return names;
 }
 
 std::string formatSample(Format format, const Sample& sample, const Layout& layout) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "monitor/sample.h"
 
@@ -23,6 +24,9 @@ namespace zulstat {
 enum class Format { table, plain, json, jsonl, csv, openmetrics };
 
 std::optional<Format> formatByName(std::string_view name);
+
+// The names of all formats, in the order above.
+std::vector<std::string_view> formatNames();
 
 struct Layout {
     bool header = true;      // of table and csv; a series of samples has it once

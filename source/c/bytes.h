@@ -1,6 +1,5 @@
 // Big-endian integers of the wire, at any address.
-#ifndef BYTES_H
-#define BYTES_H
+#pragma once
 
 #include <cstdint>
 
@@ -39,5 +38,3 @@ inline unsigned char* putI32(unsigned char* at, std::int32_t value) {
 [[nodiscard]] inline std::int32_t getI32(const unsigned char* at) {
     return static_cast<std::int32_t>(getU32(at));
 }
-
-#endif

@@ -6,7 +6,6 @@
 #include "stapi_zul_sigpipe.h"
 
 #include <fcntl.h>
-#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -41,8 +40,8 @@ bool mayBePipe(std::FILE* file) {
     return file != nullptr && fstat(fileno(file), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
-// Holds the destination while something is written to it, and keeps errno. A failure to write is nobody's business: a
-// pipe whose reader has gone raises no SIGPIPE, and what it did not take is dropped.
+// Holds the destination while something is written to it, and keeps errno. A failure to write has no effect: a pipe
+// whose reader has gone raises no SIGPIPE, and what it did not take is dropped.
 class Destination {
 public:
     Destination() : hold(outputMutex), maybePipe(mayBePipe(statAPITraceHandle)) {
@@ -52,10 +51,7 @@ public:
     }
     ~Destination() {
         if (maybePipe) {
-            // Nothing is left for the flush at the end of the process. What stands in stderr may be the application's.
-            if (std::fflush(statAPITraceHandle) != 0 && statAPITraceHandle != stderr) {
-                __fpurge(statAPITraceHandle);
-            }
+            std::fflush(statAPITraceHandle);  // drops what the pipe does not take: nothing is left for exit()
             restoreSigpipe();
         }
         errno = savedErrno;

@@ -4,8 +4,7 @@
 // A module lists its trace points in stapi_zul_<module>_trace.h, one TRACE_POINT row each, and writes one with
 // TRACE(name, arguments...), or with TRACE_DUMP where a dump of storage follows. A closed gate costs a load and a
 // branch and evaluates no argument. Writing a line leaves errno as it was.
-#ifndef STAPI_ZUL_DIAG_H
-#define STAPI_ZUL_DIAG_H
+#pragma once
 
 #include "stapi_zul_lock.h"
 
@@ -252,5 +251,3 @@ inline constexpr std::size_t TIME_STAMP_SIZE = 24;
 
 // Writes the local time into dst (at least TIME_STAMP_SIZE bytes) as 14/11/26 23:31:00:042 and returns dst.
 char* getTimestamp(char* dst);
-
-#endif

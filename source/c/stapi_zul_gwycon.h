@@ -1,6 +1,5 @@
 // The TCP connection to the Gateway: connecting, with the handshake and the authorisation, and closing.
-#ifndef STAPI_ZUL_GWYCON_H
-#define STAPI_ZUL_GWYCON_H
+#pragma once
 
 #include "stapi_zul_socketcomms.h"
 
@@ -37,5 +36,3 @@ void shutSocket(std::int32_t* socketDescriptorPtr);
 
 // Flows the close request and closes the descriptor: the result of close().
 [[nodiscard]] int closeConnection(const std::int32_t* socketDescriptorPtr);
-
-#endif

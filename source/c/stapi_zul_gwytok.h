@@ -1,7 +1,6 @@
 // Gateway tokens, the records behind connection handles, and the process-wide Gateway Token List in which every live
 // token is chained.
-#ifndef STAPI_ZUL_GWYTOK_H
-#define STAPI_ZUL_GWYTOK_H
+#pragma once
 
 #include "stapi_zul_lock.h"
 #include "stapi_zul_resultsetbuffer.h"
@@ -127,5 +126,3 @@ int deleteUsedGatewayToken(GatewayToken** gwTokPtr);
 
 // Deletes all tokens, at most GTL_RUNAWAY_LIMIT: 0, STAPI_GTL_RUNAWAY or STAPI_GTL_EMPTY. Takes gtlLock.
 [[nodiscard]] int deleteGatewayTokens();
-
-#endif

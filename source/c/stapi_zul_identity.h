@@ -1,6 +1,5 @@
 // The ids of the calling process and thread: for the checks of owners, and for trace lines.
-#ifndef STAPI_ZUL_IDENTITY_H
-#define STAPI_ZUL_IDENTITY_H
+#pragma once
 
 #include <pthread.h>
 
@@ -50,5 +49,3 @@ inline void getPidTid(std::uint32_t* pid, std::uint32_t* tid) {
         *tid = static_cast<std::uint32_t>(currentThread());
     }
 }
-
-#endif

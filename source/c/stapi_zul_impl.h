@@ -1,6 +1,5 @@
 // What the exported calls share. Their sources are grouped by family: settings, connect, query, walk, result sets.
-#ifndef STAPI_ZUL_IMPL_H
-#define STAPI_ZUL_IMPL_H
+#pragma once
 
 #include "zulstats.h"
 
@@ -37,5 +36,3 @@ int dup2NativeString(const char* dataPtr, char** outputPtr);
 
 // As dup2NativeString, for a copy that reaches its output later: shownPtr is the address that the entry line shows.
 int copyNativeString(const char* dataPtr, char** outputPtr, char* const* shownPtr);
-
-#endif

@@ -1,8 +1,7 @@
 // Lock wrapper: a POSIX mutex that knows whether it has been initialised, so that a call made too early fails with a
 // code instead of touching an uninitialised mutex. The library has two: traceLock (diag) and gtlLock (gwytok).
 // Lock order: gtlLock before traceLock.
-#ifndef STAPI_ZUL_LOCK_H
-#define STAPI_ZUL_LOCK_H
+#pragma once
 
 #include "zulstats.h"
 
@@ -42,5 +41,3 @@ int releaseLock(StapiLock* lockPtr);
 
 // The marker word itself.
 [[nodiscard]] std::uint32_t isLockInitialized(const StapiLock* lockPtr);
-
-#endif

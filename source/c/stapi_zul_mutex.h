@@ -1,7 +1,6 @@
 // The library's private mutexes, which no trace line shows, and cancellation, which is off while any lock is held: a
 // thread cancelled then would leave the lock held for good.
-#ifndef STAPI_ZUL_MUTEX_H
-#define STAPI_ZUL_MUTEX_H
+#pragma once
 
 #include <pthread.h>
 
@@ -33,5 +32,3 @@ private:
     pthread_mutex_t& mutex;
     const int cancellation;
 };
-
-#endif

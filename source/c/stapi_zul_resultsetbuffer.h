@@ -3,8 +3,7 @@
 // A buffer holds, in the machine's byte order and without alignment: a content marker (8 bytes), the query count, then
 // per query element its length and text, its rc and, unless that is negative, an item count and as many items (length
 // and identifier, in a statistics content also length and value), and last the terminator word.
-#ifndef STAPI_ZUL_RESULTSETBUFFER_H
-#define STAPI_ZUL_RESULTSETBUFFER_H
+#pragma once
 
 #include "zulstats.h"
 
@@ -113,5 +112,3 @@ int addIdStr(char** bufWPtr, const char* idString);
 
 // Sets the flag to 1 if the word at the cursor is the terminator, else to 0. Kept: nobody calls it.
 int checkTerminator(const char* dataCursor, std::int32_t* isRSTermPtr);
-
-#endif

@@ -1,6 +1,5 @@
 // Fields of plain records that another thread may be showing in a dump while their owner writes them.
-#ifndef STAPI_ZUL_SHOWN_H
-#define STAPI_ZUL_SHOWN_H
+#pragma once
 
 #include <type_traits>
 
@@ -13,5 +12,3 @@ template <typename Field>
 void storeShown(Field* field, std::type_identity_t<Field> value) {
     __atomic_store_n(field, value, __ATOMIC_RELAXED);
 }
-
-#endif

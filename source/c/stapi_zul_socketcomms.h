@@ -1,8 +1,7 @@
 // Framed request/reply exchanges with the Gateway on a connected socket, and the requests that travel in them: the
 // "BASE" handshake and close, the "Auth" steps and the "Admin" requests. Every exchange waits without limit for its
 // reply. Knows descriptors and messages, no tokens.
-#ifndef STAPI_ZUL_SOCKETCOMMS_H
-#define STAPI_ZUL_SOCKETCOMMS_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -125,5 +124,3 @@ void clearRest(unsigned char* message, std::size_t written, std::size_t size);
 // One admin exchange: also STAPI_RC_FLOW_ADMIN_FAILED. After a call replyData is the payload; after an init exchange
 // adminHandle is set.
 [[nodiscard]] int flowAdminRequest(int socketDesc, AdminRequest* request, FlowReasons* reasons);
-
-#endif

@@ -1,7 +1,6 @@
 // Statistics exchanges: the admin requests that fetch the protocol version, statistics and identifiers, and the parsers
 // that lay their replies into a result set buffer.
-#ifndef STAPI_ZUL_STATCOMMS_H
-#define STAPI_ZUL_STATCOMMS_H
+#pragma once
 
 #include "stapi_zul_socketcomms.h"
 #include "zulstats.h"
@@ -60,5 +59,3 @@ inline constexpr std::int32_t GATEWAY_RC_CONNECTION_LOST = 0xF004;
 // less than the terminator.
 [[nodiscard]] int parseStatsData(const unsigned char* rawData, char* buffer, std::size_t rawSize, std::size_t capacity);
 [[nodiscard]] int parseIdsData(const unsigned char* rawData, char* buffer, std::size_t rawSize, std::size_t capacity);
-
-#endif

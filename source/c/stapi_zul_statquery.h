@@ -2,8 +2,7 @@
 // bytes and slack) and folds the codes of the exchange into 0, STAPI_RC_GATEWAY_CONNECTION_LOST,
 // STAPI_RC_GATEWAY_REQUEST_FAILED, or STAPI_RC_NULL_PARAMETER for a null buffer. A failed exchange leaves the buffer
 // untouched; an answer that does not fit leaves it cut and terminated. Nothing guards a socket that two threads use.
-#ifndef STAPI_ZUL_STATQUERY_H
-#define STAPI_ZUL_STATQUERY_H
+#pragma once
 
 #include "stapi_zul_statcomms.h"
 
@@ -15,5 +14,3 @@
 [[nodiscard]] int commsStatsByStatGroupId(std::int32_t socketDesc, char* buffer, const char* ids);
 [[nodiscard]] int commsStatsByStatId(std::int32_t socketDesc, char* buffer, const char* ids);
 [[nodiscard]] int commsStatIdsByStatGroupId(std::int32_t socketDesc, char* buffer, const char* ids);
-
-#endif

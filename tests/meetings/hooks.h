@@ -1,8 +1,7 @@
 // Two threads whose calls of the library meet: the first pauses at one of its steps, and goes on when the second is
 // done, or waits for a mutex that the first holds. A step is the moment before a call of the system, of storage, a
 // mutex or a stream, or behind one that others may see the effect of at once.
-#ifndef HOOKS_H
-#define HOOKS_H
+#pragma once
 
 #include <pthread.h>
 
@@ -35,5 +34,3 @@ public:
 };
 
 }  // namespace meetings
-
-#endif

@@ -1,0 +1,48 @@
+// The commands and options: the one table from which the command line is read and its help and completions are made.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "options.h"
+
+namespace zulstat {
+
+inline constexpr double longestTime = 86400;  // seconds
+inline constexpr double shortestInterval = 0.05;
+
+// What the command line has before it becomes Options.
+struct Words {
+    std::string format;
+    bool json = false;
+    bool noHeader = false;
+    bool noColor = false;
+    bool noReconnect = false;
+    std::vector<std::string> ids;
+    std::vector<std::string> groups;
+    std::string warning;
+    std::string critical;
+    bool intervalGiven = false;
+};
+
+// What the values of options are; the help shows these words behind their names, completions offer what fits.
+inline constexpr const char* hostType = "HOST";
+inline constexpr const char* fileType = "FILE";
+inline constexpr const char* formatType = "FORMAT";
+inline constexpr const char* levelType = "LEVEL";
+inline constexpr const char* globType = "GLOB";
+inline constexpr const char* groupsType = "GROUP...";
+
+// What stands behind the name of a positional argument that can be given more than once.
+inline constexpr const char* severalArguments = "...";
+
+std::optional<double> parseSeconds(std::string_view text);
+
+// Fills an app made as CLI::App(description, "zulstat"); what is parsed goes to `options` and `words`, which must
+// outlive it.
+void declareCommandLine(CLI::App& app, Options& options, Words& words);
+
+}  // namespace zulstat
