@@ -49,7 +49,7 @@ struct Peer {
     enum Kind {
         SCRIPTED,   // sends the stream in pieces and with errors, as the choices say; uses no descriptor
         CONNECTED,  // hands out, at connect, an end of a socket pair on which the stream waits
-        MIRROR,     // sends requests back, which answers them, and calls with the stream as payload; uses no descriptor
+        MIRROR,     // answers a request with the request, and a call with the stream as payload; uses no descriptor
     } kind;
     Input stream;
     Input choices;     // or the answer

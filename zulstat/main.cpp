@@ -19,8 +19,8 @@ namespace {
 
 using namespace zulstat;
 
-// A descriptor that was closed before the start would be taken by the next socket, and that written to. A write to
-// standard output, opened for reading, still fails as on a closed one.
+// A standard descriptor that was closed before the start would become the next socket, and messages would go to it.
+// A write to standard output, which is opened for reading, fails as on a closed one.
 void fillStandardDescriptors() {
     for (int descriptor = 0; descriptor <= STDERR_FILENO; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) < 0) {

@@ -31,7 +31,7 @@ bool before(const std::optional<double>& left, const std::optional<double>& righ
 
 }  // namespace
 
-// Which values are counters the Gateway does not tell. Without -r, one that fell twice is none, and has no rate.
+// The Gateway does not tell which values are counters. Without -r, a value that fell twice is none, and has no rate.
 std::string TopRows::rateColumn(const Change& change, const History& history) const {
     if (!change.number) {
         return {};

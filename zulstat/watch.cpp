@@ -95,7 +95,7 @@ private:
         if (!display->showsState()) {
             detail(subject, sampleDetails(sample));
         }
-        // Said once; on a terminal seen in the table, and said when that is left.
+        // Said once. A screen shows it in the table instead, and it is said when the screen ends.
         if ((failedElements(sample) > 0 || sample.items.empty()) && exitCode == exitOk) {
             exitCode = display->showsState() ? exitPartly : reportSample(sample, subject);
             incomplete = display->showsState() ? std::optional(sample) : std::nullopt;

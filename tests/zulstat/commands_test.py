@@ -12,7 +12,6 @@ import os
 import pty
 import re
 import select
-import shutil
 import signal
 import socket
 import struct
@@ -200,7 +199,6 @@ class Healthy(unittest.TestCase):
                 self.assertEqual([row.split()[0] for row in rows], [i or e for e, _, i, _ in expected])
                 self.assertTrue(all(v in row for row, (_, _, _, v) in zip(rows, expected)))
 
-    @unittest.skipUnless(shutil.which('promtool'), 'promtool is not installed')
     def test_promtool_accepts_openmetrics(self):
         metrics = run(self.port, 'stats', '-o', 'openmetrics').stdout
         subprocess.run(['promtool', 'check', 'metrics'], input=metrics, text=True, check=True, timeout=30)
@@ -421,8 +419,6 @@ class Hostile(unittest.TestCase):
             result = run(port, 'ping', '-H', 'gr\u00fc\u00df', text=False, environment={'LC_ALL': 'C'})
             self.assertTrue(result.stderr.isascii() and b'gr\\u00fc\\u00df' in result.stderr, result)
 
-    @unittest.skipUnless(shutil.which('localedef') and os.path.exists('/usr/share/i18n/charmaps/ISO-8859-1.gz'),
-                         'the locale cannot be made')
     def test_characters_of_one_byte(self):
         with tempfile.TemporaryDirectory() as directory, hostile() as port:
             subprocess.run(['localedef', '-i', 'de_DE', '-f', 'ISO-8859-1', f'{directory}/de_DE'], check=True, timeout=30)
