@@ -9,9 +9,9 @@ namespace monitor {
 
 namespace {
 
-constexpr std::string_view prefix = "STAPI_RC_";
+constexpr std::string_view PREFIX = "STAPI_RC_";
 
-constexpr std::array codes = {
+constexpr std::array CODES = {
     Code{1, "STAPI_RC_LOCK_ALREADY_INITIALIZED", "the connection list's lock was initialised before"},
     Code{-2, "STAPI_RC_LOCK_INIT_FAILED", "the connection list's lock could not be created"},
     Code{-100, "STAPI_RC_NULL_GATEWAY_TOKEN", "the gateway token is NULL"},
@@ -52,13 +52,13 @@ constexpr std::array codes = {
 }  // namespace
 
 std::span<const Code> allCodes() {
-    return codes;
+    return CODES;
 }
 
 const Code* findCode(int number) {
     const auto found =
-        std::find_if(codes.begin(), codes.end(), [&](const Code& code) { return code.number == number; });
-    return found == codes.end() ? nullptr : &*found;
+        std::find_if(CODES.begin(), CODES.end(), [&](const Code& code) { return code.number == number; });
+    return found == CODES.end() ? nullptr : &*found;
 }
 
 const Code* findCode(std::string_view text) {
@@ -71,11 +71,11 @@ const Code* findCode(std::string_view text) {
     std::transform(name.begin(), name.end(), name.begin(), [](char c) {
         return c == '-' ? '_' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     });
-    if (!name.starts_with(prefix)) {
-        name.insert(0, prefix);
+    if (!name.starts_with(PREFIX)) {
+        name.insert(0, PREFIX);
     }
-    const auto found = std::find_if(codes.begin(), codes.end(), [&](const Code& code) { return code.name == name; });
-    return found == codes.end() ? nullptr : &*found;
+    const auto found = std::find_if(CODES.begin(), CODES.end(), [&](const Code& code) { return code.name == name; });
+    return found == CODES.end() ? nullptr : &*found;
 }
 
 std::string codeText(int number) {

@@ -14,9 +14,9 @@ struct Code {
 };
 
 // Codes that programs ask for; worker.cpp holds them against the library's header.
-inline constexpr int rcConnectionLost = -102;
-inline constexpr int rcRequestFailed = -122;
-inline constexpr int rcHostNotResolved = -132;
+inline constexpr int RC_CONNECTION_LOST = -102;
+inline constexpr int RC_REQUEST_FAILED = -122;
+inline constexpr int RC_HOST_NOT_RESOLVED = -132;
 
 std::span<const Code> allCodes();
 // Nothing for a number or a text that is none of them.

@@ -20,8 +20,8 @@ namespace monitor {
 
 namespace {
 
-constexpr const char* workerName = "zulstats-worker";
-constexpr int mostBlocks = 64;  // taken at once from a worker that never stops talking
+constexpr const char* WORKER_NAME = "zulstats-worker";
+constexpr int MOST_BLOCKS = 64;  // taken at once from a worker that never stops talking
 
 void check(int error, const std::string& what) {
     if (error != 0) {
@@ -59,7 +59,7 @@ pid_t spawnWorker(const std::string& program, int channel) {
     posix_spawnattr_setsigmask(&spawn.attributes, &blocked);
     posix_spawnattr_setflags(&spawn.attributes, POSIX_SPAWN_SETSIGMASK);
 
-    std::string name = workerName;
+    std::string name = WORKER_NAME;
     const std::array<char*, 2> words = {name.data(), nullptr};
     pid_t pid = -1;
     const int error = posix_spawn(&pid, program.c_str(), &spawn.actions, &spawn.attributes, words.data(), environ);
@@ -82,8 +82,8 @@ std::string findWorker() {
     if (error) {
         return {};
     }
-    const fs::path beside = own / workerName;
-    return access(beside.c_str(), X_OK) == 0 ? beside.string() : (own / ZULSTATS_WORKER_DIR / workerName).string();
+    const fs::path beside = own / WORKER_NAME;
+    return access(beside.c_str(), X_OK) == 0 ? beside.string() : (own / ZULSTATS_WORKER_DIR / WORKER_NAME).string();
 }
 
 Collector::Collector(CollectorOptions options) : settings(std::move(options)) {
@@ -150,7 +150,7 @@ bool Collector::send(const std::string& bytes) {
 // Returns whether the worker may have more to say.
 bool Collector::receive() {
     FrameBuffer::Received last = FrameBuffer::Received::bytes;
-    for (int blocks = 0; blocks < mostBlocks && last == FrameBuffer::Received::bytes; ++blocks) {
+    for (int blocks = 0; blocks < MOST_BLOCKS && last == FrameBuffer::Received::bytes; ++blocks) {
         last = received.receive(channel, MSG_DONTWAIT);
     }
     return last != FrameBuffer::Received::end;
@@ -172,10 +172,10 @@ std::optional<Outcome> Collector::take(FrameReader& frame) {
     switch (frame.type()) {
     case MessageType::hello: {
         const std::uint32_t version = readHello(frame);
-        greeted = version == frameVersion;
+        greeted = version == FRAME_VERSION;
         if (!greeted) {
             throw std::runtime_error("the worker program " + settings.worker + " is of another version (" +
-                                     std::to_string(version) + ", not " + std::to_string(frameVersion) + ")");
+                                     std::to_string(version) + ", not " + std::to_string(FRAME_VERSION) + ")");
         }
         return std::nullopt;
     }

@@ -18,8 +18,8 @@ void appendNumber(std::string& bytes, auto number) {
 }
 
 // The bytes that an element, an item take at least in a sample's table.
-constexpr std::size_t elementSize = sizeof(Length) + sizeof(std::int32_t) + sizeof(Length);
-constexpr std::size_t itemSize = sizeof(Length) + sizeof(Length);
+constexpr std::size_t ELEMENT_SIZE = sizeof(Length) + sizeof(std::int32_t) + sizeof(Length);
+constexpr std::size_t ITEM_SIZE = sizeof(Length) + sizeof(Length);
 
 }  // namespace
 
@@ -105,7 +105,7 @@ std::optional<FrameReader> FrameBuffer::next() {
         return std::nullopt;
     }
     std::memcpy(&length, left.data(), sizeof length);
-    if (length >= frameLimit) {
+    if (length >= FRAME_LIMIT) {
         throw FrameError();
     }
     if (left.size() - sizeof length < length) {
@@ -216,12 +216,12 @@ Sample readSample(FrameReader& frame) {
     sample.monotonicTime = frame.take<double>();
     sample.querySeconds = frame.take<double>();
     sample.contentSize = static_cast<std::size_t>(frame.take<std::uint64_t>());
-    const std::size_t elements = frame.takeCount(elementSize);
-    const std::size_t items = frame.takeCount(itemSize);
+    const std::size_t elements = frame.takeCount(ELEMENT_SIZE);
+    const std::size_t items = frame.takeCount(ITEM_SIZE);
     sample.elements.reserve(elements);
     sample.items.reserve(items);
 
-    std::string_view text = sample.keep(std::string(frame.behind(elements * elementSize + items * itemSize)));
+    std::string_view text = sample.keep(std::string(frame.behind(elements * ELEMENT_SIZE + items * ITEM_SIZE)));
     const auto takeText = [&] {
         const std::size_t length = frame.take<Length>();
         if (length > text.size()) {
@@ -234,7 +234,7 @@ Sample readSample(FrameReader& frame) {
     for (std::size_t element = 0; element < elements; ++element) {
         const std::string_view name = takeText();
         sample.addElement(name, frame.take<std::int32_t>());
-        for (std::size_t left = frame.takeCount(itemSize); left > 0; --left) {
+        for (std::size_t left = frame.takeCount(ITEM_SIZE); left > 0; --left) {
             const std::string_view id = takeText();
             sample.addItem(id, takeText());
         }

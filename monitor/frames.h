@@ -20,8 +20,8 @@
 
 namespace monitor {
 
-inline constexpr std::uint32_t frameVersion = 1;
-inline constexpr std::size_t frameLimit = 1 << 20;  // no message is as long
+inline constexpr std::uint32_t FRAME_VERSION = 1;
+inline constexpr std::size_t FRAME_LIMIT = 1 << 20;  // no message is as long
 
 enum class MessageType : std::uint8_t { hello, open, query, close, phase, opened, sample, failed, closed };
 
@@ -111,7 +111,7 @@ private:
 
 // Each message's writing and reading.
 
-std::string writeHello(std::uint32_t version = frameVersion);
+std::string writeHello(std::uint32_t version = FRAME_VERSION);
 std::uint32_t readHello(FrameReader& frame);  // the version
 
 struct OpenRequest {

@@ -13,8 +13,8 @@
 namespace monitor {
 
 // What the library stores of one answer at most, and the longest query string that it takes.
-inline constexpr std::size_t resultSetLimit = 32767;
-inline constexpr std::size_t queryStringLimit = 32765;
+inline constexpr std::size_t RESULT_SET_LIMIT = 32767;
+inline constexpr std::size_t QUERY_STRING_LIMIT = 32765;
 
 struct Target {
     std::string host = "127.0.0.1";

@@ -32,11 +32,11 @@ double seconds(auto duration) {
     return std::chrono::duration<double>(duration).count();
 }
 
-constexpr int channel = STDIN_FILENO;
+constexpr int CHANNEL = STDIN_FILENO;
 
-static_assert(rcConnectionLost == STAPI_RC_GATEWAY_CONNECTION_LOST);
-static_assert(rcRequestFailed == STAPI_RC_GATEWAY_REQUEST_FAILED);
-static_assert(rcHostNotResolved == STAPI_RC_HOST_NOT_RESOLVED);
+static_assert(RC_CONNECTION_LOST == STAPI_RC_GATEWAY_CONNECTION_LOST);
+static_assert(RC_REQUEST_FAILED == STAPI_RC_GATEWAY_REQUEST_FAILED);
+static_assert(RC_HOST_NOT_RESOLVED == STAPI_RC_HOST_NOT_RESOLVED);
 
 // The program has gone, or says what makes no sense: nobody is left to tell.
 struct ProgramLost {};
@@ -44,7 +44,7 @@ struct ProgramLost {};
 void sendFrame(const std::string& frame) {
     std::size_t sent = 0;
     while (sent < frame.size()) {
-        const ssize_t size = send(channel, frame.data() + sent, frame.size() - sent, MSG_NOSIGNAL);
+        const ssize_t size = send(CHANNEL, frame.data() + sent, frame.size() - sent, MSG_NOSIGNAL);
         if (size < 0 && errno != EINTR) {
             throw ProgramLost();
         }
@@ -61,7 +61,7 @@ FrameReader nextMessage(FrameBuffer& received) {
         if (const std::optional<FrameReader> frame = received.next()) {
             return *frame;
         }
-        if (received.receive(channel, 0) == FrameBuffer::Received::end) {
+        if (received.receive(CHANNEL, 0) == FrameBuffer::Received::end) {
             throw ProgramLost();
         }
     }
@@ -257,7 +257,7 @@ void serve() {
     FrameBuffer received;
     sendFrame(writeHello());
     FrameReader hello = nextMessage(received, MessageType::hello);
-    if (readHello(hello) != frameVersion) {
+    if (readHello(hello) != FRAME_VERSION) {
         throw ProgramLost();  // it learns so from this side's hello
     }
     FrameReader message = nextMessage(received, MessageType::open);

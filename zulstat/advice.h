@@ -6,7 +6,7 @@
 namespace zulstat {
 
 // Ends the advice where a connection cannot be had; ping leaves it out.
-inline constexpr std::string_view pingAdvice = " 'zulstat ping' shows where a connection attempt stops.";
+inline constexpr std::string_view PING_ADVICE = " 'zulstat ping' shows where a connection attempt stops.";
 
 // Sentences for people; empty for a code that the library does not have.
 std::string_view adviceFor(int code);

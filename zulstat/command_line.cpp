@@ -20,9 +20,9 @@ CLI::Validator secondsFrom(double low) {
     return CLI::Validator(
         [low](const std::string& text) {
             const std::optional<double> value = parseSeconds(text);
-            return value && *value >= low && *value <= longestTime
+            return value && *value >= low && *value <= LONGEST_TIME
                        ? std::string()
-                       : fmt::format("'{}' is not a number of seconds from {} to {}", text, low, longestTime);
+                       : fmt::format("'{}' is not a number of seconds from {} to {}", text, low, LONGEST_TIME);
         },
         "SECONDS");
 }
@@ -45,7 +45,7 @@ CLI::Option* addOption(CLI::App& app, const std::string& name, Value& value, con
 }
 
 void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
-    addOption(app, "-H,--host", options.target.host, "the Gateway's host (ZULSTAT_HOST, 127.0.0.1)", hostType)
+    addOption(app, "-H,--host", options.target.host, "the Gateway's host (ZULSTAT_HOST, 127.0.0.1)", HOST_TYPE)
         ->envname("ZULSTAT_HOST");
     addOption(app, "-p,--port", options.target.port, "its port (ZULSTAT_PORT, 7531)", "PORT")
         ->check(CLI::Range(1, 65535))
@@ -53,7 +53,7 @@ void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
     addOption(app, "-T,--timeout", options.timeout, "longest wait for an answer (ZULSTAT_TIMEOUT, 5)", "SECONDS")
         ->check(secondsFrom(0.001))
         ->envname("ZULSTAT_TIMEOUT");
-    addOption(app, "-o,--output", words.format, formatList(), formatType)->check([](const std::string& name) {
+    addOption(app, "-o,--output", words.format, formatList(), FORMAT_TYPE)->check([](const std::string& name) {
         return formatByName(name) ? std::string() : "there is no format '" + name + "'";
     });
     app.add_flag("-j", words.json, "the same as -o json; jsonl for watch");
@@ -64,7 +64,7 @@ void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
                    options.globs.push_back({include, glob});
                },
                help)
-            ->option_text(globType)
+            ->option_text(GLOB_TYPE)
             ->trigger_on_parse()
             ->take_last();
     };
@@ -75,19 +75,19 @@ void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
     app.add_flag("--no-color", words.noColor, "no colours (also NO_COLOR, TERM=dumb)");
     app.add_flag("-q,--quiet", options.quiet, "no notes and hints on standard error");
     app.add_flag("-v,--verbose", options.verbose, "times and sizes on standard error");
-    addOption(app, "--trace", options.traceLevel, "the library's trace, 0 to 5, on standard error", levelType)
+    addOption(app, "--trace", options.traceLevel, "the library's trace, 0 to 5, on standard error", LEVEL_TYPE)
         ->check(CLI::Range(0, 5));
-    addOption(app, "--trace-file", options.traceFile, "append the trace to this file", fileType);
+    addOption(app, "--trace-file", options.traceFile, "append the trace to this file", FILE_TYPE);
 }
 
 CLI::Option* addGroups(CLI::App& command, Words& words) {
     return addOption(command, "-g,--group", words.groups, "resource groups; GROUP:GROUP is the same as two",
-                     groupsType);
+                     GROUPS_TYPE);
 }
 
 void addIdsAndGroups(CLI::App& command, Words& words, const char* help) {
     addGroups(command, words);
-    command.add_option("ID", words.ids, help)->option_text(severalArguments);
+    command.add_option("ID", words.ids, help)->option_text(SEVERAL_ARGUMENTS);
 }
 
 void addSeries(CLI::App& command, Options& options, Words& words) {
@@ -100,11 +100,11 @@ void addSeries(CLI::App& command, Options& options, Words& words) {
             },
             "time between samples (1)")
         ->option_text("SECONDS")
-        ->check(secondsFrom(shortestInterval))
+        ->check(secondsFrom(SHORTEST_INTERVAL))
         ->take_last();
-    addOption(command, "-r,--rate", options.derived.rates, "show values that match per second", globType)
+    addOption(command, "-r,--rate", options.derived.rates, "show values that match per second", GLOB_TYPE)
         ->allow_extra_args(false);
-    addOption(command, "-d,--delta", options.derived.deltas, "show values that match as differences", globType)
+    addOption(command, "-d,--delta", options.derived.deltas, "show values that match as differences", GLOB_TYPE)
         ->allow_extra_args(false);
     command.add_flag("--no-reconnect", words.noReconnect, "end when the connection is lost");
 }
@@ -162,7 +162,7 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
         ->check(secondsFrom(0))
         ->take_last();
     CLI::App* explain = addCommand(app, options, "explain", Command::explain, "What a return code means");
-    explain->add_option("CODE", options.codes, "numbers or names; without one all")->option_text(severalArguments);
+    explain->add_option("CODE", options.codes, "numbers or names; without one all")->option_text(SEVERAL_ARGUMENTS);
 
     CLI::App* check = addCommand(app, options, "check", Command::check, "Check a value, as a monitoring plugin");
     check->add_option("ID", words.ids, "the statistic")->expected(1)->option_text("(one)");

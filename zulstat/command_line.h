@@ -11,8 +11,8 @@
 
 namespace zulstat {
 
-inline constexpr double longestTime = 86400;  // seconds
-inline constexpr double shortestInterval = 0.05;
+inline constexpr double LONGEST_TIME = 86400;  // seconds
+inline constexpr double SHORTEST_INTERVAL = 0.05;
 
 // What the command line has before it becomes Options.
 struct Words {
@@ -29,15 +29,15 @@ struct Words {
 };
 
 // What the values of options are; the help shows these words behind their names, completions offer what fits.
-inline constexpr const char* hostType = "HOST";
-inline constexpr const char* fileType = "FILE";
-inline constexpr const char* formatType = "FORMAT";
-inline constexpr const char* levelType = "LEVEL";
-inline constexpr const char* globType = "GLOB";
-inline constexpr const char* groupsType = "GROUP...";
+inline constexpr const char* HOST_TYPE = "HOST";
+inline constexpr const char* FILE_TYPE = "FILE";
+inline constexpr const char* FORMAT_TYPE = "FORMAT";
+inline constexpr const char* LEVEL_TYPE = "LEVEL";
+inline constexpr const char* GLOB_TYPE = "GLOB";
+inline constexpr const char* GROUPS_TYPE = "GROUP...";
 
 // What stands behind the name of a positional argument that can be given more than once.
-inline constexpr const char* severalArguments = "...";
+inline constexpr const char* SEVERAL_ARGUMENTS = "...";
 
 std::optional<double> parseSeconds(std::string_view text);
 

@@ -14,7 +14,7 @@
 namespace zulstat {
 namespace {
 
-constexpr std::size_t lineWidth = 120;
+constexpr std::size_t LINE_WIDTH = 120;
 
 std::string formats() {
     return fmt::format("{}", fmt::join(formatNames(), " "));
@@ -32,11 +32,12 @@ std::vector<ValueKind> valueKinds() {
         return fmt::format("mapfile -t COMPREPLY < <(compgen -W '{}' -- \"$current\")", list);
     };
     const std::string levels = "0 1 2 3 4 5";
-    return {{formatType, words(formats()), "(" + formats() + ")"},
-            {levelType, words(levels), "(" + levels + ")"},
-            {hostType, "mapfile -t COMPREPLY < <(compgen -A hostname -- \"$current\")", "_hosts"},
-            {fileType, "compopt -o filenames 2>/dev/null\n        mapfile -t COMPREPLY < <(compgen -f -- \"$current\")",
-             "_files"}};
+    return {
+        {FORMAT_TYPE, words(formats()), "(" + formats() + ")"},
+        {LEVEL_TYPE, words(levels), "(" + levels + ")"},
+        {HOST_TYPE, "mapfile -t COMPREPLY < <(compgen -A hostname -- \"$current\")", "_hosts"},
+        {FILE_TYPE, "compopt -o filenames 2>/dev/null\n        mapfile -t COMPREPLY < <(compgen -f -- \"$current\")",
+         "_files"}};
 }
 
 std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
@@ -90,7 +91,7 @@ std::string folded(const std::vector<std::string>& words, std::size_t column, st
     std::string text;
     for (const std::string& word : words) {
         const std::size_t width = separator.size() + word.size();
-        const bool fits = column + width + lineEnd.size() < lineWidth;
+        const bool fits = column + width + lineEnd.size() < LINE_WIDTH;
         if (!text.empty()) {
             text += fits || !lineEnd.empty() ? separator : "";
             text += fits ? "" : fmt::format("{}\n{}", lineEnd, indent);
@@ -124,7 +125,7 @@ bool isOnlyOfMain(const CLI::Option* option) {
 std::string zshOption(const CLI::Option* option) {
     const std::vector<std::string> names = namesOf(option);
     const bool ends = option->check_lname("help") || option->check_lname("version");
-    const bool repeats = isType(option, globType) || isType(option, groupsType);
+    const bool repeats = isType(option, GLOB_TYPE) || isType(option, GROUPS_TYPE);
     std::string exclusion;
     if (ends) {
         exclusion = "(- *)";
@@ -135,10 +136,10 @@ std::string zshOption(const CLI::Option* option) {
     }
     std::string value;
     if (takesValue(option)) {
-        const std::vector<ValueKind> kinds = valueKinds();
+        const std::vector<ValueKind> KINDS = valueKinds();
         const auto kind =
-            std::find_if(kinds.begin(), kinds.end(), [&](const ValueKind& each) { return isType(option, each.type); });
-        value = fmt::format(":{}:{}", zshMessage(option->get_option_text()), kind == kinds.end() ? " " : kind->zsh);
+            std::find_if(KINDS.begin(), KINDS.end(), [&](const ValueKind& each) { return isType(option, each.type); });
+        value = fmt::format(":{}:{}", zshMessage(option->get_option_text()), kind == KINDS.end() ? " " : kind->zsh);
     }
     const std::string rest = fmt::format("[{}]{}'", quotedForZsh(option->get_description()), value);
     return names.size() == 1 ? fmt::format("'{}{}{}", exclusion, names[0], rest)
@@ -146,7 +147,7 @@ std::string zshOption(const CLI::Option* option) {
 }
 
 std::string zshArgument(const CLI::Option* option) {
-    return fmt::format("'{}:{}: '", option->get_option_text() == severalArguments ? "*" : "",
+    return fmt::format("'{}:{}: '", option->get_option_text() == SEVERAL_ARGUMENTS ? "*" : "",
                        zshMessage(option->get_name()));
 }
 

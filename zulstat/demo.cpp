@@ -29,9 +29,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* simulator = "zulstat-sim";
-constexpr const char* speed = "20";  // model seconds per second
-constexpr auto startLimit = std::chrono::seconds(10);
+constexpr const char* SIMULATOR = "zulstat-sim";
+constexpr const char* SPEED = "20";  // model seconds per second
+constexpr auto START_LIMIT = std::chrono::seconds(10);
 
 class TemporaryDirectory {
 public:
@@ -53,8 +53,8 @@ public:
 // Beside this program, or else a name for PATH. In the build tree a link lies beside it.
 std::string findSimulator() {
     std::error_code error;
-    const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / simulator;
-    return !error && access(beside.c_str(), X_OK) == 0 ? beside.string() : simulator;
+    const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / SIMULATOR;
+    return !error && access(beside.c_str(), X_OK) == 0 ? beside.string() : SIMULATOR;
 }
 
 // A simulator that ends with this record, and with this process if that is killed. It has a process group of its own:
@@ -63,8 +63,8 @@ class Simulator {
 public:
     explicit Simulator(const std::string& portFile) {
         const std::string program = findSimulator();
-        const std::array<const char*, 8> words = {simulator,        "--port",  "0",   "--port-file",
-                                                  portFile.c_str(), "--speed", speed, nullptr};
+        const std::array<const char*, 8> words = {SIMULATOR,        "--port",  "0",   "--port-file",
+                                                  portFile.c_str(), "--speed", SPEED, nullptr};
         const pid_t parent = getpid();
         process = fork();
         if (process < 0) {
@@ -79,7 +79,7 @@ public:
             if (getppid() == parent) {
                 execvp(program.c_str(), const_cast<char* const*>(words.data()));
             }
-            _exit(errno == ENOENT ? notFound : exitInternal);
+            _exit(errno == ENOENT ? NOT_FOUND : exitInternal);
         }
     }
     ~Simulator() {
@@ -105,18 +105,18 @@ public:
         return process > 0;
     }
     bool missing() const {
-        return process < 0 && WIFEXITED(status) && WEXITSTATUS(status) == notFound;
+        return process < 0 && WIFEXITED(status) && WEXITSTATUS(status) == NOT_FOUND;
     }
 
 private:
-    static constexpr int notFound = 127;
+    static constexpr int NOT_FOUND = 127;
     pid_t process = -1;
     int status = 0;
 };
 
 // The file appears once the simulator listens.
 std::optional<int> waitForPort(Simulator& gateway, const std::string& portFile) {
-    const auto end = std::chrono::steady_clock::now() + startLimit;
+    const auto end = std::chrono::steady_clock::now() + START_LIMIT;
     while (gateway.running() && std::chrono::steady_clock::now() < end) {
         int port = 0;
         if (std::ifstream(portFile) >> port) {

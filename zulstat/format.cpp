@@ -21,7 +21,7 @@ namespace {
 
 // ---- table --------------------------------------------------------------------------------------------------------
 
-constexpr std::size_t widestColumn = 60;  // a wider cell pushes the others in its row aside
+constexpr std::size_t WIDEST_COLUMN = 60;  // a wider cell pushes the others in its row aside
 
 using Row = std::vector<std::string>;
 
@@ -73,7 +73,7 @@ std::string formatTable(const Sample& sample, bool header) {
     std::array<std::size_t, 3> widths{};
     for (const Row& row : rows) {
         for (std::size_t column = 0; column + 1 < row.size(); ++column) {
-            widths[column] = std::min(std::max(widths[column], columnWidth(row[column])), widestColumn);
+            widths[column] = std::min(std::max(widths[column], columnWidth(row[column])), WIDEST_COLUMN);
         }
     }
     std::string text;
@@ -186,7 +186,7 @@ std::string formatOpenMetrics(const Sample& sample) {
     return metrics.text();
 }
 
-constexpr std::array<std::pair<std::string_view, Format>, 6> namedFormats = {{
+constexpr std::array<std::pair<std::string_view, Format>, 6> NAMED_FORMATS = {{
     {"table", Format::table},
     {"plain", Format::plain},
     {"json", Format::json},
@@ -198,7 +198,7 @@ constexpr std::array<std::pair<std::string_view, Format>, 6> namedFormats = {{
 }  // namespace
 
 std::optional<Format> formatByName(std::string_view name) {
-    for (const auto& [known, format] : namedFormats) {
+    for (const auto& [known, format] : NAMED_FORMATS) {
         if (known == name) {
             return format;
         }
@@ -208,7 +208,7 @@ std::optional<Format> formatByName(std::string_view name) {
 
 std::vector<std::string_view> formatNames() {
     std::vector<std::string_view> names;
-    for (const auto& [name, format] : namedFormats) {
+    for (const auto& [name, format] : NAMED_FORMATS) {
         names.push_back(name);
     }
     return names;

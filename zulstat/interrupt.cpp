@@ -19,7 +19,7 @@ std::array<int, 2> pipeEnds = {-1, -1};
 volatile std::sig_atomic_t caught = 0;
 timespec firstTime{};  // written once, by the handler
 
-constexpr long millisecondsOfOne = 200;  // signals this close together are one
+constexpr long MILLISECONDS_OF_ONE = 200;  // signals this close together are one
 
 long millisecondsSince(const timespec& former) {
     timespec now{};
@@ -36,7 +36,7 @@ void onSignal(int number) {
     const int error = errno;
     if (caught == 0) {
         clock_gettime(CLOCK_MONOTONIC, &firstTime);
-    } else if (millisecondsSince(firstTime) > millisecondsOfOne) {
+    } else if (millisecondsSince(firstTime) > MILLISECONDS_OF_ONE) {
         std::signal(number, SIG_DFL);
         raise(number);  // it comes when this handler ends
     }

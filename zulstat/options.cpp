@@ -19,7 +19,7 @@ using namespace monitor;
 namespace {
 
 // CLI11 takes "-122" for options. For `explain` such words are numbers; they travel as "~122".
-constexpr char minusMark = '~';
+constexpr char MINUS_MARK = '~';
 
 std::vector<std::string> splitIds(const std::vector<std::string>& words, const char* what) {
     std::vector<std::string> ids;
@@ -31,8 +31,9 @@ std::vector<std::string> splitIds(const std::vector<std::string>& words, const c
     if (ids.empty() && !words.empty()) {
         throw UsageError{fmt::format("'{}' names no {}", words.front(), what)};
     }
-    if (const std::size_t size = join(ids, ":").size(); size > queryStringLimit) {
-        throw UsageError{fmt::format("the {}s take {} characters together, {} at most", what, size, queryStringLimit)};
+    if (const std::size_t size = join(ids, ":").size(); size > QUERY_STRING_LIMIT) {
+        throw UsageError{
+            fmt::format("the {}s take {} characters together, {} at most", what, size, QUERY_STRING_LIMIT)};
     }
     return ids;
 }
@@ -72,9 +73,9 @@ void setInterval(const std::string& word, Options& options, bool intervalGiven) 
         throw UsageError{fmt::format("the interval is given twice: -i and '{}'", word)};
     }
     options.interval = *parseSeconds(word);
-    if (options.interval < shortestInterval || options.interval > longestTime) {
+    if (options.interval < SHORTEST_INTERVAL || options.interval > LONGEST_TIME) {
         throw UsageError{
-            fmt::format("the interval {} is not from {} to {} seconds", word, shortestInterval, longestTime)};
+            fmt::format("the interval {} is not from {} to {} seconds", word, SHORTEST_INTERVAL, LONGEST_TIME)};
     }
 }
 
@@ -134,7 +135,7 @@ void finish(Options& options, Words& words) {
         throw UsageError{"the host name is empty"};
     }
     for (std::string& code : options.codes) {
-        std::replace(code.begin(), code.end(), minusMark, '-');
+        std::replace(code.begin(), code.end(), MINUS_MARK, '-');
     }
     options.warning = words.warning.empty() ? std::nullopt : parseRange(words.warning);
     options.critical = words.critical.empty() ? std::nullopt : parseRange(words.critical);
@@ -182,7 +183,7 @@ std::vector<std::string> commandLine(int argc, const char* const* argv) {
     if (std::find(words.begin(), words.end(), "explain") != words.end()) {
         for (std::string& word : words) {
             if (word.size() > 1 && word[0] == '-' && word.find_first_not_of("0123456789", 1) == std::string::npos) {
-                word[0] = minusMark;
+                word[0] = MINUS_MARK;
             }
         }
     }

@@ -17,7 +17,7 @@ namespace zulstat {
 namespace {
 
 // A pipe that is ready takes this much without a wait.
-constexpr std::size_t pieceSize = PIPE_BUF;
+constexpr std::size_t PIECE_SIZE = PIPE_BUF;
 
 // Returns false when a signal came first.
 bool waitForReader(int descriptor) {
@@ -39,7 +39,7 @@ Written writeAll(int descriptor, std::string_view text) {
             return Written::interrupted;
         }
         // A terminal that is ready may take a part of the piece only and keep the program waiting with the rest.
-        const ssize_t size = write(descriptor, text.data(), std::min(text.size(), pieceSize));
+        const ssize_t size = write(descriptor, text.data(), std::min(text.size(), PIECE_SIZE));
         if (size >= 0) {
             text.remove_prefix(static_cast<std::size_t>(size));
         } else if (errno == EINTR && interrupted()) {

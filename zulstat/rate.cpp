@@ -12,7 +12,7 @@ using namespace monitor;
 
 namespace {
 
-constexpr const char* unknown = "-";
+constexpr const char* UNKNOWN = "-";
 
 // About three digits: a rate is no more exact than the moments of its two samples.
 std::string shortNumber(double value) {
@@ -29,12 +29,12 @@ std::string shortNumber(double value) {
 
 std::string rateText(const Change& change) {
     const std::optional<double> rate = change.perSecond();
-    return rate ? shortNumber(*rate) + "/s" : change.fell ? "R" : unknown;
+    return rate ? shortNumber(*rate) + "/s" : change.fell ? "R" : UNKNOWN;
 }
 
 std::string differenceText(const Change& change) {
     if (!change.difference) {
-        return unknown;
+        return UNKNOWN;
     }
     const double value = *change.difference;
     return value == 0                   ? "0"

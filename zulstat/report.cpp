@@ -29,7 +29,7 @@ std::string tooLargeHint(const Query& query) {
         : byGroup && query.ids.size() == 1 ? "'zulstat groups -l' counts the statistics of each group, and 'zulstat "
                                              "stats ID...' asks for single identifiers"
                                            : "";
-    return less.empty() ? "" : fmt::format("An answer over {} bytes fails like this: {}.", resultSetLimit, less);
+    return less.empty() ? "" : fmt::format("An answer over {} bytes fails like this: {}.", RESULT_SET_LIMIT, less);
 }
 
 // What the failed elements look like.
@@ -85,17 +85,17 @@ std::string hintFor(const Failure& failure, const Query& query, const Subject& s
         (failure.kind == FailureKind::lost || failure.kind == FailureKind::refused)) {
         return "Is it a Gateway that listens there? Its log may say why it ended the conversation.";
     }
-    const std::string tooLarge = failure.rc == rcRequestFailed ? tooLargeHint(query) : "";
+    const std::string tooLarge = failure.rc == RC_REQUEST_FAILED ? tooLargeHint(query) : "";
     if (!tooLarge.empty()) {
         return tooLarge;
     }
     const std::string& host = subject.target.host;
-    if (failure.rc == rcHostNotResolved && std::count(host.begin(), host.end(), ':') == 1) {
+    if (failure.rc == RC_HOST_NOT_RESOLVED && std::count(host.begin(), host.end(), ':') == 1) {
         return "The port is an option of its own: -p PORT.";
     }
     std::string_view advice = adviceFor(failure.rc);
-    if (subject.ping && advice.ends_with(pingAdvice)) {
-        advice.remove_suffix(pingAdvice.size());
+    if (subject.ping && advice.ends_with(PING_ADVICE)) {
+        advice.remove_suffix(PING_ADVICE.size());
     }
     return std::string(advice);
 }
@@ -132,8 +132,8 @@ double milliseconds(double seconds) {
 }
 
 std::string sizeText(const Sample& sample) {
-    return fmt::format("{} of {} bytes ({} %)", sample.contentSize, resultSetLimit,
-                       sample.contentSize * 100 / resultSetLimit);
+    return fmt::format("{} of {} bytes ({} %)", sample.contentSize, RESULT_SET_LIMIT,
+                       sample.contentSize * 100 / RESULT_SET_LIMIT);
 }
 
 std::string sampleDetails(const Sample& sample) {

@@ -18,7 +18,7 @@ namespace zulstat {
 
 namespace {
 
-constexpr short redPair = 1;
+constexpr short RED_PAIR = 1;
 
 SCREEN* terminal = nullptr;
 WINDOW* keys = nullptr;  // a pad, as reading a key from a window draws that first
@@ -58,7 +58,7 @@ Screen::Screen(bool useColor) {
         if (color) {
             start_color();
             use_default_colors();
-            init_pair(redPair, COLOR_RED, -1);
+            init_pair(RED_PAIR, COLOR_RED, -1);
         }
         keypad(keys, TRUE);
         nodelay(keys, TRUE);
@@ -97,7 +97,7 @@ void Screen::put(int row, int column, std::string_view text, Style style) {
     }
     const std::string cut = inUsersCharacters(cutToWidth(text, static_cast<std::size_t>(columns() - column)));
     const UsersLocale locale;
-    const attr_t red = color ? static_cast<attr_t>(COLOR_PAIR(redPair)) : A_BOLD;
+    const attr_t red = color ? static_cast<attr_t>(COLOR_PAIR(RED_PAIR)) : A_BOLD;
     const attr_t attributes = style == Style::bold     ? A_BOLD
                               : style == Style::dim    ? A_DIM
                               : style == Style::header ? A_REVERSE
@@ -115,9 +115,9 @@ void Screen::update() {
 
 std::optional<int> Screen::key() {
     static const std::map<int, int> known = {
-        {KEY_UP, keyUp},     {KEY_DOWN, keyDown},  {KEY_PPAGE, keyPageUp},        {KEY_NPAGE, keyPageDown},
-        {KEY_HOME, keyHome}, {KEY_END, keyEnd},    {KEY_RESIZE, keyResize},       {KEY_ENTER, keyEnter},
-        {'\n', keyEnter},    {'\b', keyBackspace}, {KEY_BACKSPACE, keyBackspace},
+        {KEY_UP, keyUp},     {KEY_DOWN, keyDown},   {KEY_PPAGE, keyPageUp},         {KEY_NPAGE, keyPageDown},
+        {KEY_HOME, keyHome}, {KEY_END, keyEnd},     {KEY_RESIZE, keyResize},        {KEY_ENTER, KEY_ENTER},
+        {'\n', KEY_ENTER},   {'\b', KEY_BACKSPACE}, {KEY_BACKSPACE, KEY_BACKSPACE},
     };
     const int code = wgetch(keys);
     if (code == ERR) {

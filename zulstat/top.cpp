@@ -28,11 +28,11 @@ using namespace monitor;
 
 namespace {
 
-constexpr std::array<double, 10> intervals = {0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 30, 60};
-constexpr std::size_t sparkWidth = 20;
-constexpr std::size_t rateWidth = 12;
+constexpr std::array<double, 10> INTERVALS = {0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 30, 60};
+constexpr std::size_t SPARK_WIDTH = 20;
+constexpr std::size_t RATE_WIDTH = 12;
 
-constexpr std::array<const char*, 13> helpLines = {
+constexpr std::array<const char*, 13> HELP_LINES = {
     "q          leave",
     "s          sort by the next column: id, value, rate",
     "r          reverse the order",
@@ -141,7 +141,7 @@ private:
         case keyEnd:
             scroll = static_cast<int>(rows.count());
             break;
-        case keyEscape:
+        case KEY_ESCAPE:
             filterText.clear();
             break;
         case 'q':
@@ -165,11 +165,11 @@ private:
             break;
         case '+':
         case '=':
-            setInterval(std::max(interval, *std::upper_bound(intervals.begin(), intervals.end() - 1, interval)));
+            setInterval(std::max(interval, *std::upper_bound(INTERVALS.begin(), INTERVALS.end() - 1, interval)));
             break;
         case '-':
             setInterval(std::min(
-                interval, *std::upper_bound(intervals.rbegin(), intervals.rend() - 1, interval, std::greater())));
+                interval, *std::upper_bound(INTERVALS.rbegin(), INTERVALS.rend() - 1, interval, std::greater())));
             break;
         case 'h':
         case '?':
@@ -181,14 +181,14 @@ private:
     }
 
     void type(int key) {
-        if (key == keyEnter || key == keyEscape) {
+        if (key == KEY_ENTER || key == KEY_ESCAPE) {
             typing = false;
-            filterText = key == keyEscape ? "" : filterText;
-        } else if (key == keyClear) {
+            filterText = key == KEY_ESCAPE ? "" : filterText;
+        } else if (key == KEY_CLEAR) {
             filterText.clear();
-        } else if (key == keyBackspace && !filterText.empty()) {
+        } else if (key == KEY_BACKSPACE && !filterText.empty()) {
             filterText.pop_back();
-        } else if (key >= ' ' && key < keyBackspace) {
+        } else if (key >= ' ' && key < KEY_BACKSPACE) {
             filterText += static_cast<char>(key);
         }
         scroll = 0;
@@ -229,8 +229,8 @@ private:
             screen->put(head++, 0, line, lost.empty() ? Style::normal : Style::bad);
         }
         if (help) {
-            for (std::size_t line = 0; line < helpLines.size(); ++line) {
-                screen->put(head + 1 + static_cast<int>(line), 2, helpLines[line]);
+            for (std::size_t line = 0; line < HELP_LINES.size(); ++line) {
+                screen->put(head + 1 + static_cast<int>(line), 2, HELP_LINES[line]);
             }
         } else {
             drawRows();
@@ -251,29 +251,29 @@ private:
             idWidth = std::max(idWidth, columnWidth(row->id));
             valueWidth = std::max(valueWidth, columnWidth(row->value));
         }
-        const std::size_t fixed = idWidth + rateWidth + sparkWidth + 6;
+        const std::size_t fixed = idWidth + RATE_WIDTH + SPARK_WIDTH + 6;
         valueWidth = std::min(valueWidth, std::max<std::size_t>(columns > fixed ? columns - fixed : 0, 24));
-        const std::size_t others = valueWidth + rateWidth + sparkWidth + 6;
+        const std::size_t others = valueWidth + RATE_WIDTH + SPARK_WIDTH + 6;
         idWidth = std::min(idWidth, std::max<std::size_t>(columns > others ? columns - others : 0, 16));
         const int valueColumn = static_cast<int>(idWidth) + 2;
         const int rateColumn = valueColumn + static_cast<int>(valueWidth) + 2;
-        const int sparkColumn = rateColumn + static_cast<int>(rateWidth) + 2;
+        const int sparkColumn = rateColumn + static_cast<int>(RATE_WIDTH) + 2;
         const auto mark = [&](SortBy column, const char* name) {
             return std::string(name) + (sort != column ? "" : reverse ? " ^" : " v");
         };
         screen->put(head, 0, std::string(columns, ' '), Style::header);
         screen->put(head, 0, mark(SortBy::id, "ID"), Style::header);
         screen->put(head, valueColumn, padLeft(mark(SortBy::value, "VALUE"), valueWidth), Style::header);
-        screen->put(head, rateColumn, padLeft(mark(SortBy::rate, "RATE"), rateWidth), Style::header);
+        screen->put(head, rateColumn, padLeft(mark(SortBy::rate, "RATE"), RATE_WIDTH), Style::header);
         screen->put(head, sparkColumn, "HISTORY", Style::header);
         for (int line = 0; line < room && scroll + line < count; ++line) {
             const TopRow& row = *shown[static_cast<std::size_t>(scroll + line)];
             const Style style = row.failed ? Style::bad : lost.empty() ? Style::normal : Style::dim;
             screen->put(head + 1 + line, 0, cutToWidth(row.id, idWidth), style);
             screen->put(head + 1 + line, valueColumn, padLeft(cutToWidth(row.value, valueWidth), valueWidth), style);
-            screen->put(head + 1 + line, rateColumn, padLeft(row.rate, rateWidth), style);
+            screen->put(head + 1 + line, rateColumn, padLeft(row.rate, RATE_WIDTH), style);
             if (row.number) {
-                screen->put(head + 1 + line, sparkColumn, sparkline(row.history, sparkWidth, userHasUtf8()), style);
+                screen->put(head + 1 + line, sparkColumn, sparkline(row.history, SPARK_WIDTH, userHasUtf8()), style);
             }
         }
         drawFooter(shown.size(), room);

@@ -15,11 +15,11 @@ using namespace monitor;
 
 namespace {
 
-constexpr std::size_t historyLength = 20;
+constexpr std::size_t HISTORY_LENGTH = 20;
 
 void remember(std::deque<std::optional<double>>& numbers, std::optional<double> number) {
     numbers.push_back(number);
-    if (numbers.size() > historyLength) {
+    if (numbers.size() > HISTORY_LENGTH) {
         numbers.pop_front();
     }
 }

@@ -25,7 +25,7 @@ using namespace monitor;
 
 namespace {
 
-constexpr std::size_t widestId = 60;
+constexpr std::size_t WIDEST_ID = 60;
 
 double clockSeconds(clockid_t clock) {
     timespec now{};
@@ -64,7 +64,7 @@ std::vector<Line> readableLines(const Sample& sample, Changes& changes, const Op
         const bool failed = line.rc < 0 && line.id.empty();
         line.id = escapeForTerminal(failed ? line.element : line.id);
         line.value = failed ? fmt::format("failed, rc {}", line.rc) : escapeForTerminal(line.value);
-        width = std::min(std::max(width, columnWidth(line.id)), widestId);
+        width = std::min(std::max(width, columnWidth(line.id)), WIDEST_ID);
     }
     return lines;
 }
@@ -204,7 +204,7 @@ public:
     void gap(const Failure& failure, bool first, std::chrono::milliseconds) override {
         if (first) {
             print(row(isoTime(clockSeconds(CLOCK_REALTIME)),
-                      {"", "", "", failure.rc < 0 ? failure.rc : rcConnectionLost}));
+                      {"", "", "", failure.rc < 0 ? failure.rc : RC_CONNECTION_LOST}));
         }
     }
 
@@ -234,7 +234,7 @@ public:
             sample.query = options.query();
             sample.wallTime = clockSeconds(CLOCK_REALTIME);
             sample.monotonicTime = clockSeconds(CLOCK_MONOTONIC);
-            sample.addElement("", failure.rc < 0 ? failure.rc : rcConnectionLost);
+            sample.addElement("", failure.rc < 0 ? failure.rc : RC_CONNECTION_LOST);
             show(sample);
         }
     }

@@ -13,9 +13,9 @@ namespace zulstatsim {
 
 namespace {
 
-constexpr std::uint16_t defaultPort = 7531;
-constexpr unsigned highestPort = std::numeric_limits<std::uint16_t>::max();
-constexpr std::size_t mostGateways = 1000;
+constexpr std::uint16_t DEFAULT_PORT = 7531;
+constexpr unsigned HIGHEST_PORT = std::numeric_limits<std::uint16_t>::max();
+constexpr std::size_t MOST_GATEWAYS = 1000;
 
 // ---- options ------------------------------------------------------------------------------------------------------
 
@@ -28,7 +28,7 @@ struct OptionWord {
 };
 
 void setPort(Arguments& arguments, const std::string& name, const std::string& value) {
-    arguments.options.port = parseNumber<std::uint16_t>(name, value, 0, highestPort);
+    arguments.options.port = parseNumber<std::uint16_t>(name, value, 0, HIGHEST_PORT);
 }
 
 void setPortFile(Arguments& arguments, const std::string& name, const std::string& value) {
@@ -39,7 +39,7 @@ void setPortFile(Arguments& arguments, const std::string& name, const std::strin
 }
 
 void setGateways(Arguments& arguments, const std::string& name, const std::string& value) {
-    arguments.gateways = parseNumber<std::size_t>(name, value, 1, mostGateways);
+    arguments.gateways = parseNumber<std::size_t>(name, value, 1, MOST_GATEWAYS);
 }
 
 void setSeed(Arguments& arguments, const std::string& name, const std::string& value) {
@@ -48,7 +48,7 @@ void setSeed(Arguments& arguments, const std::string& name, const std::string& v
 }
 
 void setStats(Arguments& arguments, const std::string& name, const std::string& value) {
-    arguments.options.stats = parseNumber<int>(name, value, 0, simgateway::Model::maxStatistics);
+    arguments.options.stats = parseNumber<int>(name, value, 0, simgateway::Model::MAX_STATISTICS);
     arguments.ownFigures = name;
 }
 
@@ -73,7 +73,7 @@ void addFault(Arguments& arguments, const std::string& name, const std::string& 
 }
 
 void setReplay(Arguments& arguments, const std::string& name, const std::string& value) {
-    if (!canReplay) {
+    if (!CAN_REPLAY) {
         throw UsageError(name + " is not in this program: it was built without nlohmann-json");
     }
     if (value.empty()) {
@@ -82,11 +82,11 @@ void setReplay(Arguments& arguments, const std::string& name, const std::string&
     arguments.replay = value;
 }
 
-constexpr std::string_view replayText =
-    canReplay ? "answer with the samples of a file that 'zulstat watch -o jsonl' wrote, on the recorded clock"
-              : "not in this program: it was built without nlohmann-json";
+constexpr std::string_view REPLAY_TEXT =
+    CAN_REPLAY ? "answer with the samples of a file that 'zulstat watch -o jsonl' wrote, on the recorded clock"
+               : "not in this program: it was built without nlohmann-json";
 
-constexpr OptionWord optionTable[] = {
+constexpr OptionWord OPTION_TABLE[] = {
     {"--port", "", "N", "port to listen on, 0 for any free one (default 7531)", setPort},
     {"--port-file", "", "F", "write the port to file F once listening", setPortFile},
     {"--gateways", "", "N",
@@ -98,7 +98,7 @@ constexpr OptionWord optionTable[] = {
     {"--speed", "", "X", "model seconds per second, 0 to stand still (default 1)", setSpeed},
     {"--protocol", "", "TEXT", "protocol version to report (default 1_0_0_0)", setProtocol},
     {"--fault", "", "FAULT", "what goes wrong, see below; may be repeated", addFault},
-    {"--replay", "", "FILE", replayText, setReplay},
+    {"--replay", "", "FILE", REPLAY_TEXT, setReplay},
     {"--loop", "", "", "start the recording again at its end, instead of staying there",
      [](Arguments& arguments, const std::string&, const std::string&) { arguments.loop = true; }},
     {"--help", "-h", "", "print this text",
@@ -108,7 +108,7 @@ constexpr OptionWord optionTable[] = {
 };
 
 const OptionWord* findOption(std::string_view name) {
-    for (const OptionWord& option : optionTable) {
+    for (const OptionWord& option : OPTION_TABLE) {
         if (name == option.name || (name == option.shortName && !name.empty())) {
             return &option;
         }
@@ -117,7 +117,7 @@ const OptionWord* findOption(std::string_view name) {
 }
 
 void checkTogether(const Arguments& arguments) {
-    if (arguments.options.port != 0 && arguments.options.port + arguments.gateways - 1 > highestPort) {
+    if (arguments.options.port != 0 && arguments.options.port + arguments.gateways - 1 > HIGHEST_PORT) {
         throw UsageError("the ports of " + std::to_string(arguments.gateways) + " Gateways from " +
                          std::to_string(arguments.options.port) + " on end beyond 65535");
     }
@@ -134,7 +134,7 @@ void checkTogether(const Arguments& arguments) {
 
 // ---- help ---------------------------------------------------------------------------------------------------------
 
-constexpr std::size_t helpWidth = 79;
+constexpr std::size_t HELP_WIDTH = 79;
 
 // A row of two columns; the text goes on below itself.
 std::string helpRow(const std::string& head, std::string_view text, std::size_t column) {
@@ -149,7 +149,7 @@ std::string helpRow(const std::string& head, std::string_view text, std::size_t 
     while (!text.empty()) {
         const std::string_view word = text.substr(0, text.find(' '));
         text.remove_prefix(std::min(text.size(), word.size() + 1));
-        if (!first && used + 1 + word.size() > helpWidth) {
+        if (!first && used + 1 + word.size() > HELP_WIDTH) {
             row += '\n';
             used = 0;
             startText();
@@ -188,7 +188,7 @@ const char* const versionText = "zulstat-sim " ZULSTAT_SIM_VERSION "\n";
 
 std::string helpText() {
     std::vector<HelpEntry> options;
-    for (const OptionWord& option : optionTable) {
+    for (const OptionWord& option : OPTION_TABLE) {
         std::string head(option.name);
         head = (option.shortName.empty() ? "" : std::string(option.shortName) + ", ") + head;
         head += (option.value.empty() ? "" : " ") + std::string(option.value);
@@ -236,7 +236,7 @@ void checkGateway(const FaultOrder& order, std::size_t gateways) {
 
 Arguments parseArguments(const std::vector<std::string>& words) {
     Arguments arguments;
-    arguments.options.port = defaultPort;
+    arguments.options.port = DEFAULT_PORT;
     arguments.options.speed = 1;
     arguments.options.keepRequests = false;
     for (std::size_t index = 0; index < words.size(); ++index) {

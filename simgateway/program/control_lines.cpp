@@ -15,8 +15,8 @@ namespace zulstatsim {
 
 namespace {
 
-constexpr std::size_t longestLine = 65536;
-constexpr unsigned backgroundSeconds = 1;
+constexpr std::size_t LONGEST_LINE = 65536;
+constexpr unsigned BACKGROUND_SECONDS = 1;
 
 void report(const std::string& text) {
     complain("zulstat-sim: " + text + "\n");
@@ -31,14 +31,14 @@ public:
     void add(char c) {
         if (c == '\n') {
             end();
-        } else if (line.size() <= longestLine) {
+        } else if (line.size() <= LONGEST_LINE) {
             line += c;
         }
     }
 
     void end() {
-        if (line.size() > longestLine) {
-            report("a line on standard input is longer than " + std::to_string(longestLine) + " bytes");
+        if (line.size() > LONGEST_LINE) {
+            report("a line on standard input is longer than " + std::to_string(LONGEST_LINE) + " bytes");
         } else if (const std::size_t begin = line.find_first_not_of(" \t\r"); begin != std::string::npos) {
             const std::string words = line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin);
             try {
@@ -62,7 +62,7 @@ void readAll(Lines lines) {
         if (got > 0) {
             std::for_each(chunk, chunk + got, [&](char c) { lines.add(c); });
         } else if (got < 0 && errno == EIO) {
-            ::sleep(backgroundSeconds);  // the terminal belongs to other processes for now
+            ::sleep(BACKGROUND_SECONDS);  // the terminal belongs to other processes for now
         } else if (got == 0 || errno != EINTR) {
             lines.end();
             return;

@@ -23,12 +23,12 @@ using simgateway::Bytes;
 using simgateway::Exchange;
 using simgateway::Fault;
 
-constexpr std::size_t mostTimes = 1'000'000'000;
-constexpr std::size_t largestGateway = 1'000'000;
-constexpr std::size_t largestFile = std::size_t{16} << 20;
-constexpr double longestPause = 86400;
+constexpr std::size_t MOST_TIMES = 1'000'000'000;
+constexpr std::size_t LARGEST_GATEWAY = 1'000'000;
+constexpr std::size_t LARGEST_FILE = std::size_t{16} << 20;
+constexpr double LONGEST_PAUSE = 86400;
 
-constexpr std::string_view always = "always";
+constexpr std::string_view ALWAYS = "always";
 
 // ---- values -------------------------------------------------------------------------------------------------------
 
@@ -59,8 +59,8 @@ Bytes readFile(std::string_view what, std::string_view name) {
     std::uint8_t chunk[16384];
     while (const std::size_t got = std::fread(chunk, 1, sizeof chunk, file.get())) {
         bytes.insert(bytes.end(), chunk, chunk + got);
-        if (bytes.size() > largestFile) {
-            throw std::runtime_error(path + ": longer than " + std::to_string(largestFile) + " bytes");
+        if (bytes.size() > LARGEST_FILE) {
+            throw std::runtime_error(path + ": longer than " + std::to_string(LARGEST_FILE) + " bytes");
         }
     }
     if (std::ferror(file.get()) != 0) {
@@ -79,10 +79,10 @@ struct Held<std::optional<Type>> {
 };
 
 // What a word of 32 bits may be written as: with a sign or without.
-constexpr std::int64_t lowestWord = std::numeric_limits<std::int32_t>::min();
-constexpr std::int64_t highestWord = std::numeric_limits<std::uint32_t>::max();
+constexpr std::int64_t LOWEST_WORD = std::numeric_limits<std::int32_t>::min();
+constexpr std::int64_t HIGHEST_WORD = std::numeric_limits<std::uint32_t>::max();
 
-template <auto member, std::int64_t low = lowestWord, std::int64_t high = highestWord>
+template <auto member, std::int64_t low = LOWEST_WORD, std::int64_t high = HIGHEST_WORD>
 void setNumber(Fault& fault, std::string_view name, std::string_view value) {
     using Number = typename Held<std::remove_cvref_t<decltype(fault.*member)>>::type;
     fault.*member = static_cast<Number>(parseInteger(name, value, low, high));
@@ -95,12 +95,12 @@ void setByte(Fault& fault, std::string_view name, std::string_view value) {
 
 template <auto member, std::int64_t low = 0>
 void setSize(Fault& fault, std::string_view name, std::string_view value) {
-    setNumber<member, low, largestFile>(fault, name, value);
+    setNumber<member, low, LARGEST_FILE>(fault, name, value);
 }
 
 template <auto member>
 void setSeconds(Fault& fault, std::string_view name, std::string_view value) {
-    const std::chrono::duration<double> seconds(parseNumber<double>(name, value, 0, longestPause));
+    const std::chrono::duration<double> seconds(parseNumber<double>(name, value, 0, LONGEST_PAUSE));
     fault.*member = std::chrono::ceil<std::chrono::milliseconds>(seconds);
 }
 
@@ -134,7 +134,7 @@ void setProtocol(Fault& fault, std::string_view name, std::string_view value) {
 
 // ---- tables -------------------------------------------------------------------------------------------------------
 
-constexpr ExchangeWord exchangeTable[] = {
+constexpr ExchangeWord EXCHANGE_TABLE[] = {
     {"handshake", "the first exchange of a connection", Exchange::handshake},
     {"auth-first", "the first step of the authorisation", Exchange::authFirst},
     {"auth-second", "its second step", Exchange::authSecond},
@@ -149,57 +149,57 @@ constexpr unsigned bitOf(Exchange exchange) {
     return 1U << static_cast<unsigned>(exchange);
 }
 
-constexpr unsigned queries = bitOf(Exchange::invoke);
-constexpr unsigned attributes = bitOf(Exchange::getAttribute);
-constexpr unsigned calls = attributes | queries;
-constexpr unsigned auths = bitOf(Exchange::authFirst) | bitOf(Exchange::authSecond);
-constexpr unsigned withWords = auths | bitOf(Exchange::adminInit) | calls;
-constexpr unsigned all = withWords | bitOf(Exchange::handshake) | bitOf(Exchange::close);
+constexpr unsigned QUERIES = bitOf(Exchange::invoke);
+constexpr unsigned ATTRIBUTES = bitOf(Exchange::getAttribute);
+constexpr unsigned CALLS = ATTRIBUTES | QUERIES;
+constexpr unsigned AUTHS = bitOf(Exchange::authFirst) | bitOf(Exchange::authSecond);
+constexpr unsigned WITH_WORDS = AUTHS | bitOf(Exchange::adminInit) | CALLS;
+constexpr unsigned ALL = WITH_WORDS | bitOf(Exchange::handshake) | bitOf(Exchange::close);
 
-constexpr FaultWord faultTable[] = {
-    {"healthy", "", "nothing goes wrong", all, [](Fault&, std::string_view, std::string_view) {}},
+constexpr FaultWord FAULT_TABLE[] = {
+    {"healthy", "", "nothing goes wrong", ALL, [](Fault&, std::string_view, std::string_view) {}},
 
-    {"array-flag", "BYTE", "first byte of the query's payload; the number of elements follows 1 alone", queries,
+    {"array-flag", "BYTE", "first byte of the query's payload; the number of elements follows 1 alone", QUERIES,
      setByte<&Fault::arrayFlag>},
-    {"block-tag", "BYTE", "tag of every element's block: 0x77 for a short length, others for a long one", queries,
+    {"block-tag", "BYTE", "tag of every element's block: 0x77 for a short length, others for a long one", QUERIES,
      setByte<&Fault::blockTag>},
-    {"element-rc", "RC", "return code of one query element; a negative one drops its items", queries,
+    {"element-rc", "RC", "return code of one query element; a negative one drops its items", QUERIES,
      setNumber<&Fault::elementRc>},
-    {"element-index", "N", "the element that element-rc is for, counted from 0, which is the default", queries,
+    {"element-index", "N", "the element that element-rc is for, counted from 0, which is the default", QUERIES,
      setSize<&Fault::elementIndex>, "element-rc"},
 
     {"payload", "FILE", "the file's bytes in place of the payload: the whole body, or what follows the exception flag",
-     all, setFile<&Fault::payload>},
-    {"protocol", "TEXT", "the protocol version reported", attributes, setProtocol},
-    {"auth-refused", "", "the authorisation is refused", auths, setTrue<&Fault::authRefused>},
-    {"word0", "WORD", "first word of the body", withWords, setNumber<&Fault::word0>},
-    {"reply-rc", "RC", "second word of the body, the return code of the request", withWords,
+     ALL, setFile<&Fault::payload>},
+    {"protocol", "TEXT", "the protocol version reported", ATTRIBUTES, setProtocol},
+    {"auth-refused", "", "the authorisation is refused", AUTHS, setTrue<&Fault::authRefused>},
+    {"word0", "WORD", "first word of the body", WITH_WORDS, setNumber<&Fault::word0>},
+    {"reply-rc", "RC", "second word of the body, the return code of the request", WITH_WORDS,
      setNumber<&Fault::replyRc>},
-    {"exception-flag", "BYTE", "the byte before the payload; the request failed where it is not 0", calls,
+    {"exception-flag", "BYTE", "the byte before the payload; the request failed where it is not 0", CALLS,
      setByte<&Fault::exceptionFlag>},
-    {"no-body", "", "the header alone, with a data length of 0", all, setTrue<&Fault::noBody>},
-    {"body-size", "N", "the body cut, or filled with zeros, to this size", all, setSize<&Fault::bodySize>},
+    {"no-body", "", "the header alone, with a data length of 0", ALL, setTrue<&Fault::noBody>},
+    {"body-size", "N", "the body cut, or filled with zeros, to this size", ALL, setSize<&Fault::bodySize>},
 
-    {"eyecatcher", "TEXT", "4 other characters where a header begins", all, setEyecatcher},
-    {"version", "WORD", "version word of the header", all, setNumber<&Fault::version>},
-    {"flow-type", "WORD", "flow type of the header", all, setNumber<&Fault::flowType>},
-    {"echo-word", "WORD", "word that the next request brings back", all, setNumber<&Fault::echoWord>},
-    {"header-rc", "RC", "return code of the header; 0xF004 tells that the connection is lost", all,
+    {"eyecatcher", "TEXT", "4 other characters where a header begins", ALL, setEyecatcher},
+    {"version", "WORD", "version word of the header", ALL, setNumber<&Fault::version>},
+    {"flow-type", "WORD", "flow type of the header", ALL, setNumber<&Fault::flowType>},
+    {"echo-word", "WORD", "word that the next request brings back", ALL, setNumber<&Fault::echoWord>},
+    {"header-rc", "RC", "return code of the header; 0xF004 tells that the connection is lost", ALL,
      setNumber<&Fault::headerRc>},
-    {"name", "TEXT", "name in the header, with its length", all, setName},
-    {"name-length", "WORD", "length of the name, and the name as it is", all, setNumber<&Fault::nameLength>},
-    {"header-flag", "BYTE", "flag byte of the header", all, setByte<&Fault::headerFlag>},
-    {"data-length", "WORD", "length of the body, and the body as it is", all, setNumber<&Fault::dataLength>},
+    {"name", "TEXT", "name in the header, with its length", ALL, setName},
+    {"name-length", "WORD", "length of the name, and the name as it is", ALL, setNumber<&Fault::nameLength>},
+    {"header-flag", "BYTE", "flag byte of the header", ALL, setByte<&Fault::headerFlag>},
+    {"data-length", "WORD", "length of the body, and the body as it is", ALL, setNumber<&Fault::dataLength>},
 
-    {"raw-reply", "FILE", "the file's bytes in place of the whole reply", all, setFile<&Fault::rawReply>},
+    {"raw-reply", "FILE", "the file's bytes in place of the whole reply", ALL, setFile<&Fault::rawReply>},
 
-    {"silent", "", "no reply, and the connection stays open", all, setTrue<&Fault::silent>},
-    {"delay", "SECONDS", "a wait before the reply, up to 86400 seconds", all, setSeconds<&Fault::delay>},
-    {"write-size", "N", "the reply in pieces of this size", all, setSize<&Fault::writeSize, 1>},
-    {"write-pause", "SECONDS", "a wait between two pieces", all, setSeconds<&Fault::writePause>, "write-size"},
-    {"close-after", "N", "the connection is closed after this many bytes of the reply", all,
+    {"silent", "", "no reply, and the connection stays open", ALL, setTrue<&Fault::silent>},
+    {"delay", "SECONDS", "a wait before the reply, up to 86400 seconds", ALL, setSeconds<&Fault::delay>},
+    {"write-size", "N", "the reply in pieces of this size", ALL, setSize<&Fault::writeSize, 1>},
+    {"write-pause", "SECONDS", "a wait between two pieces", ALL, setSeconds<&Fault::writePause>, "write-size"},
+    {"close-after", "N", "the connection is closed after this many bytes of the reply", ALL,
      setSize<&Fault::closeAfter>},
-    {"reset", "", "that close is a reset", all, setTrue<&Fault::reset>, "close-after"},
+    {"reset", "", "that close is a reset", ALL, setTrue<&Fault::reset>, "close-after"},
 };
 
 // ---- parsing ------------------------------------------------------------------------------------------------------
@@ -226,12 +226,12 @@ std::string_view takeUpTo(std::string_view& text, char separator) {
 std::optional<std::size_t> takeTimes(std::string_view& text) {
     const std::size_t colon = text.rfind(':');
     const std::string_view count = colon == std::string_view::npos ? "" : text.substr(colon + 1);
-    if (count != always && !isNumber(count)) {
+    if (count != ALWAYS && !isNumber(count)) {
         return 1;
     }
     text = text.substr(0, colon);
-    return count == always ? std::nullopt
-                           : std::optional(parseNumber<std::size_t>("the number of exchanges", count, 1, mostTimes));
+    return count == ALWAYS ? std::nullopt
+                           : std::optional(parseNumber<std::size_t>("the number of exchanges", count, 1, MOST_TIMES));
 }
 
 void applyFault(FaultOrder& order, std::string_view exchange, std::string_view words,
@@ -259,17 +259,17 @@ void applyFault(FaultOrder& order, std::string_view exchange, std::string_view w
 }  // namespace
 
 std::span<const ExchangeWord> exchangeWords() {
-    return exchangeTable;
+    return EXCHANGE_TABLE;
 }
 
 std::span<const FaultWord> faultWords() {
-    return faultTable;
+    return FAULT_TABLE;
 }
 
 std::string exchangesOf(const FaultWord& word) {
     std::string names;
-    for (const ExchangeWord& exchange : exchangeTable) {
-        if (word.exchanges != all && (word.exchanges & bitOf(exchange.exchange)) != 0) {
+    for (const ExchangeWord& exchange : EXCHANGE_TABLE) {
+        if (word.exchanges != ALL && (word.exchanges & bitOf(exchange.exchange)) != 0) {
             names += (names.empty() ? "" : ", ") + std::string(exchange.name);
         }
     }
@@ -280,7 +280,7 @@ FaultOrder parseFaultOrder(std::string_view words) {
     FaultOrder order;
     const std::size_t slash = words.find('/');
     if (slash != std::string_view::npos && isNumber(words.substr(0, slash))) {
-        order.gateway = parseNumber<std::size_t>("the Gateway", takeUpTo(words, '/'), 1, largestGateway);
+        order.gateway = parseNumber<std::size_t>("the Gateway", takeUpTo(words, '/'), 1, LARGEST_GATEWAY);
     }
     if (words.find(':') == std::string_view::npos) {
         throw UsageError("no EXCHANGE:FAULT in '" + std::string(words) + "'");

@@ -36,7 +36,7 @@ std::unique_ptr<simgateway::Server> listening(const simgateway::Options& options
 
 Gateways::Gateways(const Arguments& arguments) {
     simgateway::Options options = arguments.options;
-    if constexpr (canReplay) {
+    if constexpr (CAN_REPLAY) {
         if (!arguments.replay.empty()) {
             options.scenes = readRecording(arguments.replay, arguments.loop);
         }

@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstdint>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <string>
@@ -21,8 +21,7 @@
 
 namespace {
 
-constexpr int exitFailure = 1;
-constexpr int exitUsage = 2;
+constexpr int EXIT_USAGE = 2;
 
 [[noreturn]] void throwErrno(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -106,9 +105,9 @@ int main(int argc, char** argv) {
         return serve(arguments);
     } catch (const zulstatsim::UsageError& error) {
         zulstatsim::complain("zulstat-sim: " + std::string(error.what()) + "\nTry 'zulstat-sim --help'.\n");
-        return exitUsage;
+        return EXIT_USAGE;
     } catch (const std::exception& error) {
         zulstatsim::complain("zulstat-sim: " + std::string(error.what()) + "\n");
-        return exitFailure;
+        return EXIT_FAILURE;
     }
 }

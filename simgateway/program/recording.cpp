@@ -27,9 +27,9 @@ using simgateway::Model;
 using simgateway::ResourceGroup;
 using simgateway::Scene;
 
-constexpr std::string_view schema = "zulstat/1";
-constexpr std::size_t longestLine = std::size_t{64} << 20;
-constexpr std::size_t longestText = 0xFFFF;
+constexpr std::string_view SCHEMA = "zulstat/1";
+constexpr std::size_t LONGEST_LINE = std::size_t{64} << 20;
+constexpr std::size_t LONGEST_TEXT = 0xFFFF;
 
 // What is wrong with a line.
 struct BadLine : std::runtime_error {
@@ -53,11 +53,11 @@ public:
         std::size_t end = 0;
         while ((end = rest.find('\n', searched)) == std::string::npos) {
             searched = rest.size();
-            if (searched > longestLine) {
-                throw failure("longer than " + std::to_string(longestLine) + " bytes");
+            if (searched > LONGEST_LINE) {
+                throw failure("longer than " + std::to_string(LONGEST_LINE) + " bytes");
             }
-            rest.resize(searched + chunk);
-            rest.resize(searched + std::fread(rest.data() + searched, 1, chunk, input.get()));
+            rest.resize(searched + CHUNK);
+            rest.resize(searched + std::fread(rest.data() + searched, 1, CHUNK, input.get()));
             if (std::ferror(input.get()) != 0) {
                 throw std::system_error(errno, std::generic_category(), name);
             }
@@ -76,7 +76,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t chunk = 65536;
+    static constexpr std::size_t CHUNK = 65536;
 
     const std::string name;
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> input;
@@ -97,7 +97,7 @@ const Json& member(const Json& object, const char* name, const char* kind, bool 
 
 const std::string& text(const Json& object, const char* name) {
     const auto& value = member(object, name, "text", &Json::is_string).get_ref<const std::string&>();
-    if (value.size() > longestText) {
+    if (value.size() > LONGEST_TEXT) {
         throw BadLine("the text '" + std::string(name) + "' is longer than 65535 bytes");
     }
     return value;
@@ -199,8 +199,8 @@ public:
 
 private:
     void add(const Json& document) {
-        if (text(document, "schema") != schema) {
-            throw BadLine("its schema is not " + std::string(schema));
+        if (text(document, "schema") != SCHEMA) {
+            throw BadLine("its schema is not " + std::string(SCHEMA));
         }
         const Json& query = member(document, "query", "object", &Json::is_object);
         if (!text(query, "what").starts_with("stats")) {

@@ -9,7 +9,7 @@
 namespace zulstatsim {
 
 // Whether the program was built with what reads recordings; without it readRecording() is not there.
-inline constexpr bool canReplay = ZULSTAT_SIM_REPLAY != 0;
+inline constexpr bool CAN_REPLAY = ZULSTAT_SIM_REPLAY != 0;
 
 // Reads a file of JSON lines, a sample each. The scenes begin with the first sample, and a failed one has no model; the
 // last one stays, or with `loop` the first follows it after as long a time as lies between the last two. Throws

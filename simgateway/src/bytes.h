@@ -12,8 +12,8 @@
 namespace simgateway {
 
 // The head of an object stream, and the tag of a string in it.
-inline constexpr std::uint32_t streamMagicAndVersion = 0xACED0005;
-inline constexpr std::uint8_t tcString = 0x74;
+inline constexpr std::uint32_t STREAM_MAGIC_AND_VERSION = 0xACED0005;
+inline constexpr std::uint8_t TC_STRING = 0x74;
 
 inline void put8(Bytes& out, std::uint8_t value) {
     out.push_back(value);

@@ -12,10 +12,10 @@ namespace simgateway {
 namespace {
 
 // The daemon was started at this moment plus some hours that the seed decides; model time counts from there.
-constexpr std::uint64_t epoch = 1704067200;  // 2024-01-01T00:00:00Z
-constexpr std::uint64_t latestStart = 86400;
+constexpr std::uint64_t EPOCH = 1704067200;  // 2024-01-01T00:00:00Z
+constexpr std::uint64_t LATEST_START = 86400;
 
-constexpr std::uint64_t stateSeconds = 300;  // a state name lasts at least this long
+constexpr std::uint64_t STATE_SECONDS = 300;  // a state name lasts at least this long
 
 // Fills one group. Statistic identifiers are the group's identifier and a suffix.
 class GroupWriter {
@@ -66,7 +66,7 @@ public:
     // Mostly the first name.
     void state(std::string_view suffix, std::array<std::string_view, 3> names) {
         add(suffix, [names, key = keyOf(seed, idOf(suffix))](std::uint64_t t) {
-            const std::uint64_t draw = mix(key, t / stateSeconds) % 16;
+            const std::uint64_t draw = mix(key, t / STATE_SECONDS) % 16;
             return std::string(names[draw < 14 ? 0 : draw - 13]);
         });
     }
@@ -81,7 +81,7 @@ private:
 };
 
 std::uint64_t startTime(std::uint64_t seed) {
-    return epoch + mix(keyOf(seed, "daemon.start.time"), 0) % latestStart;
+    return EPOCH + mix(keyOf(seed, "daemon.start.time"), 0) % LATEST_START;
 }
 
 void fillDaemon(GroupWriter group, std::uint64_t seed) {
@@ -116,7 +116,7 @@ void fillHost(GroupWriter group, std::uint64_t seed) {
     group.gauge("swap.used.kb", 0, 300000);
     group.counter("net.in.bytes.total", 250000);
     group.counter("net.out.bytes.total", 410000);
-    group.text("boot.time", formatTime(startTime(seed) - latestStart));
+    group.text("boot.time", formatTime(startTime(seed) - LATEST_START));
 }
 
 void fillConnectionManager(GroupWriter group, std::uint64_t seed) {

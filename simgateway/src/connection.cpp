@@ -61,15 +61,15 @@ void Connection::serve() {
 
 // Appends the bytes of one request as far as they come. False when they are not a whole request of sane lengths.
 bool Connection::readRequest(Bytes& message) {
-    if (!receive(socket, message, fixedHeaderSize, stop)) {
+    if (!receive(socket, message, FIXED_HEADER_SIZE, stop)) {
         return false;
     }
-    const std::uint32_t nameLength = ByteReader(message, fixedHeaderSize - 4).get32();
-    if (nameLength > longestName || !receive(socket, message, nameLength + headerTailSize, stop)) {
+    const std::uint32_t nameLength = ByteReader(message, FIXED_HEADER_SIZE - 4).get32();
+    if (nameLength > LONGEST_NAME || !receive(socket, message, nameLength + HEADER_TAIL_SIZE, stop)) {
         return false;
     }
     const auto dataLength = static_cast<std::int32_t>(ByteReader(message, message.size() - 4).get32());
-    if (dataLength < 0 || dataLength > largestBody) {
+    if (dataLength < 0 || dataLength > LARGEST_BODY) {
         return false;
     }
     return receive(socket, message, static_cast<std::size_t>(dataLength), stop);

@@ -44,14 +44,14 @@ private:
         std::size_t times;  // at least 1
     };
 
-    static constexpr std::size_t kinds = static_cast<std::size_t>(Exchange::unknown);
+    static constexpr std::size_t KINDS = static_cast<std::size_t>(Exchange::unknown);
 
     const bool keepRequests;
     mutable std::mutex lock;                  // guards all that follows
     mutable std::condition_variable changed;  // a request recorded, a connection opened or closed
-    std::array<std::deque<Waiting>, kinds> faults;
-    std::array<Fault, kinds> standing;  // where no fault waits
-    std::array<std::optional<Bytes>, kinds> payloads;
+    std::array<std::deque<Waiting>, KINDS> faults;
+    std::array<Fault, KINDS> standing;  // where no fault waits
+    std::array<std::optional<Bytes>, KINDS> payloads;
     std::vector<Request> received;
     std::size_t open = 0;
 };

@@ -10,9 +10,9 @@ namespace simgateway {
 namespace {
 
 // Precedes a single string in an invoke body: element count, then the head of an object stream.
-constexpr std::uint32_t oneElement = 1;
+constexpr std::uint32_t ONE_ELEMENT = 1;
 
-constexpr std::size_t handshakePadding = 10;
+constexpr std::size_t HANDSHAKE_PADDING = 10;
 
 void require(bool holds, const char* what) {
     if (!holds) {
@@ -21,7 +21,7 @@ void require(bool holds, const char* what) {
 }
 
 std::size_t bodyOffset(const Header& header) {
-    return fixedHeaderSize + header.nameLength + headerTailSize;
+    return FIXED_HEADER_SIZE + header.nameLength + HEADER_TAIL_SIZE;
 }
 
 bool isLower(char c) {
@@ -73,12 +73,12 @@ Header decodeHeader(const Bytes& message) {
 
 Exchange classify(const Header& header, const Bytes& message) {
     if (header.name == "BASE") {
-        if (header.flowType == flowTypeHandshake) {
+        if (header.flowType == FLOW_TYPE_HANDSHAKE) {
             return Exchange::handshake;
         }
-        return header.flowType == flowTypeClose ? Exchange::close : Exchange::unknown;
+        return header.flowType == FLOW_TYPE_CLOSE ? Exchange::close : Exchange::unknown;
     }
-    if (header.flowType != flowTypeRequest || header.dataLength < 4) {
+    if (header.flowType != FLOW_TYPE_REQUEST || header.dataLength < 4) {
         return Exchange::unknown;
     }
     const std::uint32_t callType = ByteReader(message, bodyOffset(header)).get32();
@@ -90,11 +90,11 @@ Exchange classify(const Header& header, const Bytes& message) {
     }
     if (header.name == "Admin") {
         switch (callType) {
-        case callTypeInit:
+        case CALL_TYPE_INIT:
             return Exchange::adminInit;
-        case callTypeGetAttribute:
+        case CALL_TYPE_GET_ATTRIBUTE:
             return Exchange::getAttribute;
-        case callTypeInvoke:
+        case CALL_TYPE_INVOKE:
             return Exchange::invoke;
         default:
             break;
@@ -108,7 +108,7 @@ void checkHandshakeBody(const Header& header, const Bytes& message) {
         ByteReader reader(message, bodyOffset(header));
         requireLanguage(reader.getText());
         requireCountry(reader.getText());
-        require(reader.getChars(handshakePadding) == std::string(handshakePadding, '\0'), "padding is not zero");
+        require(reader.getChars(HANDSHAKE_PADDING) == std::string(HANDSHAKE_PADDING, '\0'), "padding is not zero");
         require(reader.left() == 0, "bytes after the handshake body");
     } catch (const std::out_of_range&) {
         throw MalformedRequest("handshake body ends early");
@@ -149,10 +149,11 @@ AdminBody decodeAdminBody(const Header& header, const Bytes& message, Exchange e
         body.objectName = reader.getText();
         body.member = reader.getText();
         if (exchange == Exchange::invoke) {
-            require(reader.get32() == oneElement, "not one parameter");
-            require(reader.get32() == streamMagicAndVersion && reader.get8() == tcString, "parameter is not a string");
+            require(reader.get32() == ONE_ELEMENT, "not one parameter");
+            require(reader.get32() == STREAM_MAGIC_AND_VERSION && reader.get8() == TC_STRING,
+                    "parameter is not a string");
             body.query = reader.getText();
-            require(reader.get32() == oneElement, "not one parameter type");
+            require(reader.get32() == ONE_ELEMENT, "not one parameter type");
             body.signature = reader.getText();
         }
         require(reader.left() == 0, "bytes after the call");

@@ -9,30 +9,30 @@
 
 namespace simgateway {
 
-inline constexpr std::uint32_t protocolLevel = 0x00700000;  // the version word
-inline constexpr std::string_view eyecatcherText = "Gate";
+inline constexpr std::uint32_t PROTOCOL_LEVEL = 0x00700000;  // the version word
+inline constexpr std::string_view EYECATCHER_TEXT = "Gate";
 
-inline constexpr std::int32_t flowTypeRequest = 1;  // auth and admin
-inline constexpr std::int32_t flowTypeHandshake = 5;
-inline constexpr std::int32_t flowTypeClose = 10;
+inline constexpr std::int32_t FLOW_TYPE_REQUEST = 1;  // auth and admin
+inline constexpr std::int32_t FLOW_TYPE_HANDSHAKE = 5;
+inline constexpr std::int32_t FLOW_TYPE_CLOSE = 10;
 
-inline constexpr std::uint32_t callTypeInit = 0;
-inline constexpr std::uint32_t callTypeGetAttribute = 1;
-inline constexpr std::uint32_t callTypeInvoke = 5;
+inline constexpr std::uint32_t CALL_TYPE_INIT = 0;
+inline constexpr std::uint32_t CALL_TYPE_GET_ATTRIBUTE = 1;
+inline constexpr std::uint32_t CALL_TYPE_INVOKE = 5;
 
-inline constexpr std::size_t fixedHeaderSize = 24;  // up to the name
-inline constexpr std::size_t headerTailSize = 5;    // flag byte and data length
-inline constexpr std::uint32_t longestName = 24;
-inline constexpr std::int32_t largestBody = 1 << 20;
+inline constexpr std::size_t FIXED_HEADER_SIZE = 24;  // up to the name
+inline constexpr std::size_t HEADER_TAIL_SIZE = 5;    // flag byte and data length
+inline constexpr std::uint32_t LONGEST_NAME = 24;
+inline constexpr std::int32_t LARGEST_BODY = 1 << 20;
 
 // Offsets of header words that a peer hands back.
-inline constexpr std::size_t versionOffset = 4;
-inline constexpr std::size_t echoWordOffset = 12;
+inline constexpr std::size_t VERSION_OFFSET = 4;
+inline constexpr std::size_t ECHO_WORD_OFFSET = 12;
 
 struct Header {
-    std::string eyecatcher{eyecatcherText};
-    std::uint32_t version = protocolLevel;
-    std::int32_t flowType = flowTypeRequest;
+    std::string eyecatcher{EYECATCHER_TEXT};
+    std::uint32_t version = PROTOCOL_LEVEL;
+    std::int32_t flowType = FLOW_TYPE_REQUEST;
     std::uint32_t word12 = 0;  // request: 0; reply: the echo word
     std::uint32_t word16 = 0;  // request: the echo word; reply: the return code
     std::uint32_t nameLength = 0;

@@ -22,8 +22,8 @@ std::vector<std::string_view> split(std::string_view query) {
 }
 
 int checked(int statistics) {
-    if (statistics < 0 || statistics > Model::maxStatistics) {
-        throw std::invalid_argument("number of statistics must be 0 to " + std::to_string(Model::maxStatistics));
+    if (statistics < 0 || statistics > Model::MAX_STATISTICS) {
+        throw std::invalid_argument("number of statistics must be 0 to " + std::to_string(Model::MAX_STATISTICS));
     }
     return statistics;
 }
@@ -82,7 +82,7 @@ Reply Model::select(std::string_view query, Reply reply,
         } else if (const Statistic* statistic = lookUp(statisticsById, piece)) {
             addItem(reply.element(piece), *statistic);
         } else {
-            reply.element(piece, unknownElementRc);
+            reply.element(piece, UNKNOWN_ELEMENT_RC);
         }
     }
     return reply;
@@ -103,7 +103,7 @@ Reply Model::resourceGroups(std::string_view query) const {
         if (group != nullptr && group->isListed) {
             reply.element(piece).id(piece);
         } else {
-            reply.element(piece, unknownElementRc);
+            reply.element(piece, UNKNOWN_ELEMENT_RC);
         }
     }
     return reply;

@@ -11,48 +11,48 @@ namespace simgateway {
 namespace {
 
 // Object stream tags.
-constexpr std::uint8_t tcReference = 0x71;
-constexpr std::uint8_t tcClassDesc = 0x72;
-constexpr std::uint8_t tcObject = 0x73;
-constexpr std::uint8_t tcNull = 0x70;
-constexpr std::uint8_t tcBlockData = 0x77;
-constexpr std::uint8_t tcEndBlockData = 0x78;
-constexpr std::uint8_t tcBlockDataLong = 0x7A;
+constexpr std::uint8_t TC_REFERENCE = 0x71;
+constexpr std::uint8_t TC_CLASS_DESC = 0x72;
+constexpr std::uint8_t TC_OBJECT = 0x73;
+constexpr std::uint8_t TC_NULL = 0x70;
+constexpr std::uint8_t TC_BLOCK_DATA = 0x77;
+constexpr std::uint8_t TC_END_BLOCK_DATA = 0x78;
+constexpr std::uint8_t TC_BLOCK_DATA_LONG = 0x7A;
 
 // Class description flags: externalizable, written in block data mode.
-constexpr std::uint8_t scExternalizableBlockData = 0x0C;
+constexpr std::uint8_t SC_EXTERNALIZABLE_BLOCK_DATA = 0x0C;
 
-constexpr std::uint64_t elementClassUid = 0x2F6A1C0D58E3B947;
-constexpr std::uint64_t superClassUid = 0x51D0937E4C2AF86B;
-constexpr std::uint64_t itemClassUid = 0x6B83E5F219047DCA;
+constexpr std::uint64_t ELEMENT_CLASS_UID = 0x2F6A1C0D58E3B947;
+constexpr std::uint64_t SUPER_CLASS_UID = 0x51D0937E4C2AF86B;
+constexpr std::uint64_t ITEM_CLASS_UID = 0x6B83E5F219047DCA;
 
 // Handle of the item class in its element's stream. Handles count from 0x007E0000 in the order of writing: element
 // class, superclass, element object, item class.
-constexpr std::uint32_t itemClassHandle = 0x007E0003;
+constexpr std::uint32_t ITEM_CLASS_HANDLE = 0x007E0003;
 
-constexpr std::size_t shortBlockLimit = 0xFF;
+constexpr std::size_t SHORT_BLOCK_LIMIT = 0xFF;
 
 // Bytes between the end byte of a statistics element without items and the next element, which starts as far away as
 // if an item class with an empty name had been described.
-constexpr std::size_t emptyStatisticsFill = 11;
+constexpr std::size_t EMPTY_STATISTICS_FILL = 11;
 
-constexpr std::string_view statsReplyClass = "com.qal.zul.stats.StatsReply";
-constexpr std::string_view idsReplyClass = "com.qal.zul.stats.IdsReply";
+constexpr std::string_view STATS_REPLY_CLASS = "com.qal.zul.stats.StatsReply";
+constexpr std::string_view IDS_REPLY_CLASS = "com.qal.zul.stats.IdsReply";
 
 // A class description up to and including its empty annotation: tag, name, UID, flags, no fields, end.
 void putClassDesc(Bytes& out, std::string_view name, std::uint64_t uid) {
-    put8(out, tcClassDesc);
+    put8(out, TC_CLASS_DESC);
     putText(out, name);
     put64(out, uid);
-    put8(out, scExternalizableBlockData);
+    put8(out, SC_EXTERNALIZABLE_BLOCK_DATA);
     put16(out, 0);
-    put8(out, tcEndBlockData);
+    put8(out, TC_END_BLOCK_DATA);
 }
 
 void putBlock(Bytes& out, const Bytes& block, std::optional<std::uint8_t> forcedTag) {
-    const std::uint8_t tag = forcedTag.value_or(block.size() <= shortBlockLimit ? tcBlockData : tcBlockDataLong);
+    const std::uint8_t tag = forcedTag.value_or(block.size() <= SHORT_BLOCK_LIMIT ? TC_BLOCK_DATA : TC_BLOCK_DATA_LONG);
     put8(out, tag);
-    if (tag == tcBlockData) {
+    if (tag == TC_BLOCK_DATA) {
         put8(out, static_cast<std::uint8_t>(block.size() & 0xFF));
     } else {
         put32(out, static_cast<std::uint32_t>(block.size()));
@@ -181,12 +181,12 @@ Bytes Reply::bytes() const {
 // A client counts these distances: 6 bytes before the class name, 13 between it and the superclass name, 13 more to
 // the block tag.
 void Reply::appendElement(Bytes& out, const Element& element, bool fill) const {
-    const std::string_view usualClass = kind == Content::statistics ? statsReplyClass : idsReplyClass;
-    put32(out, streamMagicAndVersion);
-    put8(out, tcObject);
-    putClassDesc(out, elementClass ? std::string_view(*elementClass) : usualClass, elementClassUid);
-    putClassDesc(out, superClass, superClassUid);
-    put8(out, tcNull);
+    const std::string_view usualClass = kind == Content::statistics ? STATS_REPLY_CLASS : IDS_REPLY_CLASS;
+    put32(out, STREAM_MAGIC_AND_VERSION);
+    put8(out, TC_OBJECT);
+    putClassDesc(out, elementClass ? std::string_view(*elementClass) : usualClass, ELEMENT_CLASS_UID);
+    putClassDesc(out, superClass, SUPER_CLASS_UID);
+    put8(out, TC_NULL);
 
     Bytes block;
     putText(block, element.text);
@@ -205,7 +205,7 @@ void Reply::appendElement(Bytes& out, const Element& element, bool fill) const {
     if (!failed && kind == Content::statistics) {
         appendItems(out, element, fill);
     } else {
-        put8(out, tcEndBlockData);
+        put8(out, TC_END_BLOCK_DATA);
     }
 }
 
@@ -215,24 +215,24 @@ void Reply::appendElement(Bytes& out, const Element& element, bool fill) const {
 void Reply::appendItems(Bytes& out, const Element& element, bool fill) const {
     bool described = false;
     for (const Item& item : element.items) {
-        put8(out, tcObject);
+        put8(out, TC_OBJECT);
         if (!described) {
-            putClassDesc(out, itemClass, itemClassUid);
-            put8(out, tcNull);
+            putClassDesc(out, itemClass, ITEM_CLASS_UID);
+            put8(out, TC_NULL);
             described = true;
         } else {
-            put8(out, tcReference);
-            put32(out, itemClassHandle);
+            put8(out, TC_REFERENCE);
+            put32(out, ITEM_CLASS_HANDLE);
         }
         Bytes block;
         putText(block, item.id);
         putText(block, item.value);
-        putBlock(out, block, tcBlockData);
-        put8(out, tcEndBlockData);
+        putBlock(out, block, TC_BLOCK_DATA);
+        put8(out, TC_END_BLOCK_DATA);
     }
-    put8(out, tcEndBlockData);
+    put8(out, TC_END_BLOCK_DATA);
     if (!described && fill) {
-        out.insert(out.end(), emptyStatisticsFill, 0);
+        out.insert(out.end(), EMPTY_STATISTICS_FILL, 0);
     }
 }
 
@@ -255,32 +255,32 @@ std::size_t Reply::contentSize() const {
 Bytes attributePayload(std::string_view text) {
     Bytes out;
     put8(out, 0);
-    put32(out, streamMagicAndVersion);
-    put8(out, tcString);
+    put32(out, STREAM_MAGIC_AND_VERSION);
+    put8(out, TC_STRING);
     putText(out, text);
     return out;
 }
 
 namespace {
 
-constexpr std::size_t smallestContent = 32;
-constexpr std::size_t fillItemSize = 100;
+constexpr std::size_t SMALLEST_CONTENT = 32;
+constexpr std::size_t FILL_ITEM_SIZE = 100;
 
 // One element of the wanted size: items of fillItemSize, a last item with what is left over, or a longer element text
 // when that is less than an item's length fields and one character take. `add` adds an item of so many characters.
 template <typename AddItem>
 Reply contentOfSize(Reply::Content content, std::size_t size, std::size_t itemOverhead, AddItem add) {
-    if (size < smallestContent) {
+    if (size < SMALLEST_CONTENT) {
         throw std::invalid_argument("content of " + std::to_string(size) + " bytes cannot hold an element");
     }
-    std::size_t rest = size - smallestContent;
-    std::size_t fullItems = rest / fillItemSize;
-    rest %= fillItemSize;
+    std::size_t rest = size - SMALLEST_CONTENT;
+    std::size_t fullItems = rest / FILL_ITEM_SIZE;
+    rest %= FILL_ITEM_SIZE;
     const std::size_t smallestItem = itemOverhead + 1;
     Reply reply(content);
     reply.element("fill" + std::string(rest < smallestItem ? rest : 0, '.'));
     for (; fullItems > 0; --fullItems) {
-        add(reply, fillItemSize - itemOverhead);
+        add(reply, FILL_ITEM_SIZE - itemOverhead);
     }
     if (rest >= smallestItem) {
         add(reply, rest - itemOverhead);

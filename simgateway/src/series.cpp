@@ -40,10 +40,10 @@ std::int64_t Gauge::point(std::uint64_t index) const {
 }
 
 std::int64_t Gauge::at(std::uint64_t seconds) const {
-    const std::uint64_t leg = seconds / legSeconds;
-    const auto into = static_cast<std::int64_t>(seconds % legSeconds);
+    const std::uint64_t leg = seconds / LEG_SECONDS;
+    const auto into = static_cast<std::int64_t>(seconds % LEG_SECONDS);
     const std::int64_t from = point(leg);
-    return from + (point(leg + 1) - from) * into / static_cast<std::int64_t>(legSeconds);
+    return from + (point(leg + 1) - from) * into / static_cast<std::int64_t>(LEG_SECONDS);
 }
 
 std::string formatTime(std::uint64_t moment) {

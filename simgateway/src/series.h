@@ -29,7 +29,7 @@ private:
 // Moves within [low, high], in straight lines between points `legSeconds` apart.
 class Gauge {
 public:
-    static constexpr std::uint64_t legSeconds = 32;
+    static constexpr std::uint64_t LEG_SECONDS = 32;
 
     Gauge(std::uint64_t gaugeKey, std::int64_t lowest, std::int64_t highest);
     std::int64_t at(std::uint64_t seconds) const;

@@ -28,11 +28,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // Model time stays below this, so that no statistic overflows.
-constexpr double lastSecond = 1e10;
-constexpr std::uint64_t largestAdvance = 10'000'000'000;
+constexpr double LAST_SECOND = 1e10;
+constexpr std::uint64_t LARGEST_ADVANCE = 10'000'000'000;
 
 // The acceptor looks at the scene after this many seconds at the latest.
-constexpr double longestRest = 1e6;
+constexpr double LONGEST_REST = 1e6;
 
 // Rest for the acceptor when the system has no descriptor or thread left.
 constexpr std::chrono::milliseconds shortage(20);
@@ -92,7 +92,8 @@ public:
             throw std::logic_error("the time of scenes runs by itself");
         }
         std::uint64_t now = advanced.load();
-        while (!advanced.compare_exchange_weak(now, std::min(largestAdvance, now + std::min(largestAdvance, count)))) {
+        while (
+            !advanced.compare_exchange_weak(now, std::min(LARGEST_ADVANCE, now + std::min(LARGEST_ADVANCE, count)))) {
         }
     }
 
@@ -108,7 +109,7 @@ private:
 
     double elapsed() const {
         const std::chrono::duration<double> real = Clock::now() - start;
-        return std::min(real.count() * options.speed, lastSecond);
+        return std::min(real.count() * options.speed, LAST_SECOND);
     }
 
     // How long the scene keeps its model, or its lack of one; negative: for good.
@@ -117,7 +118,7 @@ private:
         if (!std::isfinite(left)) {
             return std::chrono::milliseconds(-1);
         }
-        const std::chrono::duration<double> rest(std::clamp(left, 0.0, longestRest));
+        const std::chrono::duration<double> rest(std::clamp(left, 0.0, LONGEST_REST));
         return std::max(std::chrono::ceil<std::chrono::milliseconds>(rest), std::chrono::milliseconds(1));
     }
 

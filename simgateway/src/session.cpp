@@ -6,15 +6,15 @@ namespace simgateway {
 
 namespace {
 
-constexpr std::string_view statsObjectName = "DefaultDomain:ProdId=com.qal.zul,Activity=Control,type=Stats";
-constexpr std::string_view protocolAttribute = "protocol";
-constexpr std::string_view stringSignature = "java.lang.String";
+constexpr std::string_view STATS_OBJECT_NAME = "DefaultDomain:ProdId=com.qal.zul,Activity=Control,type=Stats";
+constexpr std::string_view PROTOCOL_ATTRIBUTE = "protocol";
+constexpr std::string_view STRING_SIGNATURE = "java.lang.String";
 
-constexpr std::uint32_t closeEcho = 0xFFFFFFFF;
+constexpr std::uint32_t CLOSE_ECHO = 0xFFFFFFFF;
 
 // Size of a reply header with a usual name.
-constexpr std::size_t authHeaderSize = fixedHeaderSize + 4 + headerTailSize;
-constexpr std::size_t adminHeaderSize = fixedHeaderSize + 5 + headerTailSize;
+constexpr std::size_t AUTH_HEADER_SIZE = FIXED_HEADER_SIZE + 4 + HEADER_TAIL_SIZE;
+constexpr std::size_t ADMIN_HEADER_SIZE = FIXED_HEADER_SIZE + 5 + HEADER_TAIL_SIZE;
 
 bool isCall(Exchange exchange) {
     return exchange == Exchange::getAttribute || exchange == Exchange::invoke;
@@ -47,7 +47,7 @@ struct Session::Answer {
             hasWords = hasWords && isCall(exchange);
         }
         if (fault.authRefused && (exchange == Exchange::authFirst || exchange == Exchange::authSecond)) {
-            *this = words(0, authRefusedRc);
+            *this = words(0, AUTH_REFUSED_RC);
         }
         word0 = fault.word0.value_or(word0);
         rc = fault.replyRc.value_or(rc);
@@ -82,7 +82,7 @@ bool Session::accepts(Exchange exchange, const Bytes& message) const {
 
 void Session::checkForm(Exchange exchange, const Bytes& message) const {
     const Header header = decodeHeader(message);
-    const bool usual = header.eyecatcher == eyecatcherText && header.version == protocolLevel;
+    const bool usual = header.eyecatcher == EYECATCHER_TEXT && header.version == PROTOCOL_LEVEL;
     const bool asReplied = header.eyecatcher == eyecatcher && header.version == version;
     if (!usual && !asReplied) {
         throw MalformedRequest("unknown eyecatcher or version");
@@ -121,7 +121,7 @@ Bytes Session::answer(Exchange exchange, const Bytes& message, const Fault& faul
     if (echoFits(exchange, request)) {
         answer = usualAnswer(exchange, request, message, fault, scene);
     } else {
-        answer.headerRc = wrongEchoRc;
+        answer.headerRc = WRONG_ECHO_RC;
     }
     answer.shape(exchange, fault, fault.payload ? fault.payload : payload);
 
@@ -152,7 +152,7 @@ bool Session::echoFits(Exchange exchange, const Header& request) const {
     case Exchange::invoke:
         return request.word16 == adminEcho;
     case Exchange::close:
-        return request.word16 == closeEcho;
+        return request.word16 == CLOSE_ECHO;
     default:
         return request.word16 == 0;
     }
@@ -179,7 +179,7 @@ Session::Answer Session::usualAnswer(Exchange exchange, const Header& header, co
     case Exchange::authSecond: {
         const AuthBody body = decodeAuthBody(header, message);
         if (!authData || body.data != *authData || body.lastWord != 0) {
-            return Answer::words(0, authRefusedRc);
+            return Answer::words(0, AUTH_REFUSED_RC);
         }
         Answer answer = Answer::words(1, 0);
         put32(answer.rest, 0xB1000000 + low24);
@@ -204,10 +204,10 @@ Session::Answer Session::usualAnswer(Exchange exchange, const Header& header, co
 Session::Answer Session::answerCall(Exchange exchange, const AdminBody& body, const Fault& fault,
                                     const Scene& scene) const {
     const bool attribute = exchange == Exchange::getAttribute;
-    Answer answer = Answer::words(static_cast<std::int32_t>(attribute ? callTypeGetAttribute : callTypeInvoke), 0);
+    Answer answer = Answer::words(static_cast<std::int32_t>(attribute ? CALL_TYPE_GET_ATTRIBUTE : CALL_TYPE_INVOKE), 0);
     answer.hasFlag = true;
     if (!adminHandle || body.handle != *adminHandle) {
-        answer.rc = wrongHandleRc;
+        answer.rc = WRONG_HANDLE_RC;
         return answer;
     }
     const auto refuse = [&answer](std::string_view reason) {
@@ -215,17 +215,17 @@ Session::Answer Session::answerCall(Exchange exchange, const AdminBody& body, co
         answer.rest = attributePayload(reason);
         return answer;
     };
-    if (body.objectName != statsObjectName) {
+    if (body.objectName != STATS_OBJECT_NAME) {
         return refuse("no such object");
     }
     if (attribute) {
-        if (body.member != protocolAttribute) {
+        if (body.member != PROTOCOL_ATTRIBUTE) {
             return refuse("no such attribute");
         }
         answer.rest = attributePayload(scene.protocolVersion);
         return answer;
     }
-    if (body.signature != stringSignature) {
+    if (body.signature != STRING_SIGNATURE) {
         return refuse("no such signature");
     }
     Reply reply;
@@ -265,17 +265,17 @@ Header Session::replyHeader(const Header& request, const Answer& answer, const F
 }
 
 void Session::remember(Exchange exchange, const Bytes& reply) {
-    if (reply.size() < authHeaderSize) {
+    if (reply.size() < AUTH_HEADER_SIZE) {
         return;
     }
     ByteReader header(reply);
     eyecatcher = header.getChars(4);
     version = header.get32();
-    const std::uint32_t echo = ByteReader(reply, echoWordOffset).get32();
+    const std::uint32_t echo = ByteReader(reply, ECHO_WORD_OFFSET).get32();
     if (exchange == Exchange::authFirst) {
         authEcho = echo;
-        if (reply.size() >= authHeaderSize + 20) {
-            ByteReader body(reply, authHeaderSize);
+        if (reply.size() >= AUTH_HEADER_SIZE + 20) {
+            ByteReader body(reply, AUTH_HEADER_SIZE);
             if (body.get32() == 0 && body.get32() == 0) {
                 authData.emplace();
                 for (std::uint32_t& word : *authData) {
@@ -285,8 +285,8 @@ void Session::remember(Exchange exchange, const Bytes& reply) {
         }
     } else if (exchange == Exchange::adminInit) {
         adminEcho = echo;
-        if (reply.size() >= adminHeaderSize + 12) {
-            ByteReader body(reply, adminHeaderSize);
+        if (reply.size() >= ADMIN_HEADER_SIZE + 12) {
+            ByteReader body(reply, ADMIN_HEADER_SIZE);
             if (body.get32() == 0 && body.get32() == 0) {
                 adminHandle = body.get32();
             }

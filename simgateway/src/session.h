@@ -39,8 +39,8 @@ private:
     std::uint32_t replies = 0;
 
     // From the replies sent so far.
-    std::string eyecatcher{eyecatcherText};
-    std::uint32_t version = protocolLevel;
+    std::string eyecatcher{EYECATCHER_TEXT};
+    std::uint32_t version = PROTOCOL_LEVEL;
     std::uint32_t authEcho = 0;
     std::uint32_t adminEcho = 0;
     std::optional<std::array<std::uint32_t, 3>> authData;

@@ -18,7 +18,7 @@ namespace simgateway {
 
 namespace {
 
-constexpr std::size_t receiveChunk = 16384;
+constexpr std::size_t RECEIVE_CHUNK = 16384;
 
 [[noreturn]] void throwErrno(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -130,7 +130,7 @@ std::uint16_t localPort(const Descriptor& socket) {
 }
 
 bool receive(const Descriptor& socket, Bytes& out, std::size_t count, const StopSignal& stop) {
-    std::uint8_t chunk[receiveChunk];
+    std::uint8_t chunk[RECEIVE_CHUNK];
     while (count > 0) {
         if (waitFor(socket.get(), POLLIN, stop, std::chrono::milliseconds(-1)) != Wait::ready) {
             return false;

@@ -29,7 +29,7 @@ namespace {
 using simgateway::Exchange;
 
 const Query conn = {What::statsByGroup, {"conn"}};
-constexpr Milliseconds enough = patience;
+constexpr Milliseconds ENOUGH = patience;
 
 simgateway::Fault silence() {
     simgateway::Fault fault;
@@ -156,7 +156,7 @@ TEST_F(Stalls, WorkerKilledInEveryPhase) {
     for (const Stall& stall : stalls) {
         SCOPED_TRACE(stall.wait);
         Collector collector(stall.prepare());
-        collector.begin(conn, Clock::now() + enough);
+        collector.begin(conn, Clock::now() + ENOUGH);
         variables.clear();
         ASSERT_TRUE(reaches(collector, stall.phase));
         kill(collector.process(), SIGKILL);
@@ -169,14 +169,14 @@ TEST_F(Stalls, WorkerKilledInEveryPhase) {
     }
     // The next query finds everything in order.
     Collector collector(silentIn(Exchange::close));
-    EXPECT_FALSE(collector.collect(conn, enough).failure);
+    EXPECT_FALSE(collector.collect(conn, ENOUGH).failure);
     const pid_t former = collector.process();
-    ASSERT_TRUE(collector.beginClose(Clock::now() + enough));
+    ASSERT_TRUE(collector.beginClose(Clock::now() + ENOUGH));
     ASSERT_TRUE(reaches(collector, Phase::closing));
     ASSERT_TRUE(eventually([&] { return server->pendingFaults(Exchange::close) == 0; }));
     kill(former, SIGKILL);
     EXPECT_EQ(collector.wait().failure.value().phase, Phase::closing);
-    const Outcome outcome = collector.collect(conn, enough);
+    const Outcome outcome = collector.collect(conn, ENOUGH);
     EXPECT_FALSE(outcome.failure);
     EXPECT_TRUE(outcome.sample.freshConnection);
     EXPECT_NE(collector.process(), former);
@@ -185,17 +185,17 @@ TEST_F(Stalls, WorkerKilledInEveryPhase) {
 TEST(Collector, ClosesWithoutWaiting) {
     simgateway::Server server;
     Collector collector(to(server.port()));
-    EXPECT_FALSE(collector.beginClose(Clock::now() + enough));  // nothing to close
-    EXPECT_FALSE(collector.close(enough));
-    ASSERT_FALSE(collector.collect(conn, enough).failure);
+    EXPECT_FALSE(collector.beginClose(Clock::now() + ENOUGH));  // nothing to close
+    EXPECT_FALSE(collector.close(ENOUGH));
+    ASSERT_FALSE(collector.collect(conn, ENOUGH).failure);
     EXPECT_TRUE(collector.connected());
-    ASSERT_TRUE(collector.beginClose(Clock::now() + enough));
+    ASSERT_TRUE(collector.beginClose(Clock::now() + ENOUGH));
     const Outcome outcome = collector.wait();
     EXPECT_FALSE(outcome.failure);
     EXPECT_FALSE(collector.connected());
     EXPECT_EQ(server.requests().back().exchange, Exchange::close);
 
-    ASSERT_FALSE(collector.collect(conn, enough).failure);
+    ASSERT_FALSE(collector.collect(conn, ENOUGH).failure);
     server.inject(Exchange::close, silence());
     const Clock::time_point deadline = Clock::now() + std::chrono::hours(1);
     ASSERT_TRUE(collector.beginClose(deadline));
@@ -219,7 +219,7 @@ TEST(Collector, HearsWhatAnOddWorkerSays) {
         CollectorOptions options = to(1);
         options.worker = ODD_WORKER_PROGRAM;
         Collector collector(options);
-        const Outcome outcome = collector.collect(conn, enough);
+        const Outcome outcome = collector.collect(conn, ENOUGH);
         ASSERT_TRUE(outcome.failure);
         EXPECT_EQ(outcome.failure->kind, FailureKind::internal);
         EXPECT_NE(outcome.failure->text.find(text), std::string::npos) << outcome.failure->text;
@@ -238,12 +238,12 @@ TEST(Collector, AQueryWhileBusyTakesThePlaceOfTheFormer) {
     simgateway::Server server;
     server.inject(Exchange::invoke, silence());
     Collector collector(to(server.port()));
-    collector.begin({What::stats, {}}, Clock::now() + enough);
+    collector.begin({What::stats, {}}, Clock::now() + ENOUGH);
     ASSERT_TRUE(eventually([&] { return server.pendingFaults(Exchange::invoke) == 0; }));
     EXPECT_FALSE(collector.advance(Clock::now()));
     EXPECT_EQ(collector.phase(), Phase::querying);
     const pid_t former = collector.process();
-    collector.begin(conn, Clock::now() + enough);
+    collector.begin(conn, Clock::now() + ENOUGH);
     const Outcome outcome = collector.wait();
     ASSERT_FALSE(outcome.failure);
     ASSERT_EQ(outcome.sample.elements.size(), 1u);
@@ -253,7 +253,7 @@ TEST(Collector, AQueryWhileBusyTakesThePlaceOfTheFormer) {
     EXPECT_NE(collector.process(), former);
     EXPECT_TRUE(eventually([&] { return !alive(former); }));
     // On the same connection.
-    EXPECT_FALSE(collector.collect(conn, enough).sample.freshConnection);
+    EXPECT_FALSE(collector.collect(conn, ENOUGH).sample.freshConnection);
 }
 
 TEST(Collector, SamplesOutliveIt) {
@@ -261,10 +261,10 @@ TEST(Collector, SamplesOutliveIt) {
     {
         simgateway::Server server;
         Collector collector(to(server.port()));
-        const Outcome outcome = collector.collect({What::stats, {}}, enough);
+        const Outcome outcome = collector.collect({What::stats, {}}, ENOUGH);
         ASSERT_FALSE(outcome.failure);
         kept = outcome.sample;
-        collector.collect(conn, enough);
+        collector.collect(conn, ENOUGH);
     }
     EXPECT_EQ(kept.items.size(), 150u);
     EXPECT_EQ(kept.items[0].id, "daemon.version");
@@ -285,11 +285,11 @@ TEST(Collector, SizeIsThatOfTheWholeAnswer) {
         {What::stats, simgateway::statsOfContentSize(32767)}, {What::stats, some}, {What::ids, ids}};
     for (const auto& [what, reply] : cases) {
         server.setPayload(Exchange::invoke, reply.bytes());
-        const Outcome outcome = collector.collect({what, {}}, enough);
+        const Outcome outcome = collector.collect({what, {}}, ENOUGH);
         ASSERT_FALSE(outcome.failure);
         EXPECT_EQ(outcome.sample.contentSize, reply.contentSize());
     }
-    EXPECT_EQ(cases[0].second.contentSize(), resultSetLimit);
+    EXPECT_EQ(cases[0].second.contentSize(), RESULT_SET_LIMIT);
 }
 
 TEST(Collector, LeavesNothingBehindAfterManyFailures) {
@@ -304,7 +304,7 @@ TEST(Collector, LeavesNothingBehindAfterManyFailures) {
         Collector stalled(to(listener.port));
         for (int count = 0; count < failures; ++count) {
             Collector& collector = count % 4 == 0 ? stalled : count % 4 == 1 ? missing : refused;
-            const Milliseconds timeout = count % 4 == 0 ? Milliseconds(count % 7) : enough;
+            const Milliseconds timeout = count % 4 == 0 ? Milliseconds(count % 7) : ENOUGH;
             const Outcome outcome = collector.collect(conn, timeout);
             ASSERT_TRUE(outcome.failure);
             const FailureKind expected = count % 4 == 0   ? FailureKind::deadline
@@ -327,7 +327,7 @@ TEST(Collector, AnInterruptDescriptorEndsWhatWaits) {
     ASSERT_EQ(write(ends[1], "", 1), 1);
     options.interruptFd = ends[0];
     Collector collector(options);
-    EXPECT_EQ(collector.collect(conn, enough).failure.value().kind, FailureKind::interrupted);
+    EXPECT_EQ(collector.collect(conn, ENOUGH).failure.value().kind, FailureKind::interrupted);
     close(ends[0]);
     close(ends[1]);
 }
@@ -340,7 +340,7 @@ TEST(Collector, FindsTheWorker) {
     EXPECT_EQ(findWorker(), "/some/where");
     CollectorOptions options = to(1);
     options.worker = findWorker();
-    const Failure failure = Collector(options).collect(conn, enough).failure.value();
+    const Failure failure = Collector(options).collect(conn, ENOUGH).failure.value();
     EXPECT_EQ(describeFailure(failure, options.target, std::chrono::seconds(5)),
               "internal error: cannot start the worker process /some/where: No such file or directory");
 }

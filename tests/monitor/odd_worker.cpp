@@ -37,7 +37,7 @@ int main() {
     const std::string mode = variable == nullptr ? "" : variable;
     const std::string phase = writePhase(Phase::querying);
     if (mode != "mute" && mode != "rude") {
-        say(writeHello(mode == "version" ? frameVersion + 1 : frameVersion));
+        say(writeHello(mode == "version" ? FRAME_VERSION + 1 : FRAME_VERSION));
     }
     if (mode == "half" || mode == "stuck") {
         std::array<char, 4096> request;

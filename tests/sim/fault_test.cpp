@@ -23,7 +23,7 @@ using simgateway::Server;
 using Clock = std::chrono::steady_clock;
 using enum simgateway::Exchange;
 
-constexpr std::size_t end = static_cast<std::size_t>(-1);
+constexpr std::size_t END = static_cast<std::size_t>(-1);
 
 TEST(Fault, changesTheReplyBytes) {
     struct {
@@ -42,11 +42,11 @@ TEST(Fault, changesTheReplyBytes) {
         {handshake, {.name = ""}, 20, 28, "00 00 00 00"},
         {handshake, {.nameLength = 77}, 20, 24, "00 00 00 4D"},
         {handshake, {.dataLength = -1}, 29, 33, "FF FF FF FF"},
-        {authFirst, {.authRefused = true}, 29, end, "00 00 00 08 00 00 00 00 00 00 00 11"},
+        {authFirst, {.authRefused = true}, 29, END, "00 00 00 08 00 00 00 00 00 00 00 11"},
         {adminInit, {.word0 = 2}, 34, 38, "00 00 00 02"},
-        {invoke, {.bodySize = 8}, 30, end, "00 00 00 08 00 00 00 05 00 00 00 00"},
-        {authFirst, {.payload = hex("01 02 03")}, 29, end, "00 00 00 03 01 02 03"},
-        {handshake, {.rawReply = hex("'Gate' 00")}, 0, end, "'Gate' 00"},
+        {invoke, {.bodySize = 8}, 30, END, "00 00 00 08 00 00 00 05 00 00 00 00"},
+        {authFirst, {.payload = hex("01 02 03")}, 29, END, "00 00 00 03 01 02 03"},
+        {handshake, {.rawReply = hex("'Gate' 00")}, 0, END, "'Gate' 00"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);

@@ -217,16 +217,16 @@ TEST(Program, endsAtOnce) {
         {"--fault invoke:payload=/nosuch", 1, "/nosuch: No such file or directory"},
         {"--loop", 2, "--loop goes with --replay only"},
         {"--loop=yes", 2, "--loop takes no value"},
-        {"--port=0 --replay /nosuch", zulstatsim::canReplay ? 1 : 2,
-         zulstatsim::canReplay ? "/nosuch: No such file or directory"
-                               : "--replay is not in this program: it was built without nlohmann-json"},
+        {"--port=0 --replay /nosuch", zulstatsim::CAN_REPLAY ? 1 : 2,
+         zulstatsim::CAN_REPLAY ? "/nosuch: No such file or directory"
+                                : "--replay is not in this program: it was built without nlohmann-json"},
     };
     for (const auto& c : cases) {
         Program wanted(c.words + (c.status == 0 ? " 2>/dev/null" : " 2>&1 >/dev/null"));
         EXPECT_EQ(wanted.end(), c.status) << c.printed;
         EXPECT_NE(wanted.printed.find(c.printed), std::string::npos) << wanted.printed;
     }
-    if (zulstatsim::canReplay) {
+    if (zulstatsim::CAN_REPLAY) {
         Program both("2>&1 --replay x --seed 1");
         EXPECT_EQ(both.end(), 2);
         EXPECT_NE(both.printed.find("--seed does not go with --replay"), std::string::npos) << both.printed;

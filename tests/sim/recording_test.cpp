@@ -24,7 +24,7 @@ namespace {
 
 using simgateway::Scene;
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double FOR_EVER = std::numeric_limits<double>::infinity();
 
 // A line as zulstat writes it.
 std::string sample(double monotonic, const std::string& elements, const std::string& protocol = "1_0_0_0",
@@ -86,9 +86,9 @@ TEST_F(Recording, servesItsSamplesOnTheirClock) {
              {2.99, "two host/1 nosuch(-1)/0 ", "1_0_0_0", 3},
              {3, "", "", 10},
              {9.99, "", "", 10},
-             {10, "three host/1 nosuch(-1)/0 ", "2_0_0_0", infinity},
-             {12, "four host/1 nosuch(-1)/0 ", "1_0_0_0", infinity},
-             {1e10, "four host/1 nosuch(-1)/0 ", "1_0_0_0", infinity},
+             {10, "three host/1 nosuch(-1)/0 ", "2_0_0_0", FOR_EVER},
+             {12, "four host/1 nosuch(-1)/0 ", "1_0_0_0", FOR_EVER},
+             {1e10, "four host/1 nosuch(-1)/0 ", "1_0_0_0", FOR_EVER},
          }) {
         hold(once, expected);
     }

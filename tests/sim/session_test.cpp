@@ -12,7 +12,7 @@ namespace {
 using simgateway::Server;
 using enum simgateway::Exchange;
 
-constexpr std::uint32_t handle = 0x9A000001;
+constexpr std::uint32_t HANDLE = 0x9A000001;
 
 TEST(Session, wholeConversationByteForByte) {
     struct {
@@ -36,14 +36,14 @@ TEST(Session, wholeConversationByteForByte) {
         {adminInit, adminInitRequest,
          "'Gate' 00 70 00 00 00 00 00 01 E5 00 01 04 00 00 00 00 00 00 00 05 'Admin' 00 00 00 00 0C"
          "00 00 00 00 00 00 00 00 9A 00 00 01"},  // init, admin rc, handle
-        {getAttribute, getAttributeRequest(0xE5000104, handle),
+        {getAttribute, getAttributeRequest(0xE5000104, HANDLE),
          "'Gate' 00 70 00 00 00 00 00 01 E5 00 01 05 00 00 00 00 00 00 00 05 'Admin' 00 00 00 00 14"
          "00 00 00 01 00 00 00 00 00"       // get attribute, admin rc, exception flag
          "00 AC ED 00 05 74 00 03 '1_2'"},  // array flag, stream with one string
         {adminInit, adminInitRequest,
          "'Gate' 00 70 00 00 00 00 00 01 E5 00 01 06 00 00 00 00 00 00 00 05 'Admin' 00 00 00 00 0C"
          "00 00 00 00 00 00 00 00 9A 00 00 01"},
-        {invoke, invokeRequest(0xE5000106, handle, "STAT_IDS", "host.name"),
+        {invoke, invokeRequest(0xE5000106, HANDLE, "STAT_IDS", "host.name"),
          "'Gate' 00 70 00 00 00 00 00 01 E5 00 01 07 00 00 00 00 00 00 00 05 'Admin' 00 00 00 00 84"
          "00 00 00 05 00 00 00 00 00"  // invoke, admin rc, exception flag
          "01 00 00 00 01 AC ED 00 05 73 72"
@@ -71,7 +71,7 @@ TEST(Session, refusalsLeaveTheConnectionOpen) {
     const Bytes data = hex("A1 00 00 01 A2 00 00 01 A3 00 00 01");
     constexpr std::uint32_t auth = 0xE5000101;
     constexpr std::uint32_t admin = 0xE5000102;
-    const Bytes call = invokeRequest(admin, handle, "GET_STATS", "host");
+    const Bytes call = invokeRequest(admin, HANDLE, "GET_STATS", "host");
     const auto replaced = [&call](const std::string& from, const std::string& to) {
         std::string text(call.begin(), call.end());
         text.replace(text.find(from), from.size(), to);
@@ -89,10 +89,10 @@ TEST(Session, refusalsLeaveTheConnectionOpen) {
         {"wrong auth data", authSecondRequest(auth, hex("A1 00 00 01 A2 00 00 01 A3 00 00 02")), 0, 17},
         {"non-zero last auth word", request(1, auth, "Auth", word(1) + data + word(9)), 0, 17},
         {"first step with an echo word", request(1, 5, "Auth", word(0)), 0xF001},
-        {"call with the echo word of another exchange", invokeRequest(auth, handle, "GET_STATS"), 0xF001},
-        {"attribute with a wrong handle", getAttributeRequest(admin, handle + 1), 0, 33},
-        {"unknown attribute", getAttributeRequest(admin, handle, "protocols"), 0, 0, 1},
-        {"unknown operation", invokeRequest(admin, handle, "GET_STATISTICS"), 0, 0, 1},
+        {"call with the echo word of another exchange", invokeRequest(auth, HANDLE, "GET_STATS"), 0xF001},
+        {"attribute with a wrong handle", getAttributeRequest(admin, HANDLE + 1), 0, 33},
+        {"unknown attribute", getAttributeRequest(admin, HANDLE, "protocols"), 0, 0, 1},
+        {"unknown operation", invokeRequest(admin, HANDLE, "GET_STATISTICS"), 0, 0, 1},
         {"unknown object", replaced("type=Stats", "type=State"), 0, 0, 1},
         {"unknown signature", replaced("java.lang.String", "java.lang.Object"), 0, 0, 1},
     };

@@ -14,7 +14,7 @@
 namespace simgateway {
 
 // Return code of a query element that names neither a statistic nor a resource group.
-inline constexpr std::int32_t unknownElementRc = -1;
+inline constexpr std::int32_t UNKNOWN_ELEMENT_RC = -1;
 
 struct Statistic {
     std::string id;
@@ -33,7 +33,7 @@ struct ResourceGroup {
 // construction.
 class Model {
 public:
-    static constexpr int maxStatistics = 100000;
+    static constexpr int MAX_STATISTICS = 100000;
 
     // Throws std::invalid_argument unless 0 <= statistics <= maxStatistics.
     explicit Model(std::uint64_t seed = 1, int statistics = 150);

@@ -21,10 +21,10 @@ namespace simgateway {
 enum class Exchange { handshake, authFirst, authSecond, adminInit, getAttribute, invoke, close, unknown };
 
 // Return codes with which the Gateway answers a well-formed request that it refuses.
-inline constexpr std::int32_t wrongEchoRc = 0xF001;       // header: the echo word is not the one that belongs here
-inline constexpr std::int32_t connectionLostRc = 0xF004;  // header: never sent unasked; a value for Fault::headerRc
-inline constexpr std::int32_t authRefusedRc = 17;         // auth rc: wrong or missing authorisation data
-inline constexpr std::int32_t wrongHandleRc = 33;         // admin rc: not the handle of this connection
+inline constexpr std::int32_t WRONG_ECHO_RC = 0xF001;       // header: the echo word is not the one that belongs here
+inline constexpr std::int32_t CONNECTION_LOST_RC = 0xF004;  // header: never sent unasked; a value for Fault::headerRc
+inline constexpr std::int32_t AUTH_REFUSED_RC = 17;         // auth rc: wrong or missing authorisation data
+inline constexpr std::int32_t WRONG_HANDLE_RC = 33;         // admin rc: not the handle of this connection
 
 // What goes wrong in one exchange. Every member left alone means health; members combine. They take effect in the
 // order of their declaration: the body is shaped first, then the header, then the way the bytes travel.
