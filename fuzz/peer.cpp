@@ -6,7 +6,6 @@
 #include "support/interposer.h"
 #include "zulstats.h"
 
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>

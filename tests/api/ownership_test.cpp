@@ -1,10 +1,11 @@
-// A connection and its result set belong to the process and thread that opened it; a copy belongs to nobody.
+// A connection and its result set belong to the process and thread that opened it; a copy belongs to nobody. Any thread
+// may close.
 #include "support/fixture.h"
 #include "support/process.h"
+#include "support/temp_directory.h"
 #include "support/walk.h"
 
 #include <cstdlib>
-#include <functional>
 #include <thread>
 
 namespace {
@@ -32,8 +33,7 @@ std::vector<int> codesOfCheckedCalls(GatewayToken* token, ResultSetToken* stats,
     for (ResultSetToken* each : {stats, ids}) {
         codes.insert(codes.end(), {copyResultSet(each, &result), dumpResultSet(each), getIdQuery(each, &query)});
     }
-    EXPECT_EQ(result, nullptr);
-    EXPECT_EQ(query, nullptr);
+    EXPECT_TRUE(result == nullptr && query == nullptr);
     return codes;
 }
 
@@ -51,6 +51,7 @@ protected:
     ResultSetToken* ids = nullptr;
 };
 
+// A child process may open its own.
 TEST_F(TwoConnections, areRefusedToOthers) {
     const std::size_t requests = server.requests().size();
     const auto expectRefusals = [this](int code) {
@@ -58,8 +59,12 @@ TEST_F(TwoConnections, areRefusedToOthers) {
         return HasFailure() ? 1 : 0;
     };
     inThread([&] { expectRefusals(STAPI_RC_RESULT_SET_TID_MISMATCH); });
-    EXPECT_EQ(runInChild([&] { return expectRefusals(STAPI_RC_RESULT_SET_PID_MISMATCH); }), 0);
+    expectInChild([&] { return expectRefusals(STAPI_RC_RESULT_SET_PID_MISMATCH); });
     EXPECT_EQ(server.requests().size(), requests);
+    expectInChild([this] {
+        ResultSetToken* own = nullptr;
+        return getStats(Connection(server), &own) == 0 ? 0 : 1;
+    });
     EXPECT_EQ(walkStats(stats), allStats(simgateway::Model()));
 }
 
@@ -79,17 +84,6 @@ TEST_F(TwoConnections, areCheckedAfterArgumentsAndContent) {
     });
 }
 
-TEST_F(Ownership, anotherThreadMayClose) {
-    Connection connection(server);
-    inThread([&] { EXPECT_EQ(closeGatewayConnection(connection.address()), 0); });
-    EXPECT_TRUE(server.waitForConnections(0, PATIENCE));
-    const Connection left(server);
-    inThread([] { EXPECT_EQ(closeAllGatewayConnections(), 0); });
-    EXPECT_TRUE(server.waitForConnections(0, PATIENCE));
-    ResultSetToken* result = nullptr;
-    EXPECT_EQ(getStats(left, &result), STAPI_RC_GATEWAY_TOKEN_NOT_FOUND);
-}
-
 TEST_F(Ownership, copyIsEverybodys) {
     const Entries expected = allStats(simgateway::Model());
     ResultSetToken* copy = nullptr;
@@ -105,7 +99,7 @@ TEST_F(Ownership, copyIsEverybodys) {
         ASSERT_EQ(getNextStat(result, &stat), 0);
         EXPECT_EQ(entryOf(stat), expected[1]) << "nor does it move the walk that it was copied from";
     }
-    EXPECT_EQ(runInChild([&] { return walkStats(copy) == expected ? 0 : 1; }), 0);
+    expectInChild([&] { return walkStats(copy) == expected ? 0 : 1; });
     inThread([&] {
         EXPECT_EQ(walkStats(copy), expected);
         EXPECT_EQ(dumpResultSet(copy), 0);
@@ -119,18 +113,61 @@ TEST_F(Ownership, copyIsEverybodys) {
     });
 }
 
-// A connection that a child process opens is the child's own.
-TEST_F(Ownership, childProcessOpensItsOwn) {
-    const Connection connection(server);
-    EXPECT_EQ(runInChild([this] {
-                  const Connection own(server);
-                  ResultSetToken* result = nullptr;
-                  EXPECT_EQ(getStats(own, &result), 0);
-                  return HasFailure() ? 1 : 0;
-              }),
-              0);
+using ForeignClose = QuietGatewayTest;
+
+// Waits until the Gateway has `count` requests of a kind, with the thread that sent the last one waiting for its
+// answer.
+void awaitRequests(const simgateway::Server& server, Exchange exchange, std::size_t count) {
+    while (countRequests(server, exchange) < count) {  // the fixture's alarm bounds it
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+// A query that hangs is when somebody looks: the dump shows the answer of the query before.
+TEST_F(ForeignClose, dumpShowsTheResultSetOfAQueryInProgress) {
+    const TempDirectory directory;
+    const std::string file = directory.file("dump");
+    ASSERT_EQ(setAPITraceFile(file.c_str()), 0);
+    Connection connection(server);
     ResultSetToken* result = nullptr;
-    EXPECT_EQ(getStats(connection, &result), 0) << "the parent's connection";
+    ASSERT_EQ(getStatIds(connection, &result), 0);
+    server.inject(Exchange::invoke, {.silent = true});
+    std::thread looker([&] {
+        awaitRequests(server, Exchange::invoke, 2);
+        EXPECT_EQ(dumpState(), 0);
+        EXPECT_EQ(closeAllGatewayConnections(), 0);
+    });
+    EXPECT_EQ(getStats(connection, &result), STAPI_RC_GATEWAY_CONNECTION_LOST);
+    looker.join();
+    const std::string dump = readFile(file);
+    EXPECT_THAT(dump, testing::HasSubstr("\nDump of ResultSet("));
+    EXPECT_THAT(dump, testing::HasSubstr(" : ZULIDSET"));
+    EXPECT_THAT(dump, testing::HasSubstr("\nTotal number of Gateway Token List entries=1\n"));
+}
+
+// A thread that holds the list's lock while it waits for the Gateway goes on until it has released it.
+TEST_F(ForeignClose, cancelledCloseLeavesNoLock) {
+    server.inject(Exchange::close, {.delay = std::chrono::milliseconds(300)});
+    struct {
+        Connection connection;
+        bool returned;
+    } closing = {Connection(server), false};
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(
+                  &thread, nullptr,
+                  [](void* argument) -> void* {
+                      auto* work = static_cast<decltype(closing)*>(argument);
+                      static_cast<void>(closeGatewayConnection(work->connection.address()));
+                      work->returned = true;
+                      return nullptr;
+                  },
+                  &closing),
+              0);
+    awaitRequests(server, Exchange::close, 1);
+    EXPECT_EQ(pthread_cancel(thread), 0);
+    EXPECT_EQ(pthread_join(thread, nullptr), 0);
+    EXPECT_TRUE(closing.returned);
+    EXPECT_EQ(openAndClose(server), 0);
 }
 
 }  // namespace

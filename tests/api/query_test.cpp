@@ -1,6 +1,5 @@
 // The six queries: their result set, their query strings, and what is left of a connection after a failure.
 #include "support/fixture.h"
-#include "support/process.h"
 #include "support/walk.h"
 
 #include <sys/resource.h>
@@ -16,10 +15,30 @@ using namespace support;
 
 using Querying = GatewayTest;
 using QueryString = QuietGatewayTest;
+using FailedQuery = GatewayTest;
 
 const simgateway::Model& model() {
     static const simgateway::Model instance;
     return instance;
+}
+
+TEST_F(Querying, refusesArgumentsBeforeTheGatewayHearsOfIt) {
+    const Connection open(server);
+    auto* const noToken = reinterpret_cast<GatewayToken*>(&server);
+    auto* const noResult = reinterpret_cast<ResultSetToken*>(&server);
+    const std::size_t requests = server.requests().size();
+    for (const QueryCall& call : QUERY_CALLS) {
+        SCOPED_TRACE(call.name);
+        ResultSetToken* result = noResult;
+        EXPECT_EQ(call.run(nullptr, nullptr, nullptr), STAPI_RC_NULL_GATEWAY_TOKEN);
+        EXPECT_EQ(call.run(noToken, nullptr), STAPI_RC_NULL_RESULT_SET_POINTER);
+        EXPECT_EQ(call.run(noToken, &result), STAPI_RC_GATEWAY_TOKEN_NOT_FOUND);
+        if (call.takesQuery()) {
+            EXPECT_EQ(call.run(noToken, nullptr, nullptr), STAPI_RC_NULL_QUERY_STRING);
+        }
+        EXPECT_EQ(result, noResult);
+    }
+    EXPECT_EQ(server.requests().size(), requests);
 }
 
 TEST_F(Querying, fillsOneResultSetAnew) {
@@ -93,93 +112,6 @@ TEST_F(QueryString, goesOutWholeUpToALimit) {
     }
 }
 
-class FailedQuery : public GatewayTest {
-protected:
-    void expectRemoval(const QueryCall& call, Exchange exchange, const Fault& fault, int code) {
-        Connection connection(server);
-        const int descriptors = openDescriptors();
-        server.inject(exchange, fault);
-        ResultSetToken* const untouched = reinterpret_cast<ResultSetToken*>(&connection);
-        ResultSetToken* result = untouched;
-        ASSERT_EQ(call.run(connection, &result), code);
-        EXPECT_EQ(result, untouched);
-        const int again = call.run(connection, &result);
-        if (call.staysAfterFailure) {
-            EXPECT_TRUE(again == 0 || again == STAPI_RC_GATEWAY_CONNECTION_LOST) << again;
-            EXPECT_EQ(closeGatewayConnection(connection.address()), 0);
-        } else {
-            EXPECT_EQ(again, STAPI_RC_GATEWAY_TOKEN_NOT_FOUND);
-            EXPECT_EQ(closeGatewayConnection(connection.address()), STAPI_RC_GATEWAY_TOKEN_NOT_FOUND);
-            *connection.address() = nullptr;
-        }
-        EXPECT_TRUE(server.waitForConnections(0, PATIENCE));
-        EXPECT_LT(openDescriptors(), descriptors);
-    }
-};
-
-// Every way for an exchange of a query to fail, with the code that it gives.
-TEST_F(FailedQuery, removesTheConnection) {
-    const struct {
-        Exchange exchange;
-        Fault fault;
-        int code;
-    } cases[] = {
-        {Exchange::invoke, {.headerRc = 0xF004}, STAPI_RC_GATEWAY_CONNECTION_LOST},
-        {Exchange::invoke, {.headerRc = 0xF003}, STAPI_RC_GATEWAY_REQUEST_FAILED},
-        {Exchange::adminInit, {.headerRc = 0xF004}, STAPI_RC_GATEWAY_CONNECTION_LOST},
-        {Exchange::invoke, {.replyRc = 1}, STAPI_RC_GATEWAY_REQUEST_FAILED},
-        {Exchange::adminInit, {.replyRc = -7}, STAPI_RC_GATEWAY_REQUEST_FAILED},
-        {Exchange::invoke, {.exceptionFlag = 1}, STAPI_RC_GATEWAY_REQUEST_FAILED},
-        {Exchange::invoke, {.word0 = 0}, STAPI_RC_GATEWAY_REQUEST_FAILED},
-        {Exchange::invoke, {.noBody = true}, STAPI_RC_GATEWAY_REQUEST_FAILED},
-        {Exchange::adminInit, {.noBody = true}, STAPI_RC_GATEWAY_REQUEST_FAILED},
-        {Exchange::invoke, {.bodySize = 8}, STAPI_RC_GATEWAY_REQUEST_FAILED},
-        {Exchange::invoke, {.name = "Admin2"}, STAPI_RC_GATEWAY_CONNECTION_LOST},
-        {Exchange::invoke, {.closeAfter = 0}, STAPI_RC_GATEWAY_CONNECTION_LOST},
-        {Exchange::invoke, {.closeAfter = 0, .reset = true}, STAPI_RC_GATEWAY_CONNECTION_LOST},
-        {Exchange::adminInit, {.closeAfter = 0}, STAPI_RC_GATEWAY_CONNECTION_LOST},
-        {Exchange::invoke, {.closeAfter = 60, .reset = true}, STAPI_RC_GATEWAY_CONNECTION_LOST},
-    };
-    for (const QueryCall& call : QUERY_CALLS) {
-        for (const auto& each : cases) {
-            SCOPED_TRACE(testing::Message() << call.name << ", case " << &each - cases);
-            expectRemoval(call, each.exchange, each.fault, each.code);
-        }
-        for (const std::size_t size : {32768U, 32771U, 60000U}) {
-            SCOPED_TRACE(testing::Message() << call.name << ", content of " << size);
-            const auto tooLarge =
-                call.statistics ? simgateway::statsOfContentSize(size) : simgateway::idsOfContentSize(size);
-            expectRemoval(call, Exchange::invoke, {.payload = tooLarge.bytes()}, STAPI_RC_GATEWAY_REQUEST_FAILED);
-        }
-    }
-}
-
-// A refusal leaves the stream in step, so the connection that stays can be queried again.
-TEST_F(FailedQuery, byStatGroupLeavesAUsableConnection) {
-    const Connection connection(server);
-    ResultSetToken* result = nullptr;
-    for (const Fault& fault : {Fault{.headerRc = 0xF004}, Fault{.replyRc = 3}, Fault{.exceptionFlag = 1}}) {
-        server.inject(Exchange::invoke, fault);
-        EXPECT_LT(getStatsByStatGroupId(connection, "worker", &result), 0);
-        EXPECT_EQ(getStatsByStatGroupId(connection, "worker", &result), 0);
-        EXPECT_EQ(walkStats(result), statsOfGroup(model(), "worker"));
-    }
-}
-
-TEST_F(FailedQuery, concernsItsOwnConnectionUntilTheGatewayIsGone) {
-    Connection other(server);
-    Connection failing(server);
-    ResultSetToken* result = nullptr;
-    server.inject(Exchange::invoke, {.closeAfter = 0});
-    EXPECT_EQ(getStatIds(failing, &result), STAPI_RC_GATEWAY_CONNECTION_LOST);
-    *failing.address() = nullptr;
-    EXPECT_EQ(getStats(other, &result), 0);
-    server.stop();
-    EXPECT_EQ(getStats(other, &result), STAPI_RC_GATEWAY_CONNECTION_LOST);
-    *other.address() = nullptr;
-    EXPECT_EQ(openAndClose(server), STAPI_RC_CONNECTION_REFUSED);
-}
-
 // The identifiers that a query string names may be text of the connection that the failing query removes; the trace
 // shows them on the way out.
 TEST_F(FailedQuery, withIdentifiersOfTheConnectionItself) {
@@ -188,7 +120,7 @@ TEST_F(FailedQuery, withIdentifiersOfTheConnectionItself) {
     for (const QueryCall& call : QUERY_CALLS) {
         Connection connection(server);
         char* query = nullptr;
-        ASSERT_EQ(getIdQuery(idsOf(server, connection, ids().element("").id("a").bytes()), &query), 0);
+        ASSERT_EQ(getIdQuery(resultOf(server, connection, ids().element("").id("a").bytes(), getStatIds), &query), 0);
         server.inject(Exchange::invoke, {.headerRc = 1});
         ResultSetToken* result = nullptr;
         EXPECT_EQ(call.run(connection, &result, query), STAPI_RC_GATEWAY_REQUEST_FAILED);

@@ -1,6 +1,5 @@
 // Result sets as objects: copies, dumps, and query strings made of them.
 #include "support/fixture.h"
-#include "support/temp_directory.h"
 #include "support/walk.h"
 
 #include <cstring>
@@ -9,30 +8,11 @@ namespace {
 
 using namespace support;
 using simgateway::Reply;
-using testing::HasSubstr;
 
-class ResultSet : public GatewayTest {
+class IdQuery : public GatewayTest {
 protected:
     const Connection connection{server};
 };
-
-class IdQuery : public ResultSet {};
-
-TEST_F(ResultSet, isDumpedAtLevelZero) {
-    const TempDirectory directory;
-    const std::string file = directory.file("trace");
-    ASSERT_EQ(setAPITraceLevel(0), 0);
-    ASSERT_EQ(setAPITraceFile(file.c_str()), 0);
-    ResultSetToken* result = nullptr;
-    ResultSetToken* copy = nullptr;
-    ASSERT_EQ(getStats(connection, &result), 0);
-    ASSERT_EQ(copyResultSet(result, &copy), 0);
-    for (const auto& [dumped, owner] : {std::pair(result, "owner(8888)"), {copy, "owner(9999)"}}) {
-        EXPECT_EQ(dumpResultSet(dumped), 0);
-        EXPECT_THAT(readFile(file), AllOf(HasSubstr(owner), HasSubstr(" : ZULSTSET")));
-    }
-    EXPECT_EQ(freeResultSet(&copy), 0);
-}
 
 TEST_F(IdQuery, joinsGoodIdentifiers) {
     const struct {
@@ -59,7 +39,7 @@ TEST_F(IdQuery, joinsGoodIdentifiers) {
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.what);
-        ResultSetToken* result = idsOf(server, connection, each.reply.bytes());
+        ResultSetToken* result = resultOf(server, connection, each.reply.bytes(), getStatIds);
         char untouched[] = "untouched";
         char* query = untouched;
         EXPECT_EQ(getIdQuery(result, &query), each.expected == nullptr ? STAPI_RC_NO_GOOD_IDS : 0);
@@ -72,7 +52,7 @@ TEST_F(IdQuery, joinsGoodIdentifiers) {
 TEST_F(IdQuery, startsOverAndBelongsToItsResultSet) {
     Reply reply(Reply::Content::statistics);
     reply.element("e").stat("a", "1").stat("b", "2").element("f", -1).element("g", 2).stat("c", "3");
-    ResultSetToken* result = statsOf(server, connection, reply.element("h").stat("d", "4").bytes());
+    ResultSetToken* result = resultOf(server, connection, reply.element("h").stat("d", "4").bytes(), getStats);
     StatData stat{};
     ASSERT_EQ(getFirstStat(result, &stat), 0);
     ResultSetToken* copy = nullptr;
@@ -89,7 +69,7 @@ TEST_F(IdQuery, startsOverAndBelongsToItsResultSet) {
     EXPECT_STREQ(ofCopy, "a:b:d");
     EXPECT_EQ(getNextStat(result, &stat), STAPI_RC_END_OF_RESULT_SET);
     EXPECT_EQ(freeResultSet(&copy), 0);
-    ASSERT_EQ(idsOf(server, connection, ids().element("e", -1).bytes()), result);
+    ASSERT_EQ(resultOf(server, connection, ids().element("e", -1).bytes(), getStatIds), result);
     EXPECT_EQ(getIdQuery(result, &second), STAPI_RC_NO_GOOD_IDS);
     EXPECT_STREQ(first, "a:b:d") << "a call without a result leaves the string before";
 }

@@ -41,7 +41,7 @@ void ask(Server& server, int level, const std::string& traceFile, const Case& on
     std::free(version);
     EXPECT_EQ(call.run(token, &result, one.text.c_str()), tooLarge ? STAPI_RC_GATEWAY_REQUEST_FAILED : 0);
     if (!tooLarge) {
-        const Entries entries = call.statistics ? support::walkStats(result) : support::walkIds(result);
+        const Entries entries = support::walk(result, call.statistics);
         std::size_t size = 28 + entries.at(0).element.size();
         for (const support::Entry& entry : entries) {
             size += 4 + entry.id.size() + (call.statistics ? 4 + entry.value.size() : 0);

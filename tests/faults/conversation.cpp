@@ -3,7 +3,6 @@
 #include "support/process.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 namespace faults {
@@ -22,11 +21,11 @@ const std::string& oneStatistic() {
 }
 
 Entries answerOf(int query, bool everything) {
-    Entries entries = query == 2 ? support::allGroupIds(MODEL) : support::allStats(MODEL);
+    Entries entries = support::answerOf(MODEL, query);
     if (query > 2 && !everything) {
         entries = {{oneStatistic(), 0, oneStatistic(), entries.back().value}};
     }
-    return QUERY_CALLS[query].statistics ? entries : support::idsOnly(entries);
+    return entries;
 }
 
 std::string stepName(int step) {
@@ -86,7 +85,7 @@ void converse(const Server& server, const Expected& expected, int level, int que
         alive = alive && (rc == 0 || query.staysAfterFailure);
         if (rc == 0) {
             result = latest;
-            const Entries entries = query.statistics ? support::walkStats(result) : support::walkIds(result);
+            const Entries entries = support::walk(result, query.statistics);
             EXPECT_TRUE(answer == Answer::ANY || entries == answerOf(number - QUERY, answer == Answer::OF_EVERYTHING));
         }
     }

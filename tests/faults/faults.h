@@ -6,10 +6,7 @@
 #include "support/interposer.h"
 #include "support/walk.h"
 
-#include <functional>
 #include <map>
-#include <string>
-#include <vector>
 
 namespace faults {
 

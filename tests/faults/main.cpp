@@ -2,9 +2,6 @@
 
 #include <sys/mman.h>
 
-#include <chrono>
-#include <cstdio>
-
 int main(int argc, char** argv) {
     const bool full = argc > 2 && std::string_view(argv[2]) == "--full";
     const int behind = full ? 3 : 2;

@@ -8,10 +8,7 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <functional>
-#include <string>
 #include <thread>
-#include <utility>
 
 // A token whose result set cannot be allocated stays allocated itself.
 extern "C" const char* __lsan_default_suppressions();
@@ -35,12 +32,11 @@ TEST_F(Conversation, cannotConnect) {
     EXPECT_EQ(openAndClose(server, support::UNRESOLVABLE), STAPI_RC_HOST_NOT_RESOLVED);
     EXPECT_EQ(openAndClose(server, "127.0.0.2"), STAPI_RC_CONNECTION_REFUSED);
     EXPECT_EQ(openAndClose(server, "127.255.255.255"), STAPI_RC_NETWORK_UNREACHABLE);
-    EXPECT_EQ(support::runInChild([this] {
-                  const rlimit none = {0, 0};
-                  setrlimit(RLIMIT_NOFILE, &none);
-                  return openAndClose(server) == STAPI_RC_CONNECT_FAILED ? 0 : 1;
-              }),
-              0);
+    support::expectInChild([this] {
+        const rlimit none = {0, 0};
+        setrlimit(RLIMIT_NOFILE, &none);
+        return openAndClose(server) == STAPI_RC_CONNECT_FAILED ? 0 : 1;
+    });
 }
 
 TEST_F(Conversation, isRefusedAtTheStart) {
@@ -62,31 +58,33 @@ TEST_F(Conversation, isRefusedAtTheStart) {
 
 TEST_F(Conversation, losesConnections) {
     const Recording recording("failed-queries", 2, server, Keep::POINTS);
-    const auto query = [this](const Fault& fault, const std::function<int(GatewayToken*, ResultSetToken**)>& call) {
+    const struct {
+        int query;  // of QUERY_CALLS
+        Fault fault;
+        int code;
+    } cases[] = {
+        {0, {.headerRc = 0xF004}, STAPI_RC_GATEWAY_CONNECTION_LOST},
+        {1, {.closeAfter = 50}, STAPI_RC_GATEWAY_CONNECTION_LOST},
+        {2, {.payload = simgateway::idsOfContentSize(32768).bytes()}, STAPI_RC_GATEWAY_REQUEST_FAILED},
+        {3, {.exceptionFlag = 1}, STAPI_RC_GATEWAY_REQUEST_FAILED},
+        {5, {.replyRc = 4}, STAPI_RC_GATEWAY_REQUEST_FAILED},
+        {0, {.name = "Admin2"}, STAPI_RC_GATEWAY_CONNECTION_LOST},
+        // The reset is there before the second query: its send fails.
+        {4, {.closeAfter = 0, .reset = true}, STAPI_RC_GATEWAY_CONNECTION_LOST},
+        {4, {.word0 = 0}, STAPI_RC_GATEWAY_REQUEST_FAILED},
+    };
+    for (const auto& one : cases) {
+        const support::QueryCall& call = support::QUERY_CALLS[one.query];
         EXPECT_EQ(setAPITraceLevel(1), 0);
         GatewayToken* token = open();
-        server.inject(Exchange::invoke, fault);
+        server.inject(Exchange::invoke, one.fault);
         EXPECT_EQ(setAPITraceLevel(2), 0);
         ResultSetToken* result = nullptr;
         errno = EFAULT;
-        const int rc = call(token, &result);
-        call(token, &result);
+        EXPECT_EQ(call.run(token, &result, one.query == 3 ? "a" : "g"), one.code) << call.name;
+        call.run(token, &result, one.query == 3 ? "a" : "g");
         EXPECT_EQ(closeAllGatewayConnections(), 0);
-        return rc;
-    };
-    const auto byId = [](GatewayToken* token, ResultSetToken** result) { return getStatsByStatId(token, "a", result); };
-    const auto byGroup = [](GatewayToken* token, ResultSetToken** rs) { return getStatsByStatGroupId(token, "g", rs); };
-    const auto idsByGroup = [](GatewayToken* token, auto** rs) { return getStatIdsByStatGroupId(token, "g", rs); };
-    const auto tooLarge = simgateway::idsOfContentSize(32768).bytes();
-    EXPECT_EQ(query({.headerRc = 0xF004}, getStats), STAPI_RC_GATEWAY_CONNECTION_LOST);
-    EXPECT_EQ(query({.closeAfter = 50}, getStatIds), STAPI_RC_GATEWAY_CONNECTION_LOST);
-    EXPECT_EQ(query({.payload = tooLarge}, getResourceGroupIds), STAPI_RC_GATEWAY_REQUEST_FAILED);
-    EXPECT_EQ(query({.exceptionFlag = 1}, byId), STAPI_RC_GATEWAY_REQUEST_FAILED);
-    EXPECT_EQ(query({.replyRc = 4}, idsByGroup), STAPI_RC_GATEWAY_REQUEST_FAILED);
-    EXPECT_EQ(query({.name = "Admin2"}, getStats), STAPI_RC_GATEWAY_CONNECTION_LOST);
-    // The reset is there before the second query: its send fails.
-    EXPECT_EQ(query({.closeAfter = 0, .reset = true}, byGroup), STAPI_RC_GATEWAY_CONNECTION_LOST);
-    EXPECT_EQ(query({.word0 = 0}, byGroup), STAPI_RC_GATEWAY_REQUEST_FAILED);
+    }
 }
 
 TEST_F(Conversation, hasOddReplies) {

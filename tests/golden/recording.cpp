@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <regex>
-#include <utility>
-#include <vector>
 
 namespace golden {
 

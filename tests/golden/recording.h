@@ -7,8 +7,6 @@
 #include "simgateway/sim_gateway.h"
 #include "zulstats.h"
 
-#include <string>
-
 namespace golden {
 
 // What of a trace is compared.
@@ -47,7 +45,7 @@ class Conversation : public support::QuietTest {
 protected:
     // A connection that stays open.
     GatewayToken* open() const {
-        return support::openConnection(server);
+        return support::openConnection(server.port());
     }
 
     simgateway::Server server{{.seed = 7, .stats = 12}};

@@ -7,10 +7,6 @@
 #include "stapi_zul_gwytok.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <functional>
-#include <memory>
-#include <vector>
 
 namespace {
 

@@ -3,13 +3,13 @@
 // mutex or a stream, or behind one that others may see the effect of at once.
 #pragma once
 
-#include <pthread.h>
+#include "support/interposer.h"
 
 #include <atomic>
 
 namespace meetings {
 
-enum Role { OUTSIDE, ALONE, FIRST, SECOND };  // ALONE: its blocks are counted, and it meets nobody
+enum Role { ALONE, FIRST, SECOND };  // ALONE: its blocks are counted, and it meets nobody
 
 // All members are read and written relaxed: a checking tool must not take the meeting itself for synchronisation of the
 // two calls.
@@ -19,18 +19,24 @@ struct Meeting {
     std::atomic<const char*> pausedAt = nullptr;
     std::atomic<bool> secondMayRun = false;
     std::atomic<bool> firstMayGoOn = false;
-    std::atomic<const pthread_mutex_t*> held[8] = {};  // by the first
-    std::atomic<int> blocks = 0;                       // taken and not released, by all roles but OUTSIDE
+    std::atomic<const void*> held[8] = {};  // mutexes, by the first
+    std::atomic<int> blocks = 0;            // taken and not released
 };
 
 // What this thread's calls count as, as long as the object lives. FIRST lets the second run when it ends, SECOND waits
 // for that and lets the first go on when it ends.
-class As {
+class As : support::Script {
 public:
     As(Role role, Meeting& meeting);
     ~As();
-    As(const As&) = delete;
-    As& operator=(const As&) = delete;
+
+private:
+    void step(support::Call call);
+    std::atomic<const void*>* findHeld(const void* mutex);
+    void replaceHeld(const void* from, const void* to);
+
+    const Role role;
+    Meeting& meeting;
 };
 
 }  // namespace meetings

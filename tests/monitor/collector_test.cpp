@@ -1,78 +1,34 @@
 // A Collector, with workers and Gateways that stop anywhere.
 #include "monitor/collector.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "processes.h"
 #include "simgateway/sim_gateway.h"
-
-namespace monitor {
+#include "support/port.h"
+#include "support/process.h"
+#include "support/temp_directory.h"
 
 namespace {
 
+using namespace monitor;
 using simgateway::Exchange;
+using support::openDescriptors;
 
 const Query conn = {What::statsByGroup, {"conn"}};
 constexpr Milliseconds ENOUGH = patience;
 
-simgateway::Fault silence() {
-    simgateway::Fault fault;
-    fault.silent = true;
-    return fault;
+CollectorOptions withOddWorker() {
+    CollectorOptions options = to(1);
+    options.worker = ODD_WORKER_PROGRAM;
+    return options;
 }
-
-// Accepts no connection, but lets them come.
-class Listener {
-public:
-    Listener() : descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        bind(descriptor, reinterpret_cast<const sockaddr*>(&address), size);
-        listen(descriptor, 8);
-        getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
-        port = ntohs(address.sin_port);
-    }
-    ~Listener() {
-        close(descriptor);
-    }
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
-
-    int descriptor;
-    int port = 0;
-};
-
-class Directory {
-public:
-    Directory() : path((std::filesystem::temp_directory_path() / "zulstats-monitor-XXXXXX").string()) {
-        EXPECT_NE(mkdtemp(path.data()), nullptr);
-    }
-    ~Directory() {
-        std::filesystem::remove_all(path);
-    }
-    Directory(const Directory&) = delete;
-    Directory& operator=(const Directory&) = delete;
-
-    std::string path;
-};
 
 // Everything that stalls in one phase.
 struct Stall {
@@ -85,7 +41,7 @@ class Stalls : public testing::Test {
 protected:
     CollectorOptions silentIn(Exchange exchange) {
         server.emplace();
-        server->inject(exchange, silence());
+        server->inject(exchange, {.silent = true});
         return to(server->port());
     }
 
@@ -93,15 +49,13 @@ protected:
         {Phase::starting, "starting the worker process",
          [&] {
              variables.push_back(std::make_unique<Variable>("ODD_WORKER", "mute"));
-             CollectorOptions options = to(1);
-             options.worker = ODD_WORKER_PROGRAM;
-             return options;
+             return withOddWorker();
          }},
         {Phase::tracing, "",
          [&] {
              CollectorOptions options = to(1);
              options.traceLevel = 1;
-             options.traceFile = directory.path + "/fifo" + std::to_string(fifos++);
+             options.traceFile = directory.file("fifo" + std::to_string(fifos++));
              mkfifo(options.traceFile.c_str(), 0600);
              return options;
          }},
@@ -111,132 +65,94 @@ protected:
              variables.push_back(std::make_unique<Variable>("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0"));
              return to(1);
          }},
-        {Phase::opening, "opening the connection", [&] { return to(listener.port); }},
+        {Phase::opening, "opening the connection", [&] { return to(listener.number); }},
         {Phase::opening, "opening the connection", [&] { return silentIn(Exchange::handshake); }},
         {Phase::opening, "opening the connection", [&] { return silentIn(Exchange::getAttribute); }},
         {Phase::querying, "connection open, waiting for group conn", [&] { return silentIn(Exchange::invoke); }},
     };
 
-    Listener listener;
-    Directory directory;
+    support::TakenPort listener{true};
+    support::TempDirectory directory;
     int fifos = 0;
     std::optional<simgateway::Server> server;
     std::vector<std::unique_ptr<Variable>> variables;
 };
 
-}  // namespace
-
-TEST_F(Stalls, DeadlineEndsEveryPhase) {
+TEST_F(Stalls, DeadlineOrDeathOfTheWorkerEndsEveryPhase) {
     for (const Stall& stall : stalls) {
-        SCOPED_TRACE(stall.wait);
-        Collector collector(stall.prepare());
-        const Clock::time_point deadline = Clock::now() + std::chrono::hours(1);
-        collector.begin(conn, deadline);
-        variables.clear();
-        ASSERT_TRUE(reaches(collector, stall.phase));
-        EXPECT_EQ(collector.nextWake(), deadline);
-        EXPECT_FALSE(collector.advance(deadline - Milliseconds(1)));
-        const pid_t worker = collector.process();
-        const std::optional<Outcome> outcome = collector.advance(deadline);
-        ASSERT_TRUE(outcome && outcome->failure);
-        EXPECT_EQ(outcome->failure->kind, FailureKind::deadline);
-        EXPECT_EQ(outcome->failure->phase, stall.phase);
-        if (stall.phase == Phase::tracing) {
-            EXPECT_EQ(outcome->failure->text.find(directory.path), 0u);
-        } else {
-            EXPECT_EQ(outcome->failure->text, stall.wait);
+        for (const bool killed : {false, true}) {
+            SCOPED_TRACE(std::string(stall.wait) + (killed ? ", killed" : ""));
+            Collector collector(stall.prepare());
+            const Clock::time_point deadline = Clock::now() + std::chrono::hours(1);
+            collector.begin(conn, deadline);
+            variables.clear();
+            ASSERT_TRUE(reaches(collector, stall.phase));
+            EXPECT_EQ(collector.nextWake(), deadline);
+            EXPECT_FALSE(collector.advance(deadline - Milliseconds(1)));
+            const pid_t worker = collector.process();
+            if (killed) {
+                kill(worker, SIGKILL);
+            }
+            const Failure failure = (killed ? collector.wait() : collector.advance(deadline).value()).failure.value();
+            const std::string text = killed                          ? "the worker process ended unexpectedly"
+                                     : stall.phase == Phase::tracing ? directory.file("")
+                                                                     : stall.wait;
+            EXPECT_EQ(failure.kind, killed ? FailureKind::internal : FailureKind::deadline);
+            EXPECT_EQ(failure.phase, stall.phase);
+            EXPECT_TRUE(failure.text.starts_with(text)) << failure.text;
+            EXPECT_TRUE(mayPass(failure) || !killed);
+            EXPECT_FALSE(collector.busy());
+            EXPECT_EQ(collector.nextWake(), Clock::time_point::max());
+            EXPECT_TRUE(eventually([&] { return !alive(worker); }));
         }
-        EXPECT_FALSE(collector.busy());
-        EXPECT_EQ(collector.nextWake(), Clock::time_point::max());
-        EXPECT_TRUE(eventually([&] { return !alive(worker); }));
-    }
-}
-
-TEST_F(Stalls, WorkerKilledInEveryPhase) {
-    for (const Stall& stall : stalls) {
-        SCOPED_TRACE(stall.wait);
-        Collector collector(stall.prepare());
-        collector.begin(conn, Clock::now() + ENOUGH);
-        variables.clear();
-        ASSERT_TRUE(reaches(collector, stall.phase));
-        kill(collector.process(), SIGKILL);
-        const Outcome outcome = collector.wait();
-        ASSERT_TRUE(outcome.failure);
-        EXPECT_EQ(outcome.failure->kind, FailureKind::internal);
-        EXPECT_EQ(outcome.failure->phase, stall.phase);
-        EXPECT_EQ(outcome.failure->text, "the worker process ended unexpectedly");
-        EXPECT_TRUE(mayPass(*outcome.failure));
     }
     // The next query finds everything in order.
     Collector collector(silentIn(Exchange::close));
     EXPECT_FALSE(collector.collect(conn, ENOUGH).failure);
     const pid_t former = collector.process();
+    EXPECT_TRUE(collector.connected());
     ASSERT_TRUE(collector.beginClose(Clock::now() + ENOUGH));
     ASSERT_TRUE(reaches(collector, Phase::closing));
     ASSERT_TRUE(eventually([&] { return server->pendingFaults(Exchange::close) == 0; }));
     kill(former, SIGKILL);
     EXPECT_EQ(collector.wait().failure.value().phase, Phase::closing);
+    EXPECT_FALSE(collector.connected() || collector.beginClose(Clock::now() + ENOUGH) || collector.close(ENOUGH));
     const Outcome outcome = collector.collect(conn, ENOUGH);
-    EXPECT_FALSE(outcome.failure);
-    EXPECT_TRUE(outcome.sample.freshConnection);
+    EXPECT_TRUE(!outcome.failure && outcome.sample.freshConnection);
     EXPECT_NE(collector.process(), former);
-}
-
-TEST(Collector, ClosesWithoutWaiting) {
-    simgateway::Server server;
-    Collector collector(to(server.port()));
-    EXPECT_FALSE(collector.beginClose(Clock::now() + ENOUGH));  // nothing to close
-    EXPECT_FALSE(collector.close(ENOUGH));
-    ASSERT_FALSE(collector.collect(conn, ENOUGH).failure);
-    EXPECT_TRUE(collector.connected());
-    ASSERT_TRUE(collector.beginClose(Clock::now() + ENOUGH));
-    const Outcome outcome = collector.wait();
-    EXPECT_FALSE(outcome.failure);
-    EXPECT_FALSE(collector.connected());
-    EXPECT_EQ(server.requests().back().exchange, Exchange::close);
-
-    ASSERT_FALSE(collector.collect(conn, ENOUGH).failure);
-    server.inject(Exchange::close, silence());
-    const Clock::time_point deadline = Clock::now() + std::chrono::hours(1);
-    ASSERT_TRUE(collector.beginClose(deadline));
-    ASSERT_TRUE(reaches(collector, Phase::closing));
-    EXPECT_EQ(collector.advance(deadline).value().failure.value().kind, FailureKind::deadline);
+    EXPECT_FALSE(collector.close(ENOUGH) || collector.connected());
+    EXPECT_EQ(server->requests().back().exchange, Exchange::close);
 }
 
 TEST(Collector, HearsWhatAnOddWorkerSays) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"half", "the worker process ended unexpectedly"},
-        {"version", "is of another version (2, not 1)"},
-        {"rude", "is not understood"},
-        {"twice", "is not understood"},
-        {"backward", "is not understood"},
-        {"long", "is not understood"},
-        {"odd", "is not understood"},
+    const struct {
+        const char* mode;
+        FailureKind kind;
+        const char* text;
+    } cases[] = {
+        {"half", FailureKind::internal, "the worker process ended unexpectedly"},
+        {"version", FailureKind::internal, "is of another version (2, not 1)"},
+        {"rude", FailureKind::internal, "is not understood"},
+        {"twice", FailureKind::internal, "is not understood"},
+        {"backward", FailureKind::internal, "is not understood"},
+        {"long", FailureKind::internal, "is not understood"},
+        {"odd", FailureKind::internal, "is not understood"},
+        {"stuck", FailureKind::deadline, ""},
+        {"flood", FailureKind::deadline, ""},
     };
-    for (const auto& [mode, text] : cases) {
+    for (const auto& [mode, kind, text] : cases) {
         SCOPED_TRACE(mode);
         const Variable variable("ODD_WORKER", mode);
-        CollectorOptions options = to(1);
-        options.worker = ODD_WORKER_PROGRAM;
-        Collector collector(options);
-        const Outcome outcome = collector.collect(conn, ENOUGH);
-        ASSERT_TRUE(outcome.failure);
-        EXPECT_EQ(outcome.failure->kind, FailureKind::internal);
-        EXPECT_NE(outcome.failure->text.find(text), std::string::npos) << outcome.failure->text;
-    }
-    for (const char* const mode : {"stuck", "flood"}) {
-        SCOPED_TRACE(mode);
-        const Variable variable("ODD_WORKER", mode);
-        CollectorOptions options = to(1);
-        options.worker = ODD_WORKER_PROGRAM;
-        Collector collector(options);
-        EXPECT_EQ(collector.collect(conn, Milliseconds(300)).failure.value().kind, FailureKind::deadline);
+        const Milliseconds timeout = kind == FailureKind::deadline ? Milliseconds(300) : ENOUGH;
+        const Failure failure = Collector(withOddWorker()).collect(conn, timeout).failure.value();
+        EXPECT_EQ(failure.kind, kind);
+        EXPECT_NE(failure.text.find(text), std::string::npos) << failure.text;
     }
 }
 
 TEST(Collector, AQueryWhileBusyTakesThePlaceOfTheFormer) {
     simgateway::Server server;
-    server.inject(Exchange::invoke, silence());
+    server.inject(Exchange::invoke, {.silent = true});
     Collector collector(to(server.port()));
     collector.begin({What::stats, {}}, Clock::now() + ENOUGH);
     ASSERT_TRUE(eventually([&] { return server.pendingFaults(Exchange::invoke) == 0; }));
@@ -252,26 +168,7 @@ TEST(Collector, AQueryWhileBusyTakesThePlaceOfTheFormer) {
     EXPECT_TRUE(outcome.sample.freshConnection);
     EXPECT_NE(collector.process(), former);
     EXPECT_TRUE(eventually([&] { return !alive(former); }));
-    // On the same connection.
     EXPECT_FALSE(collector.collect(conn, ENOUGH).sample.freshConnection);
-}
-
-TEST(Collector, SamplesOutliveIt) {
-    Sample kept;
-    {
-        simgateway::Server server;
-        Collector collector(to(server.port()));
-        const Outcome outcome = collector.collect({What::stats, {}}, ENOUGH);
-        ASSERT_FALSE(outcome.failure);
-        kept = outcome.sample;
-        collector.collect(conn, ENOUGH);
-    }
-    EXPECT_EQ(kept.items.size(), 150u);
-    EXPECT_EQ(kept.items[0].id, "daemon.version");
-    EXPECT_EQ(kept.texts.size(), 1u);
-    for (const Element& element : kept.elements) {
-        EXPECT_EQ(kept.itemsOf(element).size(), element.itemCount);
-    }
 }
 
 TEST(Collector, SizeIsThatOfTheWholeAnswer) {
@@ -294,42 +191,29 @@ TEST(Collector, SizeIsThatOfTheWholeAnswer) {
 
 TEST(Collector, LeavesNothingBehindAfterManyFailures) {
     constexpr int failures = SANITIZED ? 100 : 1000;
-    const std::size_t descriptors = openDescriptors();
+    const support::TakenPort nobody;
+    const int descriptors = openDescriptors();
     {
-        Collector refused(to(unusedPort()));
+        Collector refused(to(nobody.number));
         CollectorOptions options = to(1);
         options.worker = "/nonexistent/zulstats-worker";
         Collector missing(options);
-        const Listener listener;
-        Collector stalled(to(listener.port));
+        const support::TakenPort listener(true);
+        Collector stalled(to(listener.number));
         for (int count = 0; count < failures; ++count) {
             Collector& collector = count % 4 == 0 ? stalled : count % 4 == 1 ? missing : refused;
             const Milliseconds timeout = count % 4 == 0 ? Milliseconds(count % 7) : ENOUGH;
-            const Outcome outcome = collector.collect(conn, timeout);
-            ASSERT_TRUE(outcome.failure);
+            const Failure failure = collector.collect(conn, timeout).failure.value();
             const FailureKind expected = count % 4 == 0   ? FailureKind::deadline
                                          : count % 4 == 1 ? FailureKind::internal
                                                           : FailureKind::cannotConnect;
-            ASSERT_EQ(outcome.failure->kind, expected) << outcome.failure->text;
+            ASSERT_EQ(failure.kind, expected) << failure.text;
         }
         EXPECT_EQ(openDescriptors(), descriptors + 1);  // the listener's
         EXPECT_LE(children().size(), 2u);               // ended, and waited for by the next call
     }
     EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_TRUE(children().empty());
-}
-
-TEST(Collector, AnInterruptDescriptorEndsWhatWaits) {
-    const Listener listener;
-    CollectorOptions options = to(listener.port);
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    ASSERT_EQ(write(ends[1], "", 1), 1);
-    options.interruptFd = ends[0];
-    Collector collector(options);
-    EXPECT_EQ(collector.collect(conn, ENOUGH).failure.value().kind, FailureKind::interrupted);
-    close(ends[0]);
-    close(ends[1]);
 }
 
 TEST(Collector, FindsTheWorker) {
@@ -345,4 +229,4 @@ TEST(Collector, FindsTheWorker) {
               "internal error: cannot start the worker process /some/where: No such file or directory");
 }
 
-}  // namespace monitor
+}  // namespace

@@ -4,15 +4,12 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
-#include <optional>
-
 #include "processes.h"
 #include "simgateway/sim_gateway.h"
 
-namespace monitor {
-
 namespace {
 
+using namespace monitor;
 using simgateway::Exchange;
 using std::chrono::seconds;
 
@@ -47,26 +44,29 @@ protected:
         event = next();
         return event && event->kind == kind;
     }
+    // The first sample, and nothing behind it.
+    void startWithASample() {
+        start();
+        EXPECT_TRUE(nextIs(Event::Kind::sample));
+        EXPECT_FALSE(next());
+    }
+    void stopServer() {
+        EXPECT_FALSE(next());
+        server->stop();
+        toNextWake();
+    }
     // Moves the clock to the next moment at which there is something to do.
     Clock::duration toNextWake() {
         const Clock::time_point before = now;
         now = follower->nextWake();
         return now - before;
     }
-    int restart() {
-        const int port = server->port();
-        server.emplace(simgateway::Options{.port = static_cast<std::uint16_t>(port)});
-        return port;
-    }
-
     std::optional<simgateway::Server> server{std::in_place};
     FollowerOptions options;
     std::optional<Follower> follower;
     std::optional<Event> event;
     Clock::time_point now = Clock::time_point(seconds(1000));
 };
-
-}  // namespace
 
 TEST_F(Follow, SamplesComeAtTicksUntilTheyAreEnough) {
     options.count = 4;
@@ -98,9 +98,7 @@ TEST_F(Follow, SamplesComeAtTicksUntilTheyAreEnough) {
 }
 
 TEST_F(Follow, ASilentCloseIsNoFailure) {
-    simgateway::Fault silent;
-    silent.silent = true;
-    server->inject(Exchange::close, silent);
+    server->inject(Exchange::close, {.silent = true});
     options.count = 1;
     start();
     ASSERT_TRUE(nextIs(Event::Kind::sample));
@@ -111,11 +109,8 @@ TEST_F(Follow, ASilentCloseIsNoFailure) {
 }
 
 TEST_F(Follow, GapsGrowUntilTheGatewayIsBack) {
-    start();
-    ASSERT_TRUE(nextIs(Event::Kind::sample));
-    EXPECT_FALSE(next());
-    server->stop();
-    toNextWake();
+    startWithASample();
+    stopServer();
     const Clock::time_point lost = now;
     for (const int pause : {1, 2, 4, 8, 16, 30, 30}) {
         ASSERT_TRUE(nextIs(Event::Kind::gap)) << pause;
@@ -125,7 +120,7 @@ TEST_F(Follow, GapsGrowUntilTheGatewayIsBack) {
         EXPECT_FALSE(next());
         EXPECT_EQ(toNextWake(), seconds(pause));
     }
-    restart();
+    server.emplace(simgateway::Options{.port = static_cast<std::uint16_t>(server->port())});
     ASSERT_TRUE(nextIs(Event::Kind::sample));
     EXPECT_TRUE(event->sample.freshConnection);
     EXPECT_EQ(event->lost, now - lost);
@@ -133,21 +128,15 @@ TEST_F(Follow, GapsGrowUntilTheGatewayIsBack) {
     EXPECT_LE(toNextWake(), seconds(10));
     ASSERT_TRUE(nextIs(Event::Kind::sample));
     EXPECT_FALSE(event->lost);
-    EXPECT_FALSE(next());
-    server->stop();
-    toNextWake();
+    stopServer();
     ASSERT_TRUE(nextIs(Event::Kind::gap));
     EXPECT_TRUE(event->firstGap);
     EXPECT_EQ(event->retryIn, seconds(1));
 }
 
 TEST_F(Follow, AnAnswerThatIsLateIsAGap) {
-    start();
-    ASSERT_TRUE(nextIs(Event::Kind::sample));
-    EXPECT_FALSE(next());
-    simgateway::Fault silent;
-    silent.silent = true;
-    server->inject(Exchange::invoke, silent);
+    startWithASample();
+    server->inject(Exchange::invoke, {.silent = true});
     toNextWake();
     EXPECT_FALSE(follower->step(now));
     ASSERT_TRUE(eventually([&] { return server->pendingFaults(Exchange::invoke) == 0; }));
@@ -159,14 +148,10 @@ TEST_F(Follow, AnAnswerThatIsLateIsAGap) {
 
 TEST_F(Follow, EndsWithoutAFirstSampleOrWithoutLeaveToTryAgain) {
     options.reconnect = false;
-    start();
-    ASSERT_TRUE(nextIs(Event::Kind::sample));
-    EXPECT_FALSE(next());
-    server->stop();
-    toNextWake();
+    startWithASample();
+    stopServer();
     ASSERT_TRUE(nextIs(Event::Kind::end));
     EXPECT_EQ(event->failure.value().kind, FailureKind::lost);
-
     options.reconnect = true;
     start();
     ASSERT_TRUE(nextIs(Event::Kind::end));
@@ -174,9 +159,7 @@ TEST_F(Follow, EndsWithoutAFirstSampleOrWithoutLeaveToTryAgain) {
 }
 
 TEST_F(Follow, PausesAndChangesItsInterval) {
-    start();
-    ASSERT_TRUE(nextIs(Event::Kind::sample));
-    EXPECT_FALSE(next());
+    startWithASample();
     follower->pause(true);
     EXPECT_EQ(follower->nextWake(), Clock::time_point::max());
     now += seconds(30);
@@ -188,12 +171,10 @@ TEST_F(Follow, PausesAndChangesItsInterval) {
     EXPECT_EQ(toNextWake(), seconds(2));
     ASSERT_TRUE(nextIs(Event::Kind::sample));
 
-    EXPECT_FALSE(next());
-    server->stop();
-    toNextWake();
+    stopServer();
     ASSERT_TRUE(nextIs(Event::Kind::gap));
     follower->setInterval(seconds(60), now);  // an attempt is not put off
     EXPECT_EQ(toNextWake(), seconds(1));
 }
 
-}  // namespace monitor
+}  // namespace

@@ -3,14 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <optional>
+#include <numeric>
 #include <random>
-#include <string>
-#include <vector>
-
-namespace monitor {
 
 namespace {
+
+using namespace monitor;
 
 std::string sampleMessage() {
     using namespace std::string_literals;
@@ -24,32 +22,37 @@ std::string sampleMessage() {
     return writer.finish({true, 12.5, 3.25, 0.125, 4711});
 }
 
+// One of each kind.
+const std::string MESSAGES[] = {writeHello(),
+                                writeOpen({"host", 7531, 3, "/trace"}),
+                                writeQuery({What::statsById, {"a", "b"}}),
+                                writePhase(Phase::opening),
+                                writeOpened({"1_0_0_0", 0.5}),
+                                sampleMessage(),
+                                writeFailed({FailureKind::lost, Phase::querying, -102, "why"}),
+                                writeClose(),
+                                writeClosed()};
+
 bool within(std::string_view view, const std::string& text) {
     return view.empty() || (view.data() >= text.data() && view.data() + view.size() <= text.data() + text.size());
 }
 
 // Reads a message as both sides would, as far as it goes. What comes out has to hold together.
 void readAny(FrameReader frame) {
-    switch (frame.type()) {
-    case MessageType::hello:
+    const MessageType type = frame.type();
+    if (type == MessageType::hello) {
         readHello(frame);
-        return;
-    case MessageType::open:
+    } else if (type == MessageType::open) {
         readOpen(frame);
-        return;
-    case MessageType::query:
+    } else if (type == MessageType::query) {
         EXPECT_LE(readQuery(frame).what, What::groups);
-        return;
-    case MessageType::phase:
+    } else if (type == MessageType::phase) {
         EXPECT_LE(readPhase(frame), Phase::closing);
-        return;
-    case MessageType::opened:
+    } else if (type == MessageType::opened) {
         readOpened(frame);
-        return;
-    case MessageType::failed:
+    } else if (type == MessageType::failed) {
         EXPECT_LE(readFailed(frame).kind, FailureKind::interrupted);
-        return;
-    case MessageType::sample: {
+    } else if (type == MessageType::sample) {
         const Sample sample = readSample(frame);
         ASSERT_EQ(sample.texts.size(), 1u);
         std::size_t items = 0;
@@ -62,10 +65,6 @@ void readAny(FrameReader frame) {
             }
         }
         EXPECT_EQ(items, sample.items.size());
-        return;
-    }
-    default:
-        return;
     }
 }
 
@@ -83,13 +82,8 @@ std::pair<int, bool> readAll(FrameBuffer& buffer) {
     return {count, true};
 }
 
-}  // namespace
-
 TEST(Frames, ArriveInPiecesOfAnySize) {
-    const std::string all =
-        writeHello() + writeOpen({"host", 7531, 3, "/trace"}) + writeQuery({What::statsById, {"a", "b"}}) +
-        writePhase(Phase::opening) + writeOpened({"1_0_0_0", 0.5}) + sampleMessage() +
-        writeFailed({FailureKind::lost, Phase::querying, -102, "why"}) + writeClose() + writeClosed();
+    const std::string all = std::accumulate(std::begin(MESSAGES), std::end(MESSAGES), std::string());
     for (std::size_t size = 1; size <= all.size(); ++size) {
         FrameBuffer buffer;
         int count = 0;
@@ -99,7 +93,7 @@ TEST(Frames, ArriveInPiecesOfAnySize) {
             ASSERT_TRUE(sound);
             count += read;
         }
-        ASSERT_EQ(count, 9) << size;
+        ASSERT_EQ(count, std::ssize(MESSAGES)) << size;
     }
 }
 
@@ -128,18 +122,11 @@ TEST(Frames, SampleComesBackAsItWas) {
 }
 
 TEST(Frames, AnyBytesAreMessagesOrAnError) {
-    const std::vector<std::string> whole = {writeHello(),
-                                            writeOpen({"host", 7531, 3, "/trace"}),
-                                            writeQuery({What::ids, {"a"}}),
-                                            writePhase(Phase::querying),
-                                            writeOpened({"1_0_0_0", 0.5}),
-                                            sampleMessage(),
-                                            writeFailed({FailureKind::internal, Phase::starting, 0, "text"})};
     std::mt19937 random(20261121);
     int errors = 0;
     int read = 0;
     for (int round = 0; round < 40000; ++round) {
-        std::string bytes = whole[random() % whole.size()];
+        std::string bytes = MESSAGES[random() % std::size(MESSAGES)];
         for (std::size_t changes = random() % 4; changes > 0; --changes) {
             const std::size_t place = random() % bytes.size();
             const char values[] = {0, 1, -1, 127, static_cast<char>(random())};
@@ -162,4 +149,4 @@ TEST(Frames, AnyBytesAreMessagesOrAnError) {
     EXPECT_GT(read, 1000);
 }
 
-}  // namespace monitor
+}  // namespace

@@ -16,7 +16,6 @@
 #include <array>
 #include <cstdlib>
 #include <limits>
-#include <string>
 
 #include "monitor/frames.h"
 

@@ -1,12 +1,7 @@
 #include "processes.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -15,19 +10,12 @@
 namespace monitor {
 
 bool eventually(const std::function<bool()>& holds) {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() >= end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    const Clock::time_point end = Clock::now() + patience;
+    bool held = holds();
+    for (; !held && Clock::now() < end; held = holds()) {
+        std::this_thread::sleep_for(Milliseconds(5));
     }
-    return true;
-}
-
-std::size_t openDescriptors() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all))) - 1;  // without the one for looking
+    return held;
 }
 
 std::vector<pid_t> children() {
@@ -55,18 +43,6 @@ std::string statusOf(pid_t process, const std::string& name) {
 bool alive(pid_t process) {
     const std::string state = statusOf(process, "State");
     return !state.empty() && state[0] != 'Z' && state[0] != 'X';
-}
-
-int unusedPort() {
-    const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    bind(probe, reinterpret_cast<const sockaddr*>(&address), size);
-    getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size);
-    close(probe);
-    return ntohs(address.sin_port);
 }
 
 Variable::Variable(const char* variable, const std::string& value)

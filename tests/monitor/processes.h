@@ -1,14 +1,6 @@
 // What a test looks up of processes, and waits for.
 #pragma once
 
-#include <sys/types.h>
-
-#include <chrono>
-#include <cstddef>
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "monitor/collector.h"
 
 namespace monitor {
@@ -18,14 +10,10 @@ inline constexpr std::chrono::seconds patience(20);  // more than anything here 
 // Waits until it holds; false when patience ends before.
 bool eventually(const std::function<bool()>& holds);
 
-std::size_t openDescriptors();
 std::vector<pid_t> children();  // of this process, those that nobody waited for included
 bool alive(pid_t process);      // defunct ones are not
 // The value of a line of /proc/PID/status, "NoNewPrivs" for example.
 std::string statusOf(pid_t process, const std::string& name);
-
-// A port on which nobody listens.
-int unusedPort();
 
 // Sets a variable of the environment, and at its end what was there before.
 class Variable {

@@ -3,15 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "monitor/changes.h"
 #include "monitor/openmetrics.h"
 
-namespace monitor {
-
 namespace {
+
+using namespace monitor;
 
 Sample small(double time) {
     Sample sample;
@@ -25,8 +22,6 @@ Sample small(double time) {
     sample.addItem("q.a", "2");
     return sample;
 }
-
-}  // namespace
 
 TEST(Samples, KeepWhatIsWanted) {
     Sample sample = small(1);
@@ -80,4 +75,4 @@ TEST(Samples, MetricsOfSeveralStandTogether) {
     EXPECT_NE(metrics.text().find("zulstat_open_seconds{} 0\n"), std::string::npos);
 }
 
-}  // namespace monitor
+}  // namespace

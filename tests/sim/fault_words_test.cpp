@@ -1,17 +1,11 @@
 // Faults in words: each row of the table sets what it says, and what cannot be meant is refused.
-
-#include <cstdio>
 #include <fstream>
-#include <optional>
-#include <set>
-#include <stdexcept>
-#include <string>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "fault_words.h"
 #include "support/hex.h"
+#include "support/temp_directory.h"
 
 namespace simtest {
 namespace {
@@ -26,14 +20,12 @@ using enum simgateway::Exchange;
 
 class FaultWords : public testing::Test {
 protected:
-    FaultWords() : file(testing::TempDir() + "/fault_words." + std::to_string(::getpid())) {
+    FaultWords() {
         std::ofstream(file, std::ios::binary) << "\x01,:\n" << '\0';
     }
-    ~FaultWords() override {
-        std::remove(file.c_str());
-    }
 
-    const std::string file;
+    const support::TempDirectory directory;
+    const std::string file = directory.file("words");
 };
 
 TEST_F(FaultWords, meanFaults) {

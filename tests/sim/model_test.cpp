@@ -1,8 +1,5 @@
 // The simulated daemon's figures: repeatable, plausible, and selected as the query says.
-
-#include <cstdint>
 #include <map>
-#include <string>
 
 #include <gtest/gtest.h>
 
@@ -46,12 +43,16 @@ TEST(Model, hasAsManyStatisticsAsAskedAndRepeatsItself) {
 
 TEST(Model, queriesSelect) {
     const Model model(1, 30);
-    enum Operation { stats, statIds, resourceGroups };
-    struct {
-        Operation operation;
+    const auto stats = [&](std::string_view query) { return walked(model.stats(query, 3).bytes()); };
+    const auto statIds = [&](std::string_view query) { return walked(model.statIds(query).bytes(), false); };
+    const auto resourceGroups = [&](std::string_view query) {
+        return walked(model.resourceGroups(query).bytes(), false);
+    };
+    const struct {
+        std::function<Walked(std::string_view)> operation;
         const char* query;
         const char* expected;
-    } const cases[] = {
+    } cases[] = {
         {stats, "", "daemon/16 host/12 conn/2 "},
         {stats, "conn.limit:daemon:host.name", "conn.limit/1 daemon/16 host.name/1 "},
         {stats, "conn:conn", "conn/2 conn/2 "},
@@ -65,13 +66,9 @@ TEST(Model, queriesSelect) {
         {resourceGroups, "host:nothing:host.name", "host/1 nothing(-1)/0 host.name(-1)/0 "},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(c.operation == stats     ? walked(model.stats(c.query, 3).bytes()).summary
-                  : c.operation == statIds ? walked(model.statIds(c.query).bytes(), false).summary
-                                           : walked(model.resourceGroups(c.query).bytes(), false).summary,
-                  c.expected)
-            << c.query;
+        EXPECT_EQ(c.operation(c.query).summary, c.expected) << c.query;
     }
-    EXPECT_EQ(walked(model.stats("host.name", 3).bytes()).lastValue, "zulhost");
+    EXPECT_EQ(stats("host.name").lastValue, "zulhost");
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 #pragma once
 
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
-#include <string>
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -1,10 +1,6 @@
 // A client made of a bare socket and hand-written requests. Every wait ends after a few seconds.
 #pragma once
 
-#include <chrono>
-#include <cstdint>
-#include <string_view>
-
 #include "simgateway/sim_gateway.h"
 #include "support/message.h"
 

@@ -1,22 +1,13 @@
 // Recordings: which scene holds when, and what is wrong with a file.
-
-#include <chrono>
-#include <cstdio>
 #include <fstream>
-#include <limits>
-#include <stdexcept>
-#include <string>
 #include <system_error>
 #include <thread>
-#include <utility>
-
-#include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "program.h"
 #include "raw_client.h"
 #include "recording.h"
 #include "simgateway/model.h"
+#include "support/temp_directory.h"
 #include "walk.h"
 
 namespace simtest {
@@ -47,28 +38,42 @@ const std::string gap = element("", "", -102);
 
 class Recording : public testing::Test {
 protected:
-    ~Recording() override {
-        std::remove(file.c_str());
-    }
-
     void write(const std::string& lines) const {
         std::ofstream(file, std::ios::binary) << lines;
     }
 
-    const std::string file = testing::TempDir() + "/recording." + std::to_string(::getpid());
+    const TempDirectory directory;
+    const std::string file = directory.file("recording");
 };
 
 TEST_F(Recording, servesItsSamplesOnTheirClock) {
     const auto host = [](const std::string& value) { return element("host", item("host.a", value)); };
     write(sample(100, host("one") + "," + element("nosuch", "", -7)) + "\n" + sample(101.5, host("two")) +
           sample(103, gap, "") + sample(110, host("three"), "2_0_0_0") + sample(112, host("four")));
-    struct Expected {
+    const struct {
+        bool loops;
         double time;
         std::string answer;    // empty: none
         std::string protocol;  // its version
         double until;
+    } cases[] = {
+        {false, 0, "one host/1 nosuch(-7)/0 ", "1_0_0_0", 3},
+        {false, 1.49, "one host/1 nosuch(-7)/0 ", "1_0_0_0", 3},
+        {false, 1.5, "two host/1 nosuch(-1)/0 ", "1_0_0_0", 3},
+        {false, 2.99, "two host/1 nosuch(-1)/0 ", "1_0_0_0", 3},
+        {false, 3, "", "", 10},
+        {false, 9.99, "", "", 10},
+        {false, 10, "three host/1 nosuch(-1)/0 ", "2_0_0_0", FOR_EVER},
+        {false, 12, "four host/1 nosuch(-1)/0 ", "1_0_0_0", FOR_EVER},
+        {false, 1e10, "four host/1 nosuch(-1)/0 ", "1_0_0_0", FOR_EVER},
+        {true, 0, "one host/1 nosuch(-7)/0 ", "1_0_0_0", 3},
+        {true, 13.99, "four host/1 nosuch(-1)/0 ", "1_0_0_0", 14},
+        {true, 14, "one host/1 nosuch(-7)/0 ", "1_0_0_0", 17},
+        {true, 31, "", "", 38},
+        {true, 14e8 + 10, "three host/1 nosuch(-1)/0 ", "2_0_0_0", 14e8 + 14},
     };
-    const auto hold = [](const std::function<Scene(double)>& scenes, const Expected& expected) {
+    for (const auto& expected : cases) {
+        const auto scenes = zulstatsim::readRecording(file, expected.loops);
         const Scene scene = scenes(expected.time);
         EXPECT_EQ(scene.until, expected.until) << expected.time;
         EXPECT_EQ(scene.protocolVersion, expected.protocol) << expected.time;
@@ -77,30 +82,6 @@ TEST_F(Recording, servesItsSamplesOnTheirClock) {
             const Walked answer = walked(scene.model->stats("host:nosuch", scene.moment).bytes());
             EXPECT_EQ(answer.lastValue + " " + answer.summary, expected.answer) << expected.time;
         }
-    };
-    const auto once = zulstatsim::readRecording(file, false);
-    for (const Expected& expected : {
-             Expected{0, "one host/1 nosuch(-7)/0 ", "1_0_0_0", 3},
-             {1.49, "one host/1 nosuch(-7)/0 ", "1_0_0_0", 3},
-             {1.5, "two host/1 nosuch(-1)/0 ", "1_0_0_0", 3},
-             {2.99, "two host/1 nosuch(-1)/0 ", "1_0_0_0", 3},
-             {3, "", "", 10},
-             {9.99, "", "", 10},
-             {10, "three host/1 nosuch(-1)/0 ", "2_0_0_0", FOR_EVER},
-             {12, "four host/1 nosuch(-1)/0 ", "1_0_0_0", FOR_EVER},
-             {1e10, "four host/1 nosuch(-1)/0 ", "1_0_0_0", FOR_EVER},
-         }) {
-        hold(once, expected);
-    }
-    const auto again = zulstatsim::readRecording(file, true);
-    for (const Expected& expected : {
-             Expected{0, "one host/1 nosuch(-7)/0 ", "1_0_0_0", 3},
-             {13.99, "four host/1 nosuch(-1)/0 ", "1_0_0_0", 14},
-             {14, "one host/1 nosuch(-7)/0 ", "1_0_0_0", 17},
-             {31, "", "", 38},
-             {14e8 + 10, "three host/1 nosuch(-1)/0 ", "2_0_0_0", 14e8 + 14},
-         }) {
-        hold(again, expected);
     }
 }
 
@@ -170,9 +151,9 @@ TEST_F(Recording, isRefusedWithFileAndLine) {
             EXPECT_EQ(std::string(error.what()).substr(0, file.size() + c.reason.size()), file + c.reason);
         }
     }
-    EXPECT_THROW(zulstatsim::readRecording("/", false), std::runtime_error);
-    EXPECT_THROW(zulstatsim::readRecording("/dev/zero", false), std::runtime_error);
-    EXPECT_THROW(zulstatsim::readRecording(file + ".no", false), std::runtime_error);
+    for (const std::string& name : {std::string("/"), std::string("/dev/zero"), file + ".no"}) {
+        EXPECT_THROW(zulstatsim::readRecording(name, false), std::runtime_error) << name;
+    }
 }
 
 }  // namespace

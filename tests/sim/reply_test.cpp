@@ -1,7 +1,4 @@
 // Payloads of the builder against bytes written by hand and against a walk by distances.
-
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include "walk.h"
@@ -62,15 +59,6 @@ TEST(Reply, shapesOfHeadAndBlock) {
         found.back() = '.';
         EXPECT_EQ(found.substr(0, std::string(c.expected).size()), c.expected) << c.what;
     }
-}
-
-TEST(Reply, elementsLieAtTheDistances) {
-    Reply reply;
-    reply.element("a", -5).element("b", -1).element("c").element("d").element("e", 2).stat("i", "").element("f", -1);
-    reply.element("g").stat("i", std::string(70 * 256, 'v')).stat("j", "w").element("h").stat("i", "v").element("k");
-    EXPECT_EQ(walked(reply.everyBlockTag(0x77).bytes()).summary, "a(-5)/0 b(-1)/0 c/0 d/0 e(2)/1 f(-1)/0 g/2 h/1 k/0 ");
-    EXPECT_EQ(walked(reply.everyBlockTag(0x7A).bytes()).summary,
-              "a+(-5)/0 b+(-1)/0 c+/0 d+/0 e+(2)/1 f+(-1)/0 g+/2 h+/1 k+/0 ");
 }
 
 }  // namespace

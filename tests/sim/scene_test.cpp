@@ -1,20 +1,13 @@
 // A server of scenes: what it serves follows them, and where they have no model nobody reaches it.
-
 #include <atomic>
-#include <chrono>
-#include <stdexcept>
-#include <string>
 #include <system_error>
 #include <thread>
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "raw_client.h"
 #include "simgateway/model.h"
+#include "support/port.h"
 #include "walk.h"
 
 namespace simtest {
@@ -32,27 +25,12 @@ bool canConnect(std::uint16_t port) {
     }
 }
 
-bool isFree(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    ::close(fd);
-    return bound;
-}
-
 // Waits for the port to take connections, or to refuse them.
 bool becomes(bool reachable, std::uint16_t port) {
-    const auto end = Clock::now() + patience;
-    while (canConnect(port) != reachable) {
-        if (Clock::now() > end) {
-            return false;
-        }
+    for (const auto end = Clock::now() + patience; canConnect(port) != reachable && Clock::now() < end;) {
         std::this_thread::sleep_for(2ms);
     }
-    return true;
+    return canConnect(port) == reachable;
 }
 
 TEST(Scenes, decideWhatIsServed) {
@@ -73,7 +51,7 @@ TEST(Scenes, decideWhatIsServed) {
     };
     simgateway::Server server(options);
     EXPECT_FALSE(canConnect(server.port()));
-    EXPECT_FALSE(isFree(server.port())) << "others can take the port meanwhile";
+    EXPECT_THROW(TakenPort(false, server.port()), std::system_error) << "others can take the port meanwhile";
     EXPECT_THROW(server.advance(1), std::logic_error);
     for (int round = 0; round < 2; ++round) {
         reachable = true;

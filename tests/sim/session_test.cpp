@@ -1,7 +1,4 @@
 // Conversations with a live server, byte for byte, and what it does with requests that are wrong.
-
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include "raw_client.h"
@@ -53,9 +50,7 @@ TEST(Session, wholeConversationByteForByte) {
         {close, closeRequest,
          "'Gate' 00 70 00 00 00 00 00 0A E5 00 01 08 00 00 00 00 00 00 00 04 'BASE' 00 00 00 00 00"},
     };
-    simgateway::Options options;
-    options.protocolVersion = "1_2";
-    Server server(options);
+    Server server({.protocolVersion = "1_2"});
     RawClient client(server.port());
     for (const auto& exchange : exchanges) {
         EXPECT_EQ(toHex(client.exchange(exchange.request)), toHex(hex(exchange.reply)));

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <stdexcept>
-#include <string>
 
 #include "support/hex.h"
 #include "support/payload.h"

@@ -8,11 +8,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstddef>
-#include <string>
-#include <vector>
-
 namespace support {
 
 using simgateway::Exchange;
@@ -50,12 +45,12 @@ protected:
 };
 
 // A connection that stays open.
-[[nodiscard]] GatewayToken* openConnection(const simgateway::Server& server);
+[[nodiscard]] GatewayToken* openConnection(int port);
 
 // The same; closes it unless a query has removed it.
 class Connection {
 public:
-    explicit Connection(const simgateway::Server& server) : token(openConnection(server)) {
+    explicit Connection(const simgateway::Server& server) : token(openConnection(server.port())) {
     }
     ~Connection();
     Connection(const Connection&) = delete;
@@ -106,9 +101,8 @@ inline constexpr QueryCall QUERY_CALLS[] = {
 }
 
 // A result set with this content, on the connection: the Gateway answers one query with the payload.
-[[nodiscard]] ResultSetToken* statsOf(simgateway::Server& server, GatewayToken* token,
-                                      const simgateway::Bytes& payload);
-[[nodiscard]] ResultSetToken* idsOf(simgateway::Server& server, GatewayToken* token, const simgateway::Bytes& payload);
+[[nodiscard]] ResultSetToken* resultOf(simgateway::Server& server, GatewayToken* token,
+                                       const simgateway::Bytes& payload, int (*query)(GatewayToken*, ResultSetToken**));
 
 // The requests of this kind that the server has seen.
 [[nodiscard]] std::size_t countRequests(const simgateway::Server& server, Exchange exchange);

@@ -3,10 +3,6 @@
 
 #include "simgateway/reply.h"
 
-#include <cstdint>
-#include <string>
-#include <string_view>
-
 namespace support {
 
 using simgateway::Bytes;

@@ -7,7 +7,9 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 
-#include <cstddef>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
 #include <ctime>
 #include <functional>
 #include <optional>

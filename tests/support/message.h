@@ -4,11 +4,6 @@
 
 #include "hex.h"
 
-#include <cstdint>
-#include <optional>
-#include <string>
-#include <string_view>
-
 namespace support {
 
 // The length words are those of name and body unless given.

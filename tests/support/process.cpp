@@ -1,5 +1,6 @@
 #include "process.h"
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,6 +47,10 @@ int runInChild(const std::function<int()>& work, unsigned seconds) {
         return -100 - WTERMSIG(status);
     }
     return WEXITSTATUS(status) == THREW ? -1 : WEXITSTATUS(status);
+}
+
+void expectInChild(const std::function<int()>& work) {
+    EXPECT_EQ(runInChild(work), 0);
 }
 
 int openDescriptors() {

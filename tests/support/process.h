@@ -9,6 +9,9 @@ namespace support {
 // is not done after `seconds` ends by SIGALRM.
 [[nodiscard]] int runInChild(const std::function<int()>& work, unsigned seconds = 10);
 
+// Expects 0 of it.
+void expectInChild(const std::function<int()>& work);
+
 // Descriptors that are open, and threads that run, in this process.
 [[nodiscard]] int openDescriptors();
 [[nodiscard]] int runningThreads();

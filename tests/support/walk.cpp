@@ -1,9 +1,6 @@
 #include "walk.h"
 
-#include <gtest/gtest.h>
-
-#include <ostream>
-#include <string_view>
+#include "fixture.h"
 
 namespace support {
 
@@ -14,8 +11,8 @@ std::string text(const char* chars, std::int32_t length) {
 }
 
 template <typename Record>
-Entries walk(ResultSetToken* result, int (*first)(ResultSetToken*, Record*), int (*next)(ResultSetToken*, Record*),
-             std::string_view eyecatcher) {
+Entries walkAll(ResultSetToken* result, int (*first)(ResultSetToken*, Record*), int (*next)(ResultSetToken*, Record*),
+                std::string_view eyecatcher) {
     Entries entries;
     Record record{};
     int rc = first(result, &record);
@@ -56,11 +53,15 @@ Entry entryOf(const IdData& record) {
 }
 
 Entries walkStats(ResultSetToken* result) {
-    return walk<StatData>(result, getFirstStat, getNextStat, "ZULSTSET");
+    return walkAll<StatData>(result, getFirstStat, getNextStat, "ZULSTSET");
 }
 
 Entries walkIds(ResultSetToken* result) {
-    return walk<IdData>(result, getFirstId, getNextId, "ZULIDSET");
+    return walkAll<IdData>(result, getFirstId, getNextId, "ZULIDSET");
+}
+
+Entries walk(ResultSetToken* result, bool statistics) {
+    return statistics ? walkStats(result) : walkIds(result);
 }
 
 Entries allStats(const simgateway::Model& model, std::uint64_t seconds) {
@@ -86,6 +87,11 @@ Entries allGroupIds(const simgateway::Model& model) {
         entries.push_back({"*", 0, group.id});
     }
     return entries;
+}
+
+Entries answerOf(const simgateway::Model& model, int query) {
+    const Entries entries = query == 2 ? allGroupIds(model) : allStats(model);
+    return QUERY_CALLS[query].statistics ? entries : idsOnly(entries);
 }
 
 Entries statsOfGroup(const simgateway::Model& model, const std::string& group, std::uint64_t seconds) {

@@ -4,10 +4,7 @@
 #include "simgateway/model.h"
 #include "zulstats.h"
 
-#include <cstdint>
 #include <iosfwd>
-#include <string>
-#include <vector>
 
 namespace support {
 
@@ -31,11 +28,15 @@ using Entries = std::vector<Entry>;
 // A whole walk: First, then Next until the end, which a second Next confirms.
 [[nodiscard]] Entries walkStats(ResultSetToken* result);
 [[nodiscard]] Entries walkIds(ResultSetToken* result);
+[[nodiscard]] Entries walk(ResultSetToken* result, bool statistics);
 
 // Entries that an answer of the model has.
 [[nodiscard]] Entries allStats(const simgateway::Model& model, std::uint64_t seconds = 0);
 [[nodiscard]] Entries idsOnly(Entries entries);
 [[nodiscard]] Entries allGroupIds(const simgateway::Model& model);
 [[nodiscard]] Entries statsOfGroup(const simgateway::Model& model, const std::string& group, std::uint64_t seconds = 0);
+
+// What a query answers that asks for everything, by its place in QUERY_CALLS.
+[[nodiscard]] Entries answerOf(const simgateway::Model& model, int query);
 
 }  // namespace support

@@ -7,41 +7,33 @@
 #include "support/interposer.h"
 #include "support/trace_capture.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 namespace {
 
 using namespace support;
 
-// The second request comes out of the record that the first reply was read into.
+// The second request comes out of the record that the first reply was read into; so does the length of the name, and
+// with it how much of the name goes out. The header is taken to be as long as the request's, so that of a shorter name
+// takes two bytes more than there are.
 TEST(Auth, secondStepCarriesTheFirstReply) {
-    const Bytes reply =
-        hex("'Etag' 00710203 00000063 E1E2E3E4 00000000 00000004 'Auth' 5A 00000014"
-            "00000000 00000000 A1A1A1A1 A2A2A2A2 A3A3A3A3");
-    ScriptedPeer peer({reply, message({.name = "Auth"}, Bytes(20))});
-    FlowReasons reasons{};
-    ASSERT_EQ(authorizeConnection(peer.socket(), &reasons), 0);
-    ASSERT_EQ(peer.requests().size(), 2u);
-    EXPECT_EQ(toHex(peer.requests()[1]),
-              toHex(hex("'Etag' 00710203 00000001 00000000 E1E2E3E4 00000004 'Auth' 5A 00000014"
-                        "00000001 A1A1A1A1 A2A2A2A2 A3A3A3A3 00000000")));
-}
-
-// So does the length of the name, and with it how much of the name goes out. The header is taken to be as long as the
-// request's, so two bytes more than there are belong to it.
-TEST(Auth, secondStepCarriesAShorterName) {
-    ScriptedPeer peer({message({.name = "Au", .dataLength = 20}, Bytes(10) + word(1) + word(2) + word(3)),
-                       message({.name = "Auth"}, Bytes(20))});
-    FlowReasons reasons{};
-    EXPECT_EQ(authorizeConnection(peer.socket(), &reasons), 0);
-    ASSERT_EQ(peer.requests().size(), 2u);
-    EXPECT_EQ(toHex(slice(peer.requests()[1], 20)),
-              toHex(hex("00000002 'Au' 00 00000014") + word(1) + word(1) + word(2) + word(3) + word(0)));
+    const std::pair<Bytes, Bytes> cases[] = {
+        {hex("'Etag' 00710203 00000063 E1E2E3E4 00000000 00000004 'Auth' 5A 00000014"
+             "00000000 00000000 A1A1A1A1 A2A2A2A2 A3A3A3A3"),
+         hex("'Etag' 00710203 00000001 00000000 E1E2E3E4 00000004 'Auth' 5A 00000014"
+             "00000001 A1A1A1A1 A2A2A2A2 A3A3A3A3 00000000")},
+        {message({.name = "Au", .dataLength = 20}, Bytes(10) + word(1) + word(2) + word(3)),
+         hex("'Gate' 00700000 00000001 00000000 00000000 00000002 'Au' 00 00000014"
+             "00000001 00000001 00000002 00000003 00000000")},
+    };
+    for (const auto& [reply, request] : cases) {
+        ScriptedPeer peer({reply, message({.name = "Auth"}, Bytes(20))});
+        FlowReasons reasons{};
+        ASSERT_EQ(authorizeConnection(peer.socket(), &reasons), 0);
+        ASSERT_EQ(peer.requests().size(), 2u);
+        EXPECT_EQ(toHex(peer.requests()[1]), toHex(request));
+    }
 }
 
 TEST(Auth, repliesAndWhatTheyLeadTo) {

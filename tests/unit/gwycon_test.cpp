@@ -1,23 +1,18 @@
 // Connecting to a Gateway and waiting for a connect in progress.
 #include "stapi_zul_gwycon.h"
 
+#include "zulstats.h"
+
 #include "support/interposer.h"
 #include "support/process.h"
 #include "scripted_peer.h"
 #include "support/trace_capture.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <cstring>
-#include <cstdint>
-#include <optional>
-#include <string>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 namespace {
 
@@ -115,19 +110,27 @@ TEST(ConnectToGateway, outcomes) {
     EXPECT_EQ(descriptor, -1);
 }
 
-// Not even where the application has closed its standard streams.
-TEST(ConnectToGateway, socketHasNoStandardStreamsNumber) {
-    EXPECT_EQ(runInChild([] {
-                  close(STDIN_FILENO);
-                  close(STDERR_FILENO);
-                  const CallFault fault(Call::connect, {ECONNREFUSED});
-                  std::int32_t descriptor = -1;
-                  const int rc = connectToGateway(1, "127.0.0.1", &descriptor);
-                  const bool isFree = fcntl(STDIN_FILENO, F_GETFD) == -1 && fcntl(STDERR_FILENO, F_GETFD) == -1;
-                  const bool closesOnExec = (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
-                  return rc == STAPI_RC_SOCKET_CONNECT_REFUSED && descriptor > 2 && isFree && closesOnExec ? 0 : 1;
-              }),
-              0);
+// A closed standard stream's number is nobody's: what prints to it would reach the Gateway or the trace.
+TEST(ConnectToGateway, socketAndTraceHaveNoStandardStreamsNumber) {
+    const TempDirectory directory;
+    expectInChild([&] {
+        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            close(stream);
+        }
+        const CallFault fault(Call::connect, {ECONNREFUSED});
+        std::int32_t descriptor = -1;
+        const int rc = connectToGateway(1, "127.0.0.1", &descriptor);
+        const int set = setAPITraceFile(directory.file("trace").c_str());
+        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            if (fcntl(stream, F_GETFD) != -1) {
+                return 1 + stream;
+            }
+        }
+        dumpState();
+        const bool written = set == 0 && readFile(directory.file("trace")).starts_with("zulstats state dump");
+        const bool closesOnExec = (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
+        return rc == STAPI_RC_SOCKET_CONNECT_REFUSED && descriptor > 2 && closesOnExec && written ? 0 : 4;
+    });
 }
 
 struct Waited {
@@ -163,22 +166,21 @@ TEST(WaitForConnection, interruptedWaitGoesOn) {
 
 // No fd_set holds it.
 TEST(WaitForConnection, largeDescriptor) {
-    EXPECT_EQ(runInChild([] {
-                  constexpr int LARGE = 1500;
-                  rlimit limit{};
-                  getrlimit(RLIMIT_NOFILE, &limit);
-                  limit.rlim_cur = limit.rlim_max;
-                  setrlimit(RLIMIT_NOFILE, &limit);
-                  const SocketPair pair;
-                  if (dup2(pair.library, LARGE) != LARGE) {
-                      return 2;
-                  }
-                  const Waited open = waitOn(LARGE);
-                  close(LARGE);
-                  const Waited closed = waitOn(LARGE);
-                  return open.rc == 0 && closed.rc == STAPI_RC_SOCKET_CONNECT_ERROR && closed.error == EBADF ? 0 : 1;
-              }),
-              0);
+    expectInChild([] {
+        constexpr int LARGE = 1500;
+        rlimit limit{};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        const SocketPair pair;
+        if (dup2(pair.library, LARGE) != LARGE) {
+            return 2;
+        }
+        const Waited open = waitOn(LARGE);
+        close(LARGE);
+        const Waited closed = waitOn(LARGE);
+        return open.rc == 0 && closed.rc == STAPI_RC_SOCKET_CONNECT_ERROR && closed.error == EBADF ? 0 : 1;
+    });
 }
 
 }  // namespace

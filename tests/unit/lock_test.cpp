@@ -41,21 +41,6 @@ TEST(Lock, recordWithoutItsMarkerIsRefusedAndItsMutexNotTouched) {
     }
 }
 
-TEST(Lock, lifeOfARecord) {
-    StapiLock lock{};
-    for (int life = 0; life < 2; ++life) {
-        EXPECT_EQ(initializeLock(&lock), 0);
-        EXPECT_EQ(requestLock(&lock), 0);
-        EXPECT_EQ(initializeLock(&lock), STAPI_RC_LOCK_ALREADY_INITIALIZED);
-        EXPECT_EQ(pthread_mutex_trylock(&lock.mutex), EBUSY);
-        EXPECT_EQ(releaseLock(&lock), 0);
-        EXPECT_EQ(pthread_mutex_trylock(&lock.mutex), 0);
-        pthread_mutex_unlock(&lock.mutex);
-        EXPECT_EQ(destroyLock(&lock), 0);
-        EXPECT_EQ(isLockInitialized(&lock), LOCK_DESTROYED);
-    }
-}
-
 TEST(Lock, failedMutexCallShowsErrnoInItsLineAndTheCallsResultAtExit) {
     for (const auto& operation : GUARDED) {
         StapiLock lock{};

@@ -6,11 +6,7 @@
 #include "scripted_peer.h"
 #include "support/trace_capture.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <string>
-#include <utility>
 
 namespace {
 

@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <system_error>
-#include <vector>
 
 #include <sys/socket.h>
 #include <sys/time.h>

@@ -9,12 +9,8 @@
 #include "support/interposer.h"
 #include "support/trace_capture.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <cstring>
-#include <string>
-#include <vector>
 
 namespace {
 

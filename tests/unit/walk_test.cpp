@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
 
 namespace {
 
@@ -40,46 +39,44 @@ struct ResultSet {
 };
 
 // With statistics, or with identifiers.
-class Walk : public testing::TestWithParam<bool> {
-protected:
+struct Kind {
+    const bool statistics;
     std::string content(std::int64_t count, const std::string& elements) const {
         return (statistics ? "ZULSTSET" : "ZULIDSET") + number(count) + elements;
     }
     std::string item(const std::string& id, const std::string& value) const {
         return text(id) + (statistics ? text(value) : "");
     }
-    Entries walk(ResultSetToken* rs) const {
-        return statistics ? walkStats(rs) : walkIds(rs);
-    }
     int call(ResultSetToken* rs, bool first) const {
         StatData stat{};
         IdData id{};
         return statistics ? (first ? getFirstStat : getNextStat)(rs, &stat) : (first ? getFirstId : getNextId)(rs, &id);
     }
-    // As this kind of content can tell them.
-    Entries expected(const Entries& entries) const {
-        return statistics ? entries : idsOnly(entries);
+    // Whether a walk finds them, as this kind of content can tell them.
+    void expect(ResultSetToken* rs, const Entries& entries) const {
+        EXPECT_EQ(walk(rs, statistics), statistics ? entries : idsOnly(entries));
     }
-    const bool statistics = GetParam();
 };
 
-INSTANTIATE_TEST_SUITE_P(IdsAndStats, Walk, testing::Bool());
+constexpr Kind KINDS[] = {{true}, {false}};
 
-TEST_P(Walk, wellFormedContentAtEveryAlignment) {
-    const std::string elements = text("A") + number(0) + number(2) + item("id1", "v") + item("", "") +  //
-                                 text("bad") + number(-5) +                                             //
-                                 text("") + number(7) + number(1) + item("id3", "333");
+TEST(Walk, wellFormedContentAtEveryAlignment) {
     const Entries entries = {{"A", 0, "id1", "v"}, {"A", 0}, {"bad", -5}, {"", 7, "id3", "333"}};
-    for (std::size_t shift = 0; shift < 8; ++shift) {
-        ResultSet set(content(3, elements) + TERMINATOR, shift);
-        EXPECT_EQ(walk(&set.token), expected(entries)) << shift;
+    for (const Kind& kind : KINDS) {
+        const std::string elements = text("A") + number(0) + number(2) + kind.item("id1", "v") + kind.item("", "") +
+                                     text("bad") + number(-5) + text("") + number(7) + number(1) +
+                                     kind.item("id3", "333");
+        for (std::size_t shift = 0; shift < 8; ++shift) {
+            ResultSet set(kind.content(3, elements) + TERMINATOR, shift);
+            kind.expect(&set.token, entries);
+        }
     }
 }
 
 // What a walk makes of content that the wire cannot have meant.
-TEST_P(Walk, oddContent) {
-    const std::string one = text("A") + number(0) + number(1) + item("a", "1");
-    const std::string two = text("C") + number(0) + number(1) + item("c", "3");
+void expectOfOddContent(const Kind& kind) {
+    const std::string one = text("A") + number(0) + number(1) + kind.item("a", "1");
+    const std::string two = text("C") + number(0) + number(1) + kind.item("c", "3");
     const std::string begun = text("B") + number(0) + number(2);
     const auto none = [](std::int64_t items) { return text("B") + number(0) + number(items); };
     const Entry first = {"A", 0, "a", "1"};
@@ -101,12 +98,12 @@ TEST_P(Walk, oddContent) {
         {"no items at all", 2, none(0) + none(0), {}},
         {"item count that reads as the terminator",
          2,
-         one + text("B") + number(0) + number(RESULT_SET_TERMINATOR) + item("b", "2"),
+         one + text("B") + number(0) + number(RESULT_SET_TERMINATOR) + kind.item("b", "2"),
          {first, {"B", 0, "b", "2"}}},
         {"negative item count", 3, one + none(-1) + two, {first, last}},
         {"lowest item count", 2, one + none(0x80000000), {first}},
         {"terminator for an item", 2, one + begun, {first}},
-        {"terminator after an item", 2, begun + item("b", "2"), {{"B", 0, "b", "2"}}},
+        {"terminator after an item", 2, begun + kind.item("b", "2"), {{"B", 0, "b", "2"}}},
         {"element text beyond the buffer", 2, one + number(40000), {first}},
         {"element text of half the memory", 2, one + number(0x7FFFFFFF), {first}},
         {"element text of negative length", 2, one + number(-1), {first}},
@@ -114,44 +111,53 @@ TEST_P(Walk, oddContent) {
         {"identifier of negative length", 2, one + begun + number(-4), {first}},
     };
     for (const auto& odd : cases) {
-        ResultSet set(content(odd.count, odd.elements + TERMINATOR));
-        EXPECT_EQ(walk(&set.token), expected(odd.entries)) << odd.name;
+        SCOPED_TRACE(odd.name);
+        ResultSet set(kind.content(odd.count, odd.elements + TERMINATOR));
+        kind.expect(&set.token, odd.entries);
     }
+}
+
+TEST(Walk, oddContent) {
+    expectOfOddContent(KINDS[0]);
+    expectOfOddContent(KINDS[1]);
 }
 
 // The end of the buffer ends the content wherever it comes; a long first element puts the others there.
-TEST_P(Walk, contentWithoutTerminatorEndsWithTheBuffer) {
-    const std::string two = text("B") + number(0) + number(2) + item("b", "2") + item("c", "3");
-    const std::size_t lastItem = item("c", "3").size();
-    for (std::size_t missing = 0; missing <= two.size() + 4; ++missing) {
-        const std::size_t room = RESULT_SET_BUFFER_SIZE - 12 - two.size() + missing;
-        std::string whole = content(2, text(std::string(room - 8, 'x')) + number(-1) + two);
-        whole.resize(RESULT_SET_BUFFER_SIZE);
-        ResultSet set(whole);
-        const std::size_t left = missing == 0 ? 3 : missing <= lastItem ? 2 : missing <= two.size() ? 1 : 0;
-        EXPECT_EQ(walk(&set.token).size(), left) << missing;
+TEST(Walk, contentWithoutTerminatorEndsWithTheBuffer) {
+    for (const Kind& kind : KINDS) {
+        const std::string two = text("B") + number(0) + number(2) + kind.item("b", "2") + kind.item("c", "3");
+        const std::size_t lastItem = kind.item("c", "3").size();
+        for (std::size_t missing = 0; missing <= two.size() + 4; ++missing) {
+            const std::size_t room = RESULT_SET_BUFFER_SIZE - 12 - two.size() + missing;
+            std::string whole = kind.content(2, text(std::string(room - 8, 'x')) + number(-1) + two);
+            whole.resize(RESULT_SET_BUFFER_SIZE);
+            ResultSet set(whole);
+            const std::size_t left = missing == 0 ? 3 : missing <= lastItem ? 2 : missing <= two.size() ? 1 : 0;
+            EXPECT_EQ(walk(&set.token, kind.statistics).size(), left) << missing;
+        }
     }
 }
 
-// The First calls look for the end in place of the count, the Next calls where the first element begins.
-TEST_P(Walk, terminatorForACount) {
-    ResultSet set(content(RESULT_SET_TERMINATOR, text("A") + number(0) + number(1) + item("a", "1") + TERMINATOR));
+// The First calls look for the end in place of the count, the Next calls where the first element begins. The end moves
+// nothing.
+TEST(Walk, terminatorForACountAndTheEnd) {
     TraceCapture trace(3);
-    EXPECT_EQ(call(&set.token, true), STAPI_RC_END_OF_RESULT_SET);
-    EXPECT_THAT(trace.take().back(), testing::EndsWith("last=1 rc=-113"));
-    EXPECT_EQ(set.token.queryIndex, 0u);
-    EXPECT_EQ(call(&set.token, false), 0);
-}
-
-TEST_P(Walk, endMovesNothing) {
-    const std::string one = text("A") + number(0) + number(1) + item("a", "1");
-    const std::string begun = text("B") + number(0);
-    for (const std::string& end : {begun + number(0) + TERMINATOR, begun + number(1) + number(40000), number(40000)}) {
-        ResultSet set(content(2, one + end));
-        EXPECT_EQ(call(&set.token, true), 0);
-        const ResultSetToken before = set.token;
-        EXPECT_EQ(call(&set.token, false), STAPI_RC_END_OF_RESULT_SET);
-        EXPECT_EQ(std::memcmp(&set.token, &before, sizeof before), 0);
+    for (const Kind& kind : KINDS) {
+        const std::string one = text("A") + number(0) + number(1) + kind.item("a", "1");
+        const std::string begun = text("B") + number(0);
+        ResultSet counted(kind.content(RESULT_SET_TERMINATOR, one + TERMINATOR));
+        EXPECT_EQ(kind.call(&counted.token, true), STAPI_RC_END_OF_RESULT_SET);
+        EXPECT_THAT(trace.take().back(), testing::EndsWith("last=1 rc=-113"));
+        EXPECT_EQ(counted.token.queryIndex, 0u);
+        EXPECT_EQ(kind.call(&counted.token, false), 0);
+        for (const std::string& end :
+             {begun + number(0) + TERMINATOR, begun + number(1) + number(40000), number(40000)}) {
+            ResultSet set(kind.content(2, one + end));
+            EXPECT_EQ(kind.call(&set.token, true), 0);
+            const ResultSetToken before = set.token;
+            EXPECT_EQ(kind.call(&set.token, false), STAPI_RC_END_OF_RESULT_SET);
+            EXPECT_EQ(std::memcmp(&set.token, &before, sizeof before), 0);
+        }
     }
 }
 

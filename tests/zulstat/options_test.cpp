@@ -3,11 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
-namespace zulstat {
-
 namespace {
+
+using namespace zulstat;
 
 Options parse(const std::string& line) {
     const std::vector<std::string> words = splitPieces("zulstat " + line, ' ');
@@ -17,8 +15,6 @@ Options parse(const std::string& line) {
     }
     return parseOptions(static_cast<int>(arguments.size()), arguments.data());
 }
-
-}  // namespace
 
 TEST(ZulstatOptions, TakesIntervalAndCountFromEitherEnd) {
     struct {
@@ -64,4 +60,4 @@ TEST(ZulstatOptions, HelpIsForCommandsThatThereAre) {
     }
 }
 
-}  // namespace zulstat
+}  // namespace

@@ -10,19 +10,16 @@
 #include "monitor/utf8.h"
 #include "range.h"
 
-namespace zulstat {
+namespace {
 
 using namespace monitor;
-
-namespace {
+using namespace zulstat;
 
 [[maybe_unused]] const bool usersLocaleIsSet = [] {
     setenv("LC_ALL", "C.UTF-8", 1);
     setLocale();
     return true;
 }();
-
-}  // namespace
 
 TEST(ZulstatText, EscapesWhatATerminalWouldObey) {
     using namespace std::string_literals;
@@ -153,4 +150,4 @@ TEST(ZulstatRange, AlertsAsPluginsDo) {
     }
 }
 
-}  // namespace zulstat
+}  // namespace

@@ -134,22 +134,6 @@ class Watch(unittest.TestCase):
                 self.assertEqual((watch.returncode, errors), (0, ''))
                 self.assertEqual([output.count(text) for text in once], [1] * len(once), output)
 
-    def test_worker_dies(self):
-        with started(SIM, '--port', '0') as gateway:
-            port = gateway.stdout.readline().strip().split(':')[1]
-            with started(ZULSTAT, 'watch', '0.1', ID, '-o', 'plain', '-p', port) as watch:
-                self.assertTrue(watch.stdout.readline())
-                gateway.send_signal(signal.SIGSTOP)
-                time.sleep(0.5)  # until it waits for an answer
-                with open(f'/proc/{watch.pid}/task/{watch.pid}/children', encoding='ascii') as children:
-                    os.kill(int(children.read()), signal.SIGKILL)
-                self.assertRegex(watch.stderr.readline(), 'the worker process ended unexpectedly; trying again$')
-                gateway.send_signal(signal.SIGCONT)
-                self.assertIn('again after', watch.stderr.readline())
-                watch.send_signal(signal.SIGINT)
-                output, errors = watch.communicate(timeout=5)
-                self.assertEqual((watch.returncode, errors, output.count('\t-102\n')), (0, '', 1), output)
-
     def test_demo_takes_no_simulator_from_elsewhere(self):
         with tempfile.TemporaryDirectory() as directory:
             os.makedirs(f'{directory}/simgateway')
