@@ -116,8 +116,8 @@ void Screen::update() {
 std::optional<int> Screen::key() {
     static const std::map<int, int> known = {
         {KEY_UP, keyUp},     {KEY_DOWN, keyDown},   {KEY_PPAGE, keyPageUp},         {KEY_NPAGE, keyPageDown},
-        {KEY_HOME, keyHome}, {KEY_END, keyEnd},     {KEY_RESIZE, keyResize},        {KEY_ENTER, KEY_ENTER},
-        {'\n', KEY_ENTER},   {'\b', KEY_BACKSPACE}, {KEY_BACKSPACE, KEY_BACKSPACE},
+        {KEY_HOME, keyHome}, {KEY_END, keyEnd},     {KEY_RESIZE, keyResize},        {KEY_ENTER, ENTER_KEY},
+        {'\n', ENTER_KEY},   {'\b', BACKSPACE_KEY}, {KEY_BACKSPACE, BACKSPACE_KEY},
     };
     const int code = wgetch(keys);
     if (code == ERR) {

@@ -15,10 +15,10 @@ enum class Style : std::uint8_t { normal, bold, dim, header, bad };
 
 // Keys that are no ASCII characters.
 enum Key : int { keyUp = 0x100, keyDown, keyPageUp, keyPageDown, keyHome, keyEnd, keyResize, keyOther };
-inline constexpr int KEY_ENTER = '\r';
-inline constexpr int KEY_ESCAPE = 0x1B;
-inline constexpr int KEY_CLEAR = 0x15;  // Ctrl-U
-inline constexpr int KEY_BACKSPACE = 0x7F;
+inline constexpr int ENTER_KEY = '\r';
+inline constexpr int ESCAPE_KEY = 0x1B;
+inline constexpr int CLEAR_KEY = 0x15;  // Ctrl-U
+inline constexpr int BACKSPACE_KEY = 0x7F;
 
 // One at a time. The destructor restores the terminal.
 class Screen {

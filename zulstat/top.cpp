@@ -141,7 +141,7 @@ private:
         case keyEnd:
             scroll = static_cast<int>(rows.count());
             break;
-        case KEY_ESCAPE:
+        case ESCAPE_KEY:
             filterText.clear();
             break;
         case 'q':
@@ -181,14 +181,14 @@ private:
     }
 
     void type(int key) {
-        if (key == KEY_ENTER || key == KEY_ESCAPE) {
+        if (key == ENTER_KEY || key == ESCAPE_KEY) {
             typing = false;
-            filterText = key == KEY_ESCAPE ? "" : filterText;
-        } else if (key == KEY_CLEAR) {
+            filterText = key == ESCAPE_KEY ? "" : filterText;
+        } else if (key == CLEAR_KEY) {
             filterText.clear();
-        } else if (key == KEY_BACKSPACE && !filterText.empty()) {
+        } else if (key == BACKSPACE_KEY && !filterText.empty()) {
             filterText.pop_back();
-        } else if (key >= ' ' && key < KEY_BACKSPACE) {
+        } else if (key >= ' ' && key < BACKSPACE_KEY) {
             filterText += static_cast<char>(key);
         }
         scroll = 0;
