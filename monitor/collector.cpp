@@ -116,7 +116,8 @@ void Collector::begin(Query query, Clock::time_point until) {
         startFailure = error.what();
         return;
     }
-    const OpenRequest opening = {settings.target.host, settings.target.port, settings.traceLevel, settings.traceFile};
+    const OpenRequest opening = {settings.target.host, settings.target.port, settings.traceLevel, settings.traceFile,
+                                 settings.networks};
     // One send: a worker that fails while it opens the connection has gone before a second one.
     // One that has gone already shows where it is heard.
     if (!send(writeHello() + writeOpen(opening) + request) && errno != EPIPE && errno != ECONNRESET) {
@@ -268,6 +269,10 @@ void Collector::abandon() {
     open = false;
 }
 
+void Collector::reapEnded() {
+    reap(WNOHANG);
+}
+
 void Collector::reap(int flags) {
     std::erase_if(leaving, [&](pid_t process) {
         pid_t rc = -1;
@@ -276,6 +281,10 @@ void Collector::reap(int flags) {
         } while (rc < 0 && errno == EINTR);
         return rc != 0;
     });
+}
+
+void Collector::setNetworks(std::string networks) {
+    settings.networks = std::move(networks);
 }
 
 bool Collector::busy() const {

@@ -33,6 +33,8 @@ struct CollectorOptions {
     int traceLevel = 0;     // of the library, 0..5
     std::string traceFile;  // empty: standard error
     int interruptFd = -1;   // the calls that wait end when it is readable; -1: nothing does. The caller's.
+    // Only addresses in these networks are dialled, whatever the host resolves to: "10.0.0.0/8 ::1". Empty: any.
+    std::string networks{};
 };
 
 struct Outcome {
@@ -75,6 +77,8 @@ public:
     // Ends the worker, whatever it is doing, and the connection with it. Never waits: until a later call of any of
     // these the system may show the worker as defunct.
     void abandon();
+    // Lets the system forget workers that have ended, as the calls above do. Never waits.
+    void reapEnded();
 
     bool busy() const;       // a query or a close is in progress
     bool connected() const;  // the worker holds a connection
@@ -83,6 +87,9 @@ public:
     Clock::time_point nextWake() const;  // the deadline while busy, or at once; else never
     Phase phase() const;                 // what the worker is at, for a display
     pid_t process() const;               // the worker's; -1 where there is none
+
+    // For connections that are opened from now on.
+    void setNetworks(std::string networks);
 
     // These wait.
 

@@ -51,7 +51,8 @@ std::string meaningOf(int rc, const std::string& reason = {}) {
 }  // namespace
 
 bool mayPass(const Failure& failure) {
-    return failure.kind != FailureKind::libraryCode && failure.kind != FailureKind::interrupted;
+    return failure.kind != FailureKind::libraryCode && failure.kind != FailureKind::interrupted &&
+           failure.kind != FailureKind::forbidden;
 }
 
 std::string describeWait(Phase phase, const Query& query) {
@@ -97,6 +98,8 @@ std::string describeFailure(const Failure& failure, const Target& target, std::c
         return meaningOf(failure.rc);
     case FailureKind::interrupted:
         return fmt::format("interrupted ({})", failure.text);
+    case FailureKind::forbidden:
+        return fmt::format("{} is not allowed: its addresses are {}", gateway, failure.text);
     case FailureKind::internal:
         break;
     }

@@ -20,6 +20,7 @@ enum class FailureKind : std::uint8_t {
     libraryCode,    // any other code of the library
     internal,       // the worker could not be started, died, or says what is not understood
     interrupted,    // the caller's interrupt descriptor became readable
+    forbidden,      // the host has addresses in none of the networks allowed; `text` has them
 };
 
 struct Failure {

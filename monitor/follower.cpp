@@ -5,7 +5,7 @@
 namespace monitor {
 
 Follower::Follower(FollowerOptions options)
-    : settings(std::move(options)), collector(settings.collector), backoff(settings.interval) {
+    : settings(std::move(options)), sampler(settings.collector), backoff(settings.interval) {
 }
 
 std::optional<Event> Follower::step(Clock::time_point now) {
@@ -20,15 +20,15 @@ std::optional<Event> Follower::step(Clock::time_point now) {
     }
     if (complete() && !closing) {
         closing = true;
-        if (!collector.beginClose(now + settings.timeout)) {
+        if (!sampler.beginClose(now + settings.timeout)) {
             return end(std::nullopt);
         }
     }
-    if (!collector.busy() && !paused && now >= due) {
-        collector.begin(settings.query, now + settings.timeout);
+    if (!sampler.busy() && !paused && now >= due) {
+        sampler.begin(settings.query, now + settings.timeout);
         queryBegan = now;
     }
-    std::optional<Outcome> outcome = collector.advance(now);
+    std::optional<Outcome> outcome = sampler.advance(now);
     if (!outcome) {
         return std::nullopt;
     }
@@ -77,15 +77,15 @@ bool Follower::complete() const {
 }
 
 Clock::time_point Follower::nextWake() const {
-    return ended              ? Clock::time_point::max()
-           : tickWanted       ? Clock::time_point::min()
-           : collector.busy() ? collector.nextWake()
-           : paused           ? Clock::time_point::max()
-                              : due;
+    return ended            ? Clock::time_point::max()
+           : tickWanted     ? Clock::time_point::min()
+           : sampler.busy() ? sampler.nextWake()
+           : paused         ? Clock::time_point::max()
+                            : due;
 }
 
 int Follower::descriptor() const {
-    return collector.busy() ? collector.descriptor() : -1;
+    return sampler.busy() ? sampler.descriptor() : -1;
 }
 
 void Follower::pause(bool wanted) {
@@ -102,11 +102,11 @@ void Follower::setInterval(Milliseconds interval, Clock::time_point now) {
 }
 
 bool Follower::busy() const {
-    return collector.busy();
+    return sampler.busy();
 }
 
 Phase Follower::phase() const {
-    return collector.phase();
+    return sampler.phase();
 }
 
 Clock::time_point Follower::began() const {

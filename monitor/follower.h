@@ -7,6 +7,7 @@
 #include "collector.h"
 #include "failure.h"
 #include "sample.h"
+#include "sampler.h"
 #include "schedule.h"
 
 namespace monitor {
@@ -74,7 +75,7 @@ private:
     bool complete() const;
 
     FollowerOptions settings;
-    Collector collector;
+    Sampler sampler;
     std::optional<Cadence> cadence;  // from the first step on
     Backoff backoff;
     Clock::time_point due = Clock::time_point::min();

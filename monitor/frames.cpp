@@ -130,7 +130,8 @@ std::uint32_t readHello(FrameReader& frame) {
 
 std::string writeOpen(const OpenRequest& request) {
     FrameWriter writer(MessageType::open);
-    writer.addText(request.host).add(request.port).add(request.traceLevel).addRest(request.traceFile);
+    writer.addText(request.host).add(request.port).add(request.traceLevel).addText(request.networks);
+    writer.addRest(request.traceFile);
     return writer.finish();
 }
 
@@ -139,6 +140,7 @@ OpenRequest readOpen(FrameReader& frame) {
     request.host = frame.takeText();
     request.port = frame.take<int>();
     request.traceLevel = frame.take<int>();
+    request.networks = frame.takeText();
     request.traceFile = frame.takeRest();
     return request;
 }
@@ -252,7 +254,7 @@ std::string writeFailed(const Failure& failure) {
 
 Failure readFailed(FrameReader& frame) {
     Failure failure;
-    failure.kind = frame.takeEnum(FailureKind::interrupted);
+    failure.kind = frame.takeEnum(FailureKind::forbidden);
     failure.phase = frame.takeEnum(Phase::closing);
     failure.rc = frame.take<int>();
     failure.text = frame.takeRest();

@@ -20,7 +20,7 @@
 
 namespace monitor {
 
-inline constexpr std::uint32_t FRAME_VERSION = 1;
+inline constexpr std::uint32_t FRAME_VERSION = 2;
 inline constexpr std::size_t FRAME_LIMIT = 1 << 20;  // no message is as long
 
 enum class MessageType : std::uint8_t { hello, open, query, close, phase, opened, sample, failed, closed };
@@ -119,6 +119,7 @@ struct OpenRequest {
     int port = 0;
     int traceLevel = 0;
     std::string traceFile;
+    std::string networks{};  // with blanks between; empty: any
 };
 std::string writeOpen(const OpenRequest& request);
 OpenRequest readOpen(FrameReader& frame);

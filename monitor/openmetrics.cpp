@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
 #include <optional>
 #include <unordered_map>
 
@@ -67,7 +70,26 @@ bool isOddUnit(std::string_view word) {
     return std::any_of(units.begin(), units.end(), [&](std::string_view unit) { return equalsAnyCase(word, unit); });
 }
 
-// gateway_host_load_1m for host.load.1m. A value stays in the Gateway's unit, so that the word for an odd one is no
+void appendHelp(std::string& to, std::string_view text, MetricsFormat format) {
+    if (format == MetricsFormat::openMetrics) {
+        appendEscaped(to, text);
+        return;
+    }
+    // There a quotation mark stands for itself.
+    std::string escaped;
+    appendEscaped(escaped, text);
+    for (std::size_t place = 0; place < escaped.size(); ++place) {
+        place += escaped.compare(place, 2, "\\\"") == 0 ? 1 : 0;
+        to += escaped[place];
+        if (escaped[place] == '\\') {
+            to += escaped[++place];
+        }
+    }
+}
+
+}  // namespace
+
+// A value stays in the Gateway's unit, so that the word for an odd one is no
 // word of the name: gateway_host_memory_freekb.
 std::string metricName(std::string_view id) {
     constexpr std::string_view first = "gateway";
@@ -90,11 +112,49 @@ std::string metricName(std::string_view id) {
     return name;
 }
 
+namespace {
+
 // For a moment, gateway_host_boot_time_seconds.
 std::string secondsName(std::string_view id) {
     const std::string name = metricName(id);
     return name.ends_with("_seconds") ? name : name + "_seconds";
 }
+
+// A number with a unit behind it that the rule knows, in what the rule's factor makes of it.
+std::optional<double> extractNumber(std::string_view text, const std::map<std::string, double>& units) {
+    const std::size_t numberEnd = std::min(text.find_first_not_of("+-.0123456789"), text.size());
+    std::string_view unit = text.substr(numberEnd);
+    unit.remove_prefix(std::min(unit.find_first_not_of(' '), unit.size()));
+    unit = unit.substr(0, unit.find(' '));
+    const std::optional<Number> number = parseNumber(text.substr(0, numberEnd));
+    const auto factor = units.find(std::string(unit));
+    return number && factor != units.end() ? std::optional(toDouble(*number) * factor->second) : std::nullopt;
+}
+
+// What a value is as a number by a rule; empty where it is none.
+std::string numberByRule(const Rule& rule, std::string_view value) {
+    std::optional<double> number;
+    if (!rule.extract.empty()) {
+        number = extractNumber(value, rule.extract);
+    } else if (const std::optional<Number> whole = parseNumber(value)) {
+        const double plain = toDouble(*whole);
+        if (rule.type == MetricType::counter && plain < 0) {
+            return {};
+        }
+        if (rule.scale == 1) {
+            return std::string(value);
+        }
+        number = plain;
+    } else {
+        number = parseMoment(value);
+    }
+    if (!number || (rule.type == MetricType::counter && *number < 0) || !std::isfinite(*number * rule.scale)) {
+        return {};
+    }
+    return fmt::format("{}", *number * rule.scale);
+}
+
+constexpr std::array<std::string_view, 4> TYPE_WORDS = {"gauge", "counter", "stateset", "info"};
 
 }  // namespace
 
@@ -106,24 +166,35 @@ public:
         }
         seen.reserve(most);
     }
-    // `labels` come behind those of the sample.
-    void add(std::string_view name, Help help, std::string_view labels, std::string_view value) {
+    // `labels` come behind those of the sample. Returns false where the name has another type.
+    bool add(std::string_view name, MetricType type, Help help, std::string_view labels, std::string_view value) {
+        std::string* const family = metrics.family(name, type, help);
+        if (family == nullptr) {
+            return false;
+        }
         std::string series;
-        series.reserve(name.size() + lead.size() + labels.size() + 2);
+        series.reserve(name.size() + lead.size() + labels.size() + 8);
         series += name;
+        series += endingOf(type);
         series += '{';
         series += lead;
         series += lead.empty() || labels.empty() ? "" : ",";
         series += labels;
-        std::string& family = metrics.family(name, help);
-        family += series;
+        *family += series;
         // An identifier may come twice in one query element.
         if (const int repeated = ++seen[std::move(series)]; repeated > 1) {
-            family += ",repeated=\"" + std::to_string(repeated) + "\"";
+            *family += ",repeated=\"" + std::to_string(repeated) + "\"";
         }
-        family += "} ";
-        family += value;
-        family += '\n';
+        *family += "} ";
+        *family += value;
+        *family += '\n';
+        return true;
+    }
+    // One whose name no rule gives: a name that has another type by a rule is left to that.
+    void addGauge(std::string_view name, Help help, std::string_view labels, std::string_view value) {
+        if (!add(name, MetricType::gauge, help, labels, value)) {
+            add(std::string(name) + "_unmapped", MetricType::gauge, help, labels, value);
+        }
     }
 
 private:
@@ -132,64 +203,189 @@ private:
     std::unordered_map<std::string, int> seen;
 };
 
-std::string& OpenMetrics::family(std::string_view name, Help help) {
-    const auto place = indices.find(name);
-    if (place != indices.end()) {
-        return families[place->second];
-    }
-    indices.emplace(name, families.size());
-    std::string& family = families.emplace_back();
-    family.reserve(256);  // its comments and a sample or two
-    family.append("# TYPE ").append(name).append(" gauge\n# HELP ").append(name) += ' ';
-    family += help.before;
-    appendEscaped(family, help.id);
-    family += help.behind;
-    family += '\n';
-    return family;
+OpenMetrics::OpenMetrics(MetricsFormat format) : metricsFormat(format) {
 }
 
-void OpenMetrics::add(const Sample& sample, const Labels& sampleLabels) {
+std::string* OpenMetrics::family(std::string_view name, MetricType type, Help help) {
+    const auto place = indices.find(name);
+    if (place != indices.end()) {
+        Family& known = families[place->second];
+        return known.type == type ? &known.text : nullptr;
+    }
+    indices.emplace(name, families.size());
+    std::string& family = families.emplace_back(Family{{}, type}).text;
+    family.reserve(256);  // its comments and a sample or two
+    const bool older = metricsFormat == MetricsFormat::text;
+    const std::string_view ending = older ? endingOf(type) : "";
+    const std::string_view word =
+        older && type != MetricType::counter ? "gauge" : TYPE_WORDS[static_cast<std::size_t>(type)];
+    family.append("# TYPE ").append(name).append(ending).append(" ").append(word);
+    family.append("\n# HELP ").append(name).append(ending) += ' ';
+    family += help.before;
+    appendHelp(family, help.id, metricsFormat);
+    family += help.behind;
+    family += '\n';
+    return &family;
+}
+
+void OpenMetrics::add(std::string_view name, MetricType type, std::string_view help, const Labels& labels,
+                      std::string_view value) {
+    SampleWriter writer(*this, labels, 1);
+    writer.add(name, type, {"", help}, "", value);
+}
+
+namespace {
+
+// The items of a sample by the rules of its target.
+class MappedItems {
+public:
+    MappedItems(const Sample& from, Mapper& by) : sample(from), mapper(by) {
+        mapper.beginSample();
+        places.reserve(sample.items.size());
+        for (const Element& element : sample.elements) {
+            for (const Item& item : sample.itemsOf(element)) {
+                const MappedName& mapped = mapper.find(item.id);
+                if (mapped.rule != nullptr && mapped.rule->type) {
+                    ++places[place(element, mapped)];
+                }
+            }
+        }
+    }
+    // The labels of an item; one that shares its name and labels with another has its identifier too.
+    std::string labelsOf(const Element& element, const Item& item, const MappedName& mapped) {
+        std::string labels;
+        appendLabel(labels, "element", element.text);
+        if (places[place(element, mapped)] > 1) {
+            appendLabel(labels, "id", item.id);
+            ++mapper.counts.sameNames;
+        }
+        for (const auto& [name, value] : mapped.labels) {
+            appendLabel(labels, name, value);
+        }
+        return labels;
+    }
+
+private:
+    std::string place(const Element& element, const MappedName& mapped) const {
+        std::string text = mapped.name;
+        text += endingOf(*mapped.rule->type);
+        appendLabel(text, "element", element.text);
+        for (const auto& [name, value] : mapped.labels) {
+            appendLabel(text, name, value);
+        }
+        return text;
+    }
+
+    const Sample& sample;
+    Mapper& mapper;
+    std::unordered_map<std::string, int> places;
+};
+
+}  // namespace
+
+void OpenMetrics::add(const Sample& sample, const Labels& sampleLabels, Mapper* mapper) {
     constexpr std::string_view statistic = "The Gateway's statistic ";
     SampleWriter writer(*this, sampleLabels, sample.items.size() + sample.elements.size());
+    std::optional<MappedItems> mappedItems;
+    if (mapper != nullptr) {
+        mappedItems.emplace(sample, *mapper);
+    }
+    // Returns whether a rule took the item.
+    const auto addByRule = [&](const Element& element, const Item& item) {
+        const MappedName& mapped = mapper->find(item.id);
+        if (mapped.rule == nullptr) {
+            return false;
+        }
+        if (!mapped.rule->type) {
+            return true;
+        }
+        const Rule& rule = *mapped.rule;
+        const Help help = mapped.help.empty() ? Help{statistic, item.id, "."} : Help{"", mapped.help};
+        const std::string labels = mappedItems->labelsOf(element, item, mapped);
+        bool added = false;
+        switch (*rule.type) {
+        case MetricType::gauge:
+        case MetricType::counter: {
+            const std::string number = numberByRule(rule, item.value);
+            if (number.empty()) {
+                ++mapper->counts.notNumbers;
+                return false;
+            }
+            added = writer.add(mapped.name, *rule.type, help, labels, number);
+            break;
+        }
+        case MetricType::stateset: {
+            bool known = false;
+            for (const std::string& state : rule.states) {
+                std::string own = labels;
+                appendLabel(own, mapped.name, state);
+                known = known || state == item.value;
+                added = writer.add(mapped.name, *rule.type, help, own, state == item.value ? "1" : "0");
+            }
+            if (!known) {
+                ++mapper->counts.unknownStates;
+                return false;  // the text itself says which
+            }
+            break;
+        }
+        case MetricType::info:
+            if (const auto text = mapper->admit(element.text, item.id, item.value)) {
+                std::string own = labels;
+                appendLabel(own, "value", *text);
+                added = writer.add(mapped.name, *rule.type, help, own, "1");
+            } else {
+                return true;
+            }
+            break;
+        }
+        mapper->counts.otherTypes += added ? 0 : 1;
+        return added;
+    };
     std::string labels;
     for (const Element& element : sample.elements) {
         labels.clear();
         appendLabel(labels, "element", element.text);
-        writer.add("zulstat_element_rc", {"The Gateway's return code of each query element."}, labels,
-                   std::to_string(element.rc));
+        writer.addGauge("zulstat_element_rc", {"The Gateway's return code of each query element."}, labels,
+                        std::to_string(element.rc));
         const std::size_t ownLabels = labels.size();
         for (const Item& item : sample.itemsOf(element)) {
             labels.resize(ownLabels);
             appendLabel(labels, "id", item.id);
             if (holdsCounts(sample)) {
-                writer.add("zulstat_group_statistics", {"How many statistics each resource group has."}, labels,
-                           item.value);
+                writer.addGauge("zulstat_group_statistics", {"How many statistics each resource group has."}, labels,
+                                item.value);
             } else if (!sample.hasValues) {
-                writer.add("zulstat_identifier", {"The Gateway's identifiers."}, labels, "1");
+                writer.addGauge("zulstat_identifier", {"The Gateway's identifiers."}, labels, "1");
+            } else if (mapper != nullptr && addByRule(element, item)) {
+                continue;
             } else if (parseNumber(item.value)) {
-                writer.add(metricName(item.id), {statistic, item.id, "."}, labels, item.value);
+                writer.addGauge(metricName(item.id), {statistic, item.id, "."}, labels, item.value);
             } else if (const std::optional<double> moment = parseMoment(item.value)) {
-                writer.add(secondsName(item.id), {statistic, item.id, ", in seconds since 1970."}, labels,
-                           fmt::format("{}", *moment));
+                writer.addGauge(secondsName(item.id), {statistic, item.id, ", in seconds since 1970."}, labels,
+                                fmt::format("{}", *moment));
             } else {
-                appendLabel(labels, "value", item.value);
-                writer.add("zulstat_text", {"The Gateway's statistics that are not numbers."}, labels, "1");
+                const std::optional<std::string_view> text =
+                    mapper == nullptr ? std::optional(item.value) : mapper->admit(element.text, item.id, item.value);
+                if (text) {
+                    appendLabel(labels, "value", *text);
+                    writer.addGauge("zulstat_text", {"The Gateway's statistics that are not numbers."}, labels, "1");
+                }
             }
         }
     }
-    writer.add("zulstat_open_seconds", {"How long opening the connection took."}, "",
-               fmt::format("{}", sample.openSeconds));
-    writer.add("zulstat_query_seconds", {"How long the query took."}, "", fmt::format("{}", sample.querySeconds));
-    writer.add("zulstat_content_bytes", {"The part of the library's result set that the answer takes."}, "",
-               std::to_string(sample.contentSize));
+    writer.addGauge("zulstat_open_seconds", {"How long opening the connection took."}, "",
+                    fmt::format("{}", sample.openSeconds));
+    writer.addGauge("zulstat_query_seconds", {"How long the query took."}, "", fmt::format("{}", sample.querySeconds));
+    writer.addGauge("zulstat_content_bytes", {"The part of the library's result set that the answer takes."}, "",
+                    std::to_string(sample.contentSize));
 }
 
 std::string OpenMetrics::text() const {
     std::string whole;
-    for (const std::string& family : families) {
-        whole += family;
+    for (const Family& family : families) {
+        whole += family.text;
     }
-    return whole + "# EOF\n";
+    return metricsFormat == MetricsFormat::openMetrics ? whole + "# EOF\n" : whole;
 }
 
 }  // namespace monitor

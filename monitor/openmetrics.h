@@ -1,4 +1,4 @@
-// Samples as metrics, in the OpenMetrics text format.
+// Samples as metrics, in the OpenMetrics text format or in the older one.
 #pragma once
 
 #include <functional>
@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "mapping.h"
 #include "sample.h"
 
 namespace monitor {
@@ -15,18 +16,36 @@ namespace monitor {
 // Names and values; values may hold any bytes.
 using Labels = std::vector<std::pair<std::string, std::string>>;
 
+enum class MetricsFormat {
+    openMetrics,  // OpenMetrics 1.0
+    text,         // the text format 0.0.4 of Prometheus
+};
+
+// The name of an identifier's metric where no rule gives one: gateway_host_load_1m for host.load.1m.
+std::string metricName(std::string_view id);
+
 // Collects samples and writes them out together: the metrics of one name stand together, in the order in which the
 // names came first. It keeps texts only, no sample. Nothing blocks; use one from one thread at a time.
 class OpenMetrics {
 public:
-    // Adds all metrics of a sample. Each of them has these labels first, which tell it from those of other samples.
-    void add(const Sample& sample, const Labels& labels);
-    // Everything added so far, and "# EOF".
+    OpenMetrics() = default;
+    explicit OpenMetrics(MetricsFormat format);
+
+    // Adds all metrics of a sample. Each of them has these labels first, which tell it from those of other samples. A
+    // mapper is the sample's target's; without one the metrics have the names and types that every identifier has.
+    void add(const Sample& sample, const Labels& labels, Mapper* mapper = nullptr);
+    // Adds a metric that is no statistic. The name has no ending of its type.
+    void add(std::string_view name, MetricType type, std::string_view help, const Labels& labels,
+             std::string_view value);
+    // Everything added so far, with "# EOF" where the format has it.
     std::string text() const;
 
 private:
     class SampleWriter;
-
+    struct Family {
+        std::string text;
+        MetricType type;
+    };
     // A sentence with an identifier in it, or without.
     struct Help {
         std::string_view before;
@@ -34,9 +53,11 @@ private:
         std::string_view behind = {};
     };
 
-    std::string& family(std::string_view name, Help help);
+    // Nothing where there is one of the name with another type.
+    std::string* family(std::string_view name, MetricType type, Help help);
 
-    std::vector<std::string> families;
+    MetricsFormat metricsFormat = MetricsFormat::openMetrics;
+    std::vector<Family> families;
     std::map<std::string, std::size_t, std::less<>> indices;  // of the families, by name
 };
 

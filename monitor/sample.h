@@ -61,6 +61,9 @@ struct Sample {
     std::vector<Element> elements;
     std::vector<Item> items;      // of all elements, in their order
     std::size_t contentSize = 0;  // bytes of the library's result set that the answer takes, of resultSetLimit
+    // A sample may be put together from several answers (sampler.h); the content size is then that of the largest.
+    std::size_t parts = 1;
+    std::size_t splitGroups = 0;  // groups that took several of them
     double openSeconds = 0;       // how long opening the connection took, name resolution included
     double querySeconds = 0;
     // Whether the connection was opened for this sample. In a series, counters may have started anew where it is true.

@@ -20,6 +20,7 @@
 
 #include "codes.h"
 #include "frames.h"
+#include "network.h"
 #include "zulstats.h"
 
 namespace monitor {
@@ -120,10 +121,26 @@ std::vector<std::string> resolve(const std::string& host) {
     return addresses;
 }
 
-GatewayToken* openConnection(const std::string& host, int port) {
+// Those of the addresses that may be dialled.
+std::vector<std::string> allowedOf(const std::vector<std::string>& addresses, const std::string& networks) {
+    std::vector<std::string> allowed;
+    std::string all;
+    for (const std::string& address : addresses) {
+        all += (all.empty() ? "" : ", ") + address;
+        if (networks.empty() || anyContains(networks, address)) {
+            allowed.push_back(address);
+        }
+    }
+    if (allowed.empty() && !addresses.empty()) {
+        throw Failure{FailureKind::forbidden, Phase::resolving, 0, all};
+    }
+    return allowed;
+}
+
+GatewayToken* openConnection(const std::string& host, int port, const std::string& networks) {
     const Clock::time_point start = Clock::now();
     report(Phase::resolving);
-    const std::vector<std::string> addresses = resolve(host);
+    const std::vector<std::string> addresses = allowedOf(resolve(host), networks);
     report(Phase::opening);
     GatewayToken* token = nullptr;
     char* version = nullptr;
@@ -267,7 +284,7 @@ void serve() {
         throwOnError(setAPITraceFile(request.traceFile.c_str()), Phase::tracing);
     }
     throwOnError(setAPITraceLevel(request.traceLevel), Phase::starting);
-    GatewayToken* token = openConnection(request.host, request.port);
+    GatewayToken* token = openConnection(request.host, request.port, request.networks);
     for (;;) {
         message = nextMessage(received);
         switch (message.type()) {

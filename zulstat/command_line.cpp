@@ -70,6 +70,8 @@ void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
     };
     addGlobs("-I,--include", true, "show identifiers that match; the first match of -I and -X wins");
     addGlobs("-X,--exclude", false, "do not show identifiers that match");
+    addOption(app, "--map", words.map, "rules for openmetrics, see zulstat-map(5)", FILE_TYPE);
+    addOption(app, "--module", words.module, "the module of --map (default)", "NAME");
     app.add_flag("--no-header", words.noHeader, "no header row");
     app.add_flag("--lf", options.lineFeeds, "lines of csv end in LF alone");
     app.add_flag("--no-color", words.noColor, "no colours (also NO_COLOR, TERM=dumb)");
@@ -170,6 +172,11 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
         ->check(rangeValidator());
     addOption(*check, "-c,--critical", words.critical, "critical when the value is outside", "RANGE")
         ->check(rangeValidator());
+    CLI::App* map = addCommand(app, options, "map", Command::map, "Propose a file for --map from live samples");
+    map->add_option("--observe", options.observe, "how long to take samples (10)")
+        ->option_text("SECONDS")
+        ->check(secondsFrom(1))
+        ->take_last();
     addCommand(app, options, "demo", Command::demo, "Try it all on a simulated Gateway");
 }
 

@@ -26,6 +26,8 @@ struct Words {
     std::string warning;
     std::string critical;
     bool intervalGiven = false;
+    std::string map;
+    std::string module;
 };
 
 // What the values of options are; the help shows these words behind their names, completions offer what fits.

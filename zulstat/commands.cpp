@@ -11,6 +11,7 @@
 #include "charset.h"
 #include "advice.h"
 #include "monitor/collector.h"
+#include "monitor/sampler.h"
 #include "format.h"
 #include "interrupt.h"
 #include "monitor/codes.h"
@@ -39,7 +40,7 @@ private:
 };
 
 // What was asked for is there: a Gateway that does not answer the close request is worth a note only.
-int closeQuietly(Collector& collector, std::chrono::milliseconds timeLeft, const Options& options) {
+int closeQuietly(auto& collector, std::chrono::milliseconds timeLeft, const Options& options) {
     const std::optional<Failure> failure = collector.close(timeLeft);
     if (failure && failure->kind != FailureKind::interrupted) {
         note(options.subject(), "closing: " + failureText(*failure, options.subject()));
@@ -49,7 +50,7 @@ int closeQuietly(Collector& collector, std::chrono::milliseconds timeLeft, const
 
 // Turns the answer to a query for groups into one with the number of statistics of each. Asks for one group at a time,
 // so that no answer grows too large.
-std::optional<Failure> countStatistics(Collector& collector, Sample& groups, const TimeLeft& timeLeft) {
+std::optional<Failure> countStatistics(Sampler& collector, Sample& groups, const TimeLeft& timeLeft) {
     for (Item& group : groups.items) {
         Outcome outcome = collector.collect({What::idsByGroup, {std::string(group.id)}}, timeLeft());
         if (outcome.failure) {
@@ -89,7 +90,7 @@ private:
 int runQuery(const Options& options) {
     const TimeLeft timeLeft(options);
     const Query query = options.query();
-    Collector collector(options.collector());
+    Sampler collector(options.collector());
     Outcome outcome = collector.collect(query, timeLeft());
     if (!outcome.failure) {
         filter(outcome.sample, options.globs);

@@ -180,9 +180,9 @@ std::string formatCsv(const Sample& sample, const Layout& layout) {
 
 // ---- openmetrics --------------------------------------------------------------------------------------------------
 
-std::string formatOpenMetrics(const Sample& sample) {
+std::string formatOpenMetrics(const Sample& sample, Mapper* mapper) {
     OpenMetrics metrics;
-    metrics.add(sample, {{"target", targetText(sample.target)}});
+    metrics.add(sample, {{"target", targetText(sample.target)}}, mapper);
     return metrics.text();
 }
 
@@ -227,7 +227,7 @@ std::string formatSample(Format format, const Sample& sample, const Layout& layo
     case Format::csv:
         return formatCsv(sample, layout);
     case Format::openmetrics:
-        return formatOpenMetrics(sample);
+        return formatOpenMetrics(sample, layout.mapper);
     }
     return {};
 }

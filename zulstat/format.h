@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "monitor/mapping.h"
 #include "monitor/sample.h"
 
 namespace zulstat {
@@ -29,9 +30,10 @@ std::optional<Format> formatByName(std::string_view name);
 std::vector<std::string_view> formatNames();
 
 struct Layout {
-    bool header = true;      // of table and csv; a series of samples has it once
-    bool asciiJson = false;  // other characters as \u escapes, so that a terminal obeys none of them
-    bool lineFeeds = false;  // lines of csv end in LF alone, not in CR LF
+    bool header = true;                 // of table and csv; a series of samples has it once
+    bool asciiJson = false;             // other characters as \u escapes, so that a terminal obeys none of them
+    bool lineFeeds = false;             // lines of csv end in LF alone, not in CR LF
+    monitor::Mapper* mapper = nullptr;  // for openmetrics; the caller's
 };
 
 // Ends with a line end unless it is empty.

@@ -45,6 +45,8 @@ int run(const Options& options) {
         return runExplain(options);
     case Command::check:
         return runCheck(options);
+    case Command::map:
+        return runMap(options);
     case Command::demo:
         return runDemo(options);
     }

@@ -11,6 +11,7 @@
 
 #include "command_line.h"
 #include "interrupt.h"
+#include "map_file.h"
 
 namespace zulstat {
 
@@ -128,6 +129,14 @@ void finish(Options& options, Words& words) {
     }
     options.ids = command == Command::check ? words.ids : splitIds(words.ids, "identifier");
     options.groups = splitIds(words.groups, "group");
+    if (!words.map.empty()) {
+        if (options.format != Format::openmetrics) {
+            throw UsageError{"--map goes with -o openmetrics"};
+        }
+        options.mapper = readMapper(words.map, words.module.empty() ? "default" : words.module);
+    } else if (!words.module.empty()) {
+        throw UsageError{"--module goes with --map"};
+    }
     if (!options.traceFile.empty() && options.traceLevel == 0) {
         throw UsageError{"--trace-file needs --trace with a level from 1 to 5"};
     }
@@ -202,7 +211,7 @@ std::chrono::milliseconds Options::intervalMs() const {
 }
 
 Layout Options::layout() const {
-    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds};
+    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds, mapper.get()};
 }
 
 CollectorOptions Options::collector() const {

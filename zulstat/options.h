@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,7 +19,7 @@
 
 namespace zulstat {
 
-enum class Command { stats, ids, groups, watch, top, ping, explain, check, demo };
+enum class Command { stats, ids, groups, watch, top, ping, explain, check, map, demo };
 
 struct Options {
     Command command = Command::stats;
@@ -39,6 +40,9 @@ struct Options {
     std::vector<std::string> groups;  // -g of stats, ids, watch, top; never together with ids
 
     bool counts = false;  // groups -l
+
+    std::shared_ptr<monitor::Mapper> mapper;  // --map; nothing without it
+    double observe = 10;                      // map: seconds
 
     // watch and top (interval, and whether to reconnect); ping (interval and count).
     double interval = 1;        // seconds, at least 0.05

@@ -63,6 +63,7 @@ int exitCodeFor(const Failure& failure) {
         return exitInterrupted;
     case FailureKind::libraryCode:
     case FailureKind::internal:
+    case FailureKind::forbidden:
         break;
     }
     return exitInternal;
@@ -137,9 +138,12 @@ std::string sizeText(const Sample& sample) {
 }
 
 std::string sampleDetails(const Sample& sample) {
-    return fmt::format("protocol {}, opened in {:.1f} ms, answered in {:.1f} ms, {}",
+    const std::string split = sample.parts == 1 ? "" : fmt::format("in {} answers of at most ", sample.parts);
+    const std::string byIds =
+        sample.splitGroups == 0 ? "" : fmt::format(", groups asked for by identifiers: {}", sample.splitGroups);
+    return fmt::format("protocol {}, opened in {:.1f} ms, answered in {:.1f} ms, {}{}{}",
                        escapeForTerminal(sample.protocol), milliseconds(sample.openSeconds),
-                       milliseconds(sample.querySeconds), sizeText(sample));
+                       milliseconds(sample.querySeconds), split, sizeText(sample), byIds);
 }
 
 int reportSample(const Sample& sample, const Subject& subject) {

@@ -131,7 +131,7 @@ TEST(Collector, HearsWhatAnOddWorkerSays) {
         const char* text;
     } cases[] = {
         {"half", FailureKind::internal, "the worker process ended unexpectedly"},
-        {"version", FailureKind::internal, "is of another version (2, not 1)"},
+        {"version", FailureKind::internal, "is of another version (3, not 2)"},
         {"rude", FailureKind::internal, "is not understood"},
         {"twice", FailureKind::internal, "is not understood"},
         {"backward", FailureKind::internal, "is not understood"},

@@ -81,7 +81,7 @@ TEST(Worker, EndsInOrderWhateverItIsTold) {
     const std::string cases[] = {
         "",
         hello,
-        writeHello(2) + open + query + writeClose(),
+        writeHello(FRAME_VERSION + 1) + open + query + writeClose(),
         hello + hello,
         hello + query,
         hello + open.substr(0, open.size() / 2),

@@ -26,10 +26,10 @@ ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_
 
 
 @contextlib.contextmanager
-def gateway(*faults):
+def gateway(*faults, options=()):
     """Runs a Gateway; its port."""
     words = [word for fault in faults for word in ('--fault', fault)]
-    with subprocess.Popen([SIM, '--port', '0', '--speed', '0', *words], stdin=subprocess.DEVNULL,
+    with subprocess.Popen([SIM, '--port', '0', '--speed', '0', *options, *words], stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE) as process:
         try:
             yield process.stdout.readline().decode().strip().rpartition(':')[2]
@@ -352,6 +352,17 @@ class Stalling(unittest.TestCase):
             with self.subTest(mode):
                 result = run(free_port(), 'stats', environment=preloaded(SYSTEM, ODD_SYSTEM=mode))
                 self.assertEqual((result.returncode, 'CONNECTION_REFUSED' in result.stderr), (3, True), result)
+
+    def test_statistics_that_fit_no_answer_are_shown(self):
+        with gateway(options=('--stats', '5000')) as port:
+            stats = run(port, '-v', '-o', 'csv', 'stats', text=False)
+            watched = run(port, '-o', 'csv', 'watch', '0.1', '2', text=False)
+            part = run(port, '-o', 'csv', 'stats', '-g', 'server.s100', text=False)
+        entries = entries_csv(stats.stdout)
+        self.assertEqual((len(entries), len({entry[2] for entry in entries})), (5000, 5000))
+        self.assertLess(set(entries_csv(part.stdout)), set(entries))
+        self.assertEqual(entries_csv(watched.stdout), 2 * entries)
+        self.assertRegex(stats.stderr, rb'answered in .*, in \d+ answers of at most \d+ of 32767 bytes')
 
     def test_troubles_of_the_gateway(self):
         for trouble, query, message in (

@@ -2,17 +2,17 @@
 
 _zulstat_takes_value() {
     case $1 in
-    -H | --host | -p | --port | -T | --timeout | -o | --output | -I | --include | -X | --exclude | --trace | \
-        --trace-file | -g | --group | -i | --interval | -r | --rate | -d | --delta | -c | --count | --header-every | \
-        -w | --warning | --critical) return 0 ;;
+    -H | --host | -p | --port | -T | --timeout | -o | --output | -I | --include | -X | --exclude | --map | --module | \
+        --trace | --trace-file | -g | --group | -i | --interval | -r | --rate | -d | --delta | -c | --count | \
+        --header-every | -w | --warning | --critical | --observe) return 0 ;;
     esac
     return 1
 }
 
 _zulstat() {
-    local commands='stats ids groups watch top ping explain check demo'
-    local options='-h --help -H --host -p --port -T --timeout -o --output -j -I --include -X --exclude --no-header
-        --lf --no-color -q --quiet -v --verbose --trace --trace-file'
+    local commands='stats ids groups watch top ping explain check map demo'
+    local options='-h --help -H --host -p --port -T --timeout -o --output -j -I --include -X --exclude --map --module
+        --no-header --lf --no-color -q --quiet -v --verbose --trace --trace-file'
     local before_commands='-V --version'
     local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' index word
     # Readline takes --option=value for three words.
@@ -43,7 +43,7 @@ _zulstat() {
     -H | --host)
         mapfile -t COMPREPLY < <(compgen -A hostname -- "$current")
         ;;
-    --trace-file)
+    --map | --trace-file)
         compopt -o filenames 2>/dev/null
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         ;;
@@ -57,6 +57,7 @@ _zulstat() {
         top) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect' ;;
         ping) options+=' -c --count -i --interval' ;;
         check) options+=' -w --warning -c --critical' ;;
+        map) options+=' --observe' ;;
         '') options+=" $before_commands" ;;
         esac
         if [[ $current == -* ]]; then

@@ -1,0 +1,440 @@
+#include "http.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <gnutls/gnutls.h>
+#include <microhttpd.h>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <stdexcept>
+#include <string_view>
+
+namespace exporter {
+
+namespace {
+
+std::string addressText(const sockaddr* address) {
+    std::array<char, NI_MAXHOST> text{};
+    const socklen_t size = address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+    return getnameinfo(address, size, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST) == 0 ? text.data() : "";
+}
+
+// A socket that listens at host:port.
+int listenAt(const std::string& where) {
+    const std::size_t colon = where.rfind(':');
+    if (colon == std::string::npos) {
+        throw std::runtime_error(fmt::format("'{}' is not an address with a port, such as 127.0.0.1:9753", where));
+    }
+    std::string host = where.substr(0, colon);
+    if (host.starts_with('[') && host.ends_with(']')) {
+        host = host.substr(1, host.size() - 2);
+    }
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
+    addrinfo* list = nullptr;
+    const int rc = getaddrinfo(host.empty() ? nullptr : host.c_str(), where.c_str() + colon + 1, &hints, &list);
+    if (rc != 0) {
+        throw std::runtime_error(fmt::format("cannot listen at {}: {}", where, gai_strerror(rc)));
+    }
+    int listener = -1;
+    int error = 0;
+    // Of several addresses, IPv6 first: it takes both kinds where no host is given.
+    for (const int family : {AF_INET6, AF_INET}) {
+        for (const addrinfo* entry = list; entry != nullptr && listener < 0; entry = entry->ai_next) {
+            if (entry->ai_family != family) {
+                continue;
+            }
+            listener = socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+            const int on = 1;
+            const int off = 0;
+            setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+            if (family == AF_INET6) {
+                setsockopt(listener, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
+            }
+            if (bind(listener, entry->ai_addr, entry->ai_addrlen) != 0 || listen(listener, SOMAXCONN) != 0) {
+                error = errno;
+                close(listener);
+                listener = -1;
+            }
+        }
+    }
+    freeaddrinfo(list);
+    if (listener < 0) {
+        throw std::runtime_error(fmt::format("cannot listen at {}: {}", where, std::strerror(error)));
+    }
+    return listener;
+}
+
+// An answer that is made without asking anybody.
+HttpResponse plain(unsigned status, const std::string& text) {
+    return {status, "text/plain; charset=utf-8", text + "\n", {}};
+}
+
+}  // namespace
+
+class HttpServer::Impl {
+public:
+    Impl(const std::string& address, const HttpLimits& given, const std::optional<TlsFiles>& files, Authenticator& by,
+         HttpHandler use)
+        : limits(given), authenticator(by), handler(std::move(use)), tls(files) {
+        const int listener = listenAt(address);
+        unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME;
+        std::vector<MHD_OptionItem> options = {
+            {MHD_OPTION_LISTEN_SOCKET, listener, nullptr},
+            // Its own limit stops accepting; it is not to be reached.
+            {MHD_OPTION_CONNECTION_LIMIT, static_cast<intptr_t>(limits.connections) + 16, nullptr},
+            {MHD_OPTION_CONNECTION_MEMORY_LIMIT, static_cast<intptr_t>(limits.headerSize), nullptr},
+            {MHD_OPTION_CONNECTION_TIMEOUT, static_cast<intptr_t>(limits.idleSeconds) + 1, nullptr},
+            {MHD_OPTION_NOTIFY_COMPLETED, reinterpret_cast<intptr_t>(&Impl::onCompleted), this},
+            {MHD_OPTION_NOTIFY_CONNECTION, reinterpret_cast<intptr_t>(&Impl::onConnection), this},
+        };
+        if (tls) {
+            flags |= MHD_USE_TLS;
+            options.push_back({MHD_OPTION_HTTPS_MEM_CERT, 0, tls->certificate.data()});
+            options.push_back({MHD_OPTION_HTTPS_MEM_KEY, 0, tls->key.data()});
+            if (!tls->clientAuthority.empty()) {
+                options.push_back({MHD_OPTION_HTTPS_MEM_TRUST, 0, tls->clientAuthority.data()});
+            }
+        }
+        options.push_back({MHD_OPTION_END, 0, nullptr});
+        daemon = MHD_start_daemon(flags, 0, &Impl::onAccept, this, &Impl::onRequest, this, MHD_OPTION_ARRAY,
+                                  options.data(), MHD_OPTION_END);
+        if (daemon == nullptr) {
+            close(listener);
+            throw std::runtime_error(fmt::format("cannot serve at {}{}", address,
+                                                 tls ? ": certificate and key do not fit, or are none" : ""));
+        }
+        epoll = MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
+        sockaddr_storage own{};
+        socklen_t size = sizeof own;
+        getsockname(listener, reinterpret_cast<sockaddr*>(&own), &size);
+        listeningPort = ntohs(own.ss_family == AF_INET6 ? reinterpret_cast<const sockaddr_in6*>(&own)->sin6_port
+                                                        : reinterpret_cast<const sockaddr_in*>(&own)->sin_port);
+    }
+
+    ~Impl() {
+        ending = true;
+        for (auto& [id, request] : requests) {
+            if (request->suspended) {
+                request->response = plain(503, "The exporter ends.");
+                resume(*request);
+            }
+        }
+        MHD_run(daemon);
+        MHD_stop_daemon(daemon);
+    }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    Clock::time_point nextWake(Clock::time_point at) const {
+        MHD_UNSIGNED_LONG_LONG milliseconds = 0;
+        const bool any = MHD_get_timeout(daemon, &milliseconds) == MHD_YES;
+        return again ? at : any ? at + std::chrono::milliseconds(milliseconds) : Clock::time_point::max();
+    }
+
+    void step() {
+        again = false;
+        MHD_run(daemon);
+    }
+
+    void answer(std::uint64_t id, HttpResponse response) {
+        const auto found = requests.find(id);
+        if (found == requests.end()) {
+            return;
+        }
+        found->second->response = std::move(response);
+        resume(*found->second);
+    }
+
+    void authenticated() {
+        for (const std::uint64_t id : authenticator.finished()) {
+            const auto found = requests.find(id);
+            if (found != requests.end()) {
+                resume(*found->second);
+            } else {
+                authenticator.forget(id);
+            }
+        }
+    }
+
+    void tidy(Clock::time_point at) {
+        for (auto& [connection, state] : open) {
+            const double allowed = state.requests > 0 && !state.active ? limits.idleSeconds : limits.requestSeconds;
+            if (!state.ended && std::chrono::duration<double>(at - state.since).count() > allowed) {
+                ++counters.closedLate;
+                state.ended = true;
+                shutdown(state.socket, SHUT_RDWR);
+                again = true;
+            }
+        }
+    }
+
+    const HttpLimits limits;
+    MHD_Daemon* daemon = nullptr;
+    Authenticator& authenticator;
+    int epoll = -1;
+    int listeningPort = 0;
+    HttpCounts counters;
+
+    struct Connection {
+        int socket = -1;
+        std::string client;
+        Clock::time_point since;  // the connection, its request or the end of its last one
+        unsigned long requests = 0;
+        bool active = false;  // a request is being answered
+        bool ended = false;
+    };
+    std::map<MHD_Connection*, Connection> open;
+
+private:
+    struct Request {
+        HttpRequest request;
+        MHD_Connection* connection = nullptr;
+        std::optional<HttpResponse> response;
+        bool asked = false;  // the handler was
+        bool suspended = false;
+    };
+
+    void resume(Request& request) {
+        if (std::exchange(request.suspended, false)) {
+            MHD_resume_connection(request.connection);
+            again = true;
+        }
+    }
+
+    static MHD_Result onAccept(void* self, const sockaddr* address, socklen_t) {
+        Impl& server = *static_cast<Impl*>(self);
+        if (server.open.size() >= server.limits.connections) {
+            ++server.counters.refusedTotal;
+            return MHD_NO;
+        }
+        const auto count = server.perClient.find(addressText(address));
+        if (count != server.perClient.end() && count->second >= server.limits.connectionsPerClient) {
+            ++server.counters.refusedPerClient;
+            return MHD_NO;
+        }
+        return MHD_YES;
+    }
+
+    static void onConnection(void* self, MHD_Connection* connection, void**, MHD_ConnectionNotificationCode code) {
+        Impl& server = *static_cast<Impl*>(self);
+        if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+            Connection& added = server.open[connection];
+            added.socket = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+            added.client =
+                addressText(MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
+            added.since = Clock::now();
+            ++server.perClient[added.client];
+            ++server.counters.connections;
+            return;
+        }
+        const auto gone = server.open.find(connection);
+        if (gone != server.open.end()) {
+            const auto count = server.perClient.find(gone->second.client);
+            if (--count->second == 0) {
+                server.perClient.erase(count);
+            }
+            server.open.erase(gone);
+        }
+    }
+
+    static void onCompleted(void* self, MHD_Connection* connection, void** mark, MHD_RequestTerminationCode) {
+        Impl& server = *static_cast<Impl*>(self);
+        if (const auto place = server.open.find(connection); place != server.open.end()) {
+            place->second.since = Clock::now();
+            place->second.active = false;
+        }
+        if (*mark != nullptr) {
+            server.requests.erase(static_cast<Request*>(*mark)->request.id);
+            *mark = nullptr;
+        }
+    }
+
+    static MHD_Result onArgument(void* arguments, MHD_ValueKind, const char* key, const char* value) {
+        static_cast<Arguments*>(arguments)->emplace(key, value == nullptr ? "" : value);
+        return MHD_YES;
+    }
+
+    static MHD_Result onRequest(void* self, MHD_Connection* connection, const char* url, const char* method,
+                                const char*, const char*, std::size_t* uploaded, void** mark) {
+        Impl& server = *static_cast<Impl*>(self);
+        try {
+            if (*mark == nullptr) {
+                *mark = server.take(connection, url, method);
+                return MHD_YES;
+            }
+            if (*uploaded != 0) {
+                *uploaded = 0;  // nobody reads it
+                return MHD_YES;
+            }
+            return server.go(*static_cast<Request*>(*mark));
+        } catch (const std::exception&) {
+            return MHD_NO;
+        }
+    }
+
+    static std::string header(MHD_Connection* connection, const char* name) {
+        const char* const value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+        return value == nullptr ? "" : value;
+    }
+
+    Request* take(MHD_Connection* connection, const char* url, const char* method) {
+        auto request = std::make_unique<Request>();
+        request->connection = connection;
+        request->request.id = ++lastId;
+        request->request.method = method;
+        request->request.path = url;
+        MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, &Impl::onArgument, &request->request.arguments);
+        request->request.accept = header(connection, "Accept");
+        request->request.scrapeTimeout = header(connection, "X-Prometheus-Scrape-Timeout-Seconds");
+        Connection& state = open[connection];
+        state.since = Clock::now();
+        state.active = true;
+        ++state.requests;
+        request->request.client = state.client;
+        Request* const raw = request.get();
+        requests.emplace(lastId, std::move(request));
+        return raw;
+    }
+
+    MHD_Result go(Request& request) {
+        if (!request.response && !request.asked) {
+            if (!clientVerified(request.connection)) {
+                request.response = plain(403, "A certificate of the client is missing, or is not accepted.");
+            } else if (authenticator.needed()) {
+                const std::optional<bool> authorized = authorize(request);
+                if (!authorized) {
+                    return MHD_YES;  // suspended
+                }
+            }
+        }
+        if (!request.response && !request.asked) {
+            request.asked = true;
+            request.response = handler(request.request);
+            if (!request.response) {
+                suspend(request);
+                return MHD_YES;
+            }
+        }
+        return request.response ? queue(request) : MHD_NO;
+    }
+
+    void suspend(Request& request) {
+        request.suspended = true;
+        MHD_suspend_connection(request.connection);
+    }
+
+    // Whether the handler may be asked; the response is there otherwise. Nothing while that is not known.
+    std::optional<bool> authorize(Request& request) {
+        const std::optional<Credentials> given = parseBasic(header(request.connection, "Authorization"));
+        const Authenticator::Answer answer =
+            given ? authenticator.check(request.request.id, given->user, given->password) : Authenticator::Answer::no;
+        switch (answer) {
+        case Authenticator::Answer::yes:
+            return true;
+        case Authenticator::Answer::later:
+            suspend(request);
+            return std::nullopt;
+        case Authenticator::Answer::busy:
+            request.response = plain(503, "Too many passwords to check at once.");
+            return false;
+        case Authenticator::Answer::no:
+            break;
+        }
+        ++counters.unauthorized;
+        request.response = plain(401, "Unauthorized");
+        request.response->headers.emplace_back("WWW-Authenticate", "Basic realm=\"zulstat-exporter\"");
+        return false;
+    }
+
+    bool clientVerified(MHD_Connection* connection) const {
+        if (!tls || tls->clientAuthority.empty()) {
+            return true;
+        }
+        const auto* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+        auto* const session = static_cast<gnutls_session_t>(info->tls_session);
+        unsigned count = 0;
+        if (gnutls_certificate_get_peers(session, &count) == nullptr || count == 0) {
+            return !tls->clientRequired;
+        }
+        unsigned status = 0;
+        return gnutls_certificate_verify_peers2(session, &status) == GNUTLS_E_SUCCESS && status == 0;
+    }
+
+    MHD_Result queue(Request& request) {
+        HttpResponse& answer = *request.response;
+        MHD_Response* const response =
+            MHD_create_response_from_buffer(answer.body.size(), answer.body.data(), MHD_RESPMEM_PERSISTENT);
+        if (response == nullptr) {
+            return MHD_NO;
+        }
+        MHD_add_response_header(response, "Content-Type", answer.type.c_str());
+        for (const auto& [name, value] : answer.headers) {
+            MHD_add_response_header(response, name.c_str(), value.c_str());
+        }
+        if (ending) {
+            MHD_add_response_header(response, "Connection", "close");
+        }
+        const MHD_Result result = MHD_queue_response(request.connection, answer.status, response);
+        MHD_destroy_response(response);
+        return result;
+    }
+
+    HttpHandler handler;
+    std::optional<TlsFiles> tls;
+    std::map<std::uint64_t, std::unique_ptr<Request>> requests;
+    std::map<std::string, unsigned> perClient;
+    std::uint64_t lastId = 0;
+    bool again = false;  // connections were resumed or ended: there is something to do
+    bool ending = false;
+};
+
+HttpServer::HttpServer(const std::string& address, const HttpLimits& limits, const std::optional<TlsFiles>& tls,
+                       Authenticator& authenticator, HttpHandler handler)
+    : impl(std::make_unique<Impl>(address, limits, tls, authenticator, std::move(handler))) {
+}
+
+HttpServer::~HttpServer() = default;
+
+int HttpServer::port() const {
+    return impl->listeningPort;
+}
+
+int HttpServer::descriptor() const {
+    return impl->epoll;
+}
+
+Clock::time_point HttpServer::nextWake(Clock::time_point now) const {
+    return impl->nextWake(now);
+}
+
+void HttpServer::step() {
+    impl->authenticated();
+    impl->step();
+}
+
+void HttpServer::answer(std::uint64_t id, HttpResponse response) {
+    impl->answer(id, std::move(response));
+}
+
+void HttpServer::tidy(Clock::time_point now) {
+    impl->tidy(now);
+}
+
+HttpCounts HttpServer::counts() const {
+    return impl->counters;
+}
+
+std::size_t HttpServer::connections() const {
+    return impl->open.size();
+}
+
+}  // namespace exporter

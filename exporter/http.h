@@ -1,0 +1,92 @@
+// HTTP: connections, their limits, and requests that are answered later. The only part that knows libmicrohttpd.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "auth.h"
+#include "monitor/schedule.h"
+#include "request.h"
+
+namespace exporter {
+
+using monitor::Clock;
+
+struct HttpRequest {
+    std::uint64_t id = 0;  // for HttpServer::answer()
+    std::string method;
+    std::string path;
+    Arguments arguments;
+    std::string accept;
+    std::string scrapeTimeout;  // header X-Prometheus-Scrape-Timeout-Seconds; empty: none
+    std::string client;         // its address
+};
+
+struct HttpResponse {
+    unsigned status = 200;
+    std::string type = "text/plain; charset=utf-8";
+    std::string body;
+    std::vector<std::pair<std::string, std::string>> headers;
+};
+
+struct HttpLimits {
+    unsigned connections = 2048;
+    unsigned connectionsPerClient = 1024;
+    std::size_t headerSize = 16384;
+    double requestSeconds = 30;  // for a request and its answer, or until the first request
+    double idleSeconds = 120;    // between requests
+};
+
+struct HttpCounts {
+    std::uint64_t connections = 0;  // accepted
+    std::uint64_t refusedTotal = 0;
+    std::uint64_t refusedPerClient = 0;
+    std::uint64_t closedLate = 0;  // by requestSeconds and idleSeconds
+    std::uint64_t unauthorized = 0;
+};
+
+struct TlsFiles {
+    std::string certificate;  // contents, PEM
+    std::string key;
+    std::string clientAuthority;  // empty: clients need no certificate
+    bool clientRequired = false;  // one that is there is verified in any case
+};
+
+// Nothing where answer() is called later.
+using HttpHandler = std::function<std::optional<HttpResponse>(const HttpRequest&)>;
+
+// Listens from construction on. Everything is called from one thread, and nothing waits: poll descriptor() for POLLIN
+// until nextWake(), then call step().
+class HttpServer {
+public:
+    // `address` is host:port or :port. Throws std::runtime_error where it cannot listen. The authenticator outlives it;
+    // without users everybody may ask.
+    HttpServer(const std::string& address, const HttpLimits& limits, const std::optional<TlsFiles>& tls,
+               Authenticator& authenticator, HttpHandler handler);
+    ~HttpServer();
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    int port() const;
+    int descriptor() const;
+    Clock::time_point nextWake(Clock::time_point now) const;
+    void step();
+    // Of a request that the handler left open. A client that has gone is passed over.
+    void answer(std::uint64_t id, HttpResponse response);
+    // Ends connections that take too long.
+    void tidy(Clock::time_point now);
+
+    HttpCounts counts() const;
+    std::size_t connections() const;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl;
+};
+
+}  // namespace exporter

@@ -1,0 +1,19 @@
+// HTML. Every text passes escapeHtml().
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "targets.h"
+
+namespace exporter {
+
+// Characters of markup become references; what is no UTF-8, and control characters, become U+FFFD.
+std::string escapeHtml(std::string_view text);
+
+// The page for people, without script and foreign resources. `now` is in seconds since 1970.
+std::string landingPage(const std::vector<TargetState>& targets, std::string_view version, double now);
+std::string_view styleSheet();
+
+}  // namespace exporter

@@ -1,0 +1,280 @@
+#include "targets.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace exporter {
+
+using namespace monitor;
+
+namespace {
+
+double wallTime() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+void addCounts(MappingCounts& to, const MappingCounts& later, const MappingCounts& before) {
+    for (const MappingCount& count : mappingCounts()) {
+        to.*count.count += later.*count.count - before.*count.count;
+    }
+}
+
+}  // namespace
+
+Targets::Targets(std::string workerProgram, const TargetLimits& limits)
+    : worker(std::move(workerProgram)), bounds(limits) {
+    config.modules.emplace("default", std::make_shared<const Module>());
+}
+
+void Targets::configure(const MappingFile& file, Clock::time_point now) {
+    config = file;
+    allowed = AllowList(config.allow);
+    for (auto& [name, target] : known) {
+        target->state.configured = false;
+    }
+    for (const ConfiguredTarget& one : config.targets) {
+        const std::optional<Target> target = parseTarget(one.target);
+        if (!target) {
+            continue;
+        }
+        const std::string name = targetText(*target);
+        auto [place, isNew] = known.try_emplace(name);
+        if (isNew) {
+            place->second = std::make_unique<Known>();
+            place->second->state.name = name;
+        }
+        place->second->state.configured = true;
+        place->second->state.module = one.module;
+        if (place->second->gateway) {
+            place->second->gateway->setNetworks("", now);
+        }
+    }
+    // The others may have become forbidden.
+    for (auto& [name, target] : known) {
+        if (!target->state.configured && target->gateway) {
+            target->gateway->setNetworks(allowed.networksFor(target->gateway->target()).value_or("none"), now);
+        }
+        if (target->gateway && target->gateway->busy()) {
+            activate(*target);
+        }
+    }
+}
+
+std::optional<double> Targets::moduleDeadline(const std::string& module) const {
+    const auto found = config.modules.find(module);
+    return found == config.modules.end() ? std::nullopt : found->second->deadline;
+}
+
+Refusal Targets::refuse(const char* reason, unsigned status, std::string why) {
+    ++counters.refused[reason];
+    return {status, std::move(why)};
+}
+
+std::optional<Refusal> Targets::probe(const Target& target, const std::string& module, Clock::time_point now,
+                                      double seconds, ProbeDone done) {
+    const auto found = config.modules.find(module);
+    if (found == config.modules.end()) {
+        return refuse("module", 400, "The configuration has no module of that name.");
+    }
+    const std::string name = targetText(target);
+    const auto place = known.find(name);
+    const bool configured = place != known.end() && place->second->state.configured;
+    const std::optional<std::string> networks = configured ? std::string() : allowed.networksFor(target);
+    if (!networks) {
+        return refuse("not_allowed", 403, "The target is not allowed: see 'allow' in the configuration.");
+    }
+    if (inProgress() >= bounds.probes) {
+        return refuse("probes", 503, "Too many probes at once.");
+    }
+    Known* const one = findOrAdd(target, name, *networks);
+    if (one == nullptr) {
+        return refuse("targets", 503, "Too many targets.");
+    }
+    if (!one->gateway->hasWorker() && !roomForWorker(now)) {
+        return refuse("workers", 503, "Too many workers.");
+    }
+    one->state.module = module;
+    one->gateway->setNetworks(*networks, now);
+    const auto deadline = now + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    one->gateway->probe(found->second, now, deadline,
+                        [this, one, then = std::move(done)](ProbeResult& result, Mapper& mapper) {
+                            note(*one, result);
+                            const MappingCounts before = mapper.counts;
+                            then(result, mapper);
+                            addCounts(counters.mapping, mapper.counts, before);
+                        });
+    activate(*one);
+    return std::nullopt;
+}
+
+Targets::Known* Targets::findOrAdd(const Target& target, const std::string& name, const std::string& networks) {
+    auto place = known.find(name);
+    if (place == known.end()) {
+        if (known.size() >= bounds.targets) {
+            // The one that nobody has asked for for the longest time gives way.
+            auto oldest = known.end();
+            for (auto one = known.begin(); one != known.end(); ++one) {
+                const Known& candidate = *one->second;
+                if (!candidate.state.configured && !candidate.active &&
+                    (oldest == known.end() || candidate.gateway->lastUsed() < oldest->second->gateway->lastUsed())) {
+                    oldest = one;
+                }
+            }
+            if (oldest == known.end()) {
+                return nullptr;
+            }
+            known.erase(oldest);
+        }
+        place = known.emplace(name, std::make_unique<Known>()).first;
+        place->second->state.name = name;
+    }
+    Known& one = *place->second;
+    if (!one.gateway) {
+        CollectorOptions options;
+        options.target = target;
+        options.worker = worker;
+        options.networks = networks;
+        one.gateway = std::make_unique<Gateway>(std::move(options), bounds.gateway);
+    }
+    return &one;
+}
+
+// Whether there may be another worker; the one that was idle longest gives way.
+bool Targets::roomForWorker(Clock::time_point now) {
+    if (workers() < bounds.workers) {
+        return true;
+    }
+    Known* oldest = nullptr;
+    for (auto& [name, target] : known) {
+        if (target->gateway && target->gateway->hasWorker() && !target->gateway->busy() &&
+            (oldest == nullptr || target->gateway->lastUsed() < oldest->gateway->lastUsed())) {
+            oldest = target.get();
+        }
+    }
+    if (oldest == nullptr) {
+        return false;
+    }
+    oldest->gateway->close(now, StartReason::idle);
+    activate(*oldest);
+    return true;
+}
+
+void Targets::activate(Known& target) {
+    if (!target.active) {
+        target.active = true;
+        active.push_back(&target);
+    }
+}
+
+void Targets::note(Known& target, ProbeResult& result) {
+    TargetState& state = target.state;
+    state.probed = true;
+    state.up = result.succeeded();
+    state.lastTime = wallTime();
+    state.seconds = result.seconds;
+    state.past.push_back({result.seconds, result.succeeded()});
+    if (state.past.size() > PAST_PROBES) {
+        state.past.pop_front();
+    }
+    counters.seconds += result.seconds;
+    if (result.succeeded()) {
+        ++counters.succeeded;
+        counters.split += result.sample.parts > 1 ? 1 : 0;
+        state.statistics = result.sample.items.size();
+        state.contentBytes = result.sample.contentSize;
+        state.parts = result.sample.parts;
+    } else {
+        ++counters.failed[{result.failure->phase, result.failure->kind}];
+        state.failure = result.failureText();
+        state.hint = result.hint();
+        state.failureTime = state.lastTime;
+    }
+}
+
+void Targets::forEachDescriptor(const std::function<void(int)>& use) const {
+    for (const Known* target : active) {
+        if (const int descriptor = target->gateway->descriptor(); descriptor >= 0) {
+            use(descriptor);
+        }
+    }
+}
+
+Clock::time_point Targets::nextWake() const {
+    Clock::time_point wake = Clock::time_point::max();
+    for (const Known* target : active) {
+        wake = std::min(wake, target->gateway->nextWake());
+    }
+    return wake;
+}
+
+void Targets::step(Clock::time_point now) {
+    for (std::size_t index = 0; index < active.size();) {
+        Known& target = *active[index];
+        target.gateway->step(now);
+        const StartCounts starts = target.gateway->takeStarts();
+        for (std::size_t reason = 0; reason < starts.size(); ++reason) {
+            counters.starts[reason] += starts[reason];
+        }
+        if (target.gateway->busy()) {
+            ++index;
+        } else {
+            target.active = false;
+            active[index] = active.back();
+            active.pop_back();
+        }
+    }
+}
+
+void Targets::tidy(Clock::time_point now) {
+    for (auto& [name, target] : known) {
+        if (target->gateway && !target->active) {
+            target->gateway->tidy(now);
+            if (target->gateway->busy()) {
+                activate(*target);
+            }
+        }
+    }
+}
+
+void Targets::cancelAll() {
+    for (Known* target : active) {
+        target->gateway->cancel();
+        target->active = false;
+    }
+    active.clear();
+}
+
+void Targets::closeAll(Clock::time_point now) {
+    for (auto& [name, target] : known) {
+        if (target->gateway && !target->active) {
+            target->gateway->close(now, StartReason::idle);
+            if (target->gateway->busy()) {
+                activate(*target);
+            }
+        }
+    }
+}
+
+std::vector<TargetState> Targets::states() const {
+    std::vector<TargetState> all;
+    for (const auto& [name, target] : known) {
+        all.push_back(target->state);
+    }
+    return all;
+}
+
+std::size_t Targets::workers() const {
+    return static_cast<std::size_t>(std::count_if(known.begin(), known.end(), [](const auto& entry) {
+        return entry.second->gateway && entry.second->gateway->hasWorker();
+    }));
+}
+
+std::size_t Targets::inProgress() const {
+    std::size_t probes = 0;
+    for (const Known* target : active) {
+        probes += target->gateway->queued();
+    }
+    return probes;
+}
+
+}  // namespace exporter

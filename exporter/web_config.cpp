@@ -1,0 +1,117 @@
+#include "web_config.h"
+
+#include <fmt/format.h>
+#include <yaml-cpp/yaml.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+
+namespace exporter {
+
+namespace {
+
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    if (!file || !(text << file.rdbuf())) {
+        throw std::runtime_error(path + ": cannot be read, or is empty");
+    }
+    return text.str();
+}
+
+class Reader {
+public:
+    explicit Reader(std::string file) : path(std::move(file)) {
+    }
+
+    WebConfig read(const YAML::Node& root) const {
+        WebConfig config;
+        checkKeys(root, {"tls_server_config", "basic_auth_users"});
+        if (const YAML::Node tls = root["tls_server_config"]) {
+            config.tls = readTls(tls);
+        }
+        if (const YAML::Node users = root["basic_auth_users"]) {
+            if (!users.IsMap()) {
+                complain(users, "expected names of users, with a bcrypt hash each");
+            }
+            for (const auto& entry : users) {
+                const std::string hash = text(entry.second);
+                const bool bcrypt = hash.size() == 60 && hash.starts_with("$2") && hash[3] == '$' && hash[6] == '$';
+                if (!bcrypt) {
+                    complain(entry.second, "expected a bcrypt hash, as 'htpasswd -nBC 10 USER' makes it");
+                }
+                config.users[text(entry.first)] = hash;
+            }
+        }
+        return config;
+    }
+
+private:
+    [[noreturn]] void complain(const YAML::Node& at, const std::string& what) const {
+        throw std::runtime_error(fmt::format("{}:{}:{}: {}", path, at.Mark().line + 1, at.Mark().column + 1, what));
+    }
+    std::string text(const YAML::Node& at) const {
+        if (!at.IsScalar()) {
+            complain(at, "expected a text");
+        }
+        return at.Scalar();
+    }
+    void checkKeys(const YAML::Node& at, std::initializer_list<std::string_view> keys) const {
+        if (!at.IsMap()) {
+            complain(at, fmt::format("expected {}, a colon behind each", fmt::join(keys, ", ")));
+        }
+        for (const auto& entry : at) {
+            if (std::find(keys.begin(), keys.end(), text(entry.first)) == keys.end()) {
+                complain(entry.first,
+                         fmt::format("unknown key '{}', expected {}", entry.first.Scalar(), fmt::join(keys, ", ")));
+            }
+        }
+    }
+    TlsFiles readTls(const YAML::Node& at) const {
+        checkKeys(at, {"cert_file", "key_file", "client_ca_file", "client_auth_type"});
+        const auto file = [&](const char* key) {
+            const std::filesystem::path name = text(at[key]);
+            return contentOf((std::filesystem::path(path).parent_path() / name).string());
+        };
+        if (!at["cert_file"] || !at["key_file"]) {
+            complain(at, "expected the keys cert_file and key_file");
+        }
+        TlsFiles tls;
+        tls.certificate = file("cert_file");
+        tls.key = file("key_file");
+        if (at["client_ca_file"]) {
+            tls.clientAuthority = file("client_ca_file");
+        }
+        const std::string wanted = at["client_auth_type"] ? text(at["client_auth_type"]) : "NoClientCert";
+        if (wanted != "NoClientCert" && wanted != "VerifyClientCertIfGiven" && wanted != "RequireAndVerifyClientCert") {
+            complain(at["client_auth_type"],
+                     "expected NoClientCert, VerifyClientCertIfGiven or RequireAndVerifyClientCert");
+        }
+        if ((wanted == "NoClientCert") != tls.clientAuthority.empty()) {
+            complain(at, "client_ca_file and a client_auth_type that verifies go together");
+        }
+        tls.clientRequired = wanted == "RequireAndVerifyClientCert";
+        return tls;
+    }
+
+    std::string path;
+};
+
+}  // namespace
+
+WebConfig readWebConfig(const std::string& path) {
+    const std::string text = contentOf(path);
+    try {
+        return Reader(path).read(YAML::Load(text));
+    } catch (const YAML::Exception& error) {
+        throw std::runtime_error(
+            fmt::format("{}:{}:{}: {}", path, error.mark.line + 1, error.mark.column + 1, error.msg));
+    }
+}
+
+}  // namespace exporter

@@ -1,0 +1,20 @@
+// The file of --web.config.file: TLS and users. YAML.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "http.h"
+
+namespace exporter {
+
+struct WebConfig {
+    std::optional<TlsFiles> tls;               // with the files' contents
+    std::map<std::string, std::string> users;  // names and bcrypt hashes
+};
+
+// Names of files count from the file's own directory. Throws std::runtime_error, with file, line and column.
+WebConfig readWebConfig(const std::string& path);
+
+}  // namespace exporter

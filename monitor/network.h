@@ -1,0 +1,29 @@
+// Networks: an address and how many of its bits count.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace monitor {
+
+// An IPv4 address stands as ::ffff:a.b.c.d.
+using AddressBytes = std::array<std::uint8_t, 16>;
+
+struct Network {
+    AddressBytes address{};
+    unsigned bits = 128;
+
+    bool contains(const AddressBytes& other) const;
+};
+
+// "10.1.2.3", "::1", "fe80::1%eth0"; names are none.
+std::optional<AddressBytes> parseAddress(std::string_view text);
+// "10.0.0.0/8", "2001:db8::/32", or an address, which is a network by itself.
+std::optional<Network> parseNetwork(std::string_view text);
+// Whether one of the networks, with blanks between, contains the address. No network contains what is no address.
+bool anyContains(std::string_view networks, std::string_view address);
+
+}  // namespace monitor

@@ -1,0 +1,523 @@
+#!/usr/bin/env python3
+"""Runs zulstat-exporter as Prometheus and its users do, against simulated Gateways.
+
+    exporter_test.py ZULSTAT_EXPORTER ZULSTAT_SIM ZULSTAT
+"""
+import contextlib
+import http.client
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import socket
+import ssl
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import urllib.parse
+
+EXPORTER, SIM, ZULSTAT = sys.argv[1:4]
+OPENMETRICS = {'Accept': 'application/openmetrics-text;version=1.0.0,text/plain;q=0.5'}
+ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT') and k != 'NOTIFY_SOCKET'}
+
+
+def eventually(holds, seconds=10):
+    deadline = time.monotonic() + seconds
+    while not (result := holds()) and time.monotonic() < deadline:
+        time.sleep(0.02)
+    return result
+
+
+class Gateways:
+    """Simulated ones, whose faults and lives the test decides."""
+
+    def __init__(self, count=1, *options):
+        self.process = subprocess.Popen([SIM, '--port', '0', '--speed', '0', '--gateways', str(count), *options],
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.ports = [int(self.process.stdout.readline().rpartition(':')[2]) for _ in range(count)]
+        self.targets = [f'127.0.0.1:{port}' for port in self.ports]
+
+    def fault(self, words):
+        self.process.stdin.write(words + '\n')
+        self.process.stdin.flush()
+        self.process.stdout.readline()
+
+    def end(self):
+        self.process.terminate()
+        self.process.communicate()
+
+
+@contextlib.contextmanager
+def gateways(*arguments):
+    made = Gateways(*arguments)
+    try:
+        yield made
+    finally:
+        made.end()
+
+
+class Exporter:
+    def __init__(self, *options, files=(), stderr=subprocess.PIPE, environment=None):
+        self.directory = tempfile.TemporaryDirectory()
+        for name, text in dict(files).items():
+            self.write(name, text)
+        port_file = self.path('port')
+        self.process = subprocess.Popen(
+            [EXPORTER, '--web.listen-address', '127.0.0.1:0', '--web.port-file', port_file,
+             *(option.replace('DIR', self.directory.name) for option in options)],
+            env=ENVIRONMENT | (environment or {}), stderr=stderr, text=True)
+        if not eventually(lambda: os.path.exists(port_file) or self.process.poll() is not None) or self.process.poll() is not None:
+            raise AssertionError(self.process.communicate())
+        with open(port_file, encoding='ascii') as file:
+            self.port = int(file.read())
+
+    def path(self, name):
+        return os.path.join(self.directory.name, name)
+
+    def write(self, name, text):
+        with open(self.path(name), 'w', encoding='utf-8') as file:
+            file.write(text)
+
+    def ask(self, path, method='GET', headers=None, source=None, timeout=20, context=None):
+        """Status, headers and text."""
+        if context:
+            connection = http.client.HTTPSConnection('127.0.0.1', self.port, timeout=timeout, context=context)
+        else:
+            connection = http.client.HTTPConnection('127.0.0.1', self.port, timeout=timeout, source_address=source)
+        try:
+            connection.request(method, path, headers=headers or {})
+            response = connection.getresponse()
+            return response.status, response.headers, response.read().decode()
+        finally:
+            connection.close()
+
+    def probe(self, target, headers=None, **parameters):
+        status, _, text = self.ask('/probe?' + urllib.parse.urlencode({'target': target, **parameters}), headers=headers)
+        assert status == 200, (status, text)
+        return text
+
+    def metric(self, name):
+        return float(re.search(rf'^{re.escape(name)} (.*)$', self.ask('/metrics')[2], re.M)[1])
+
+    def children(self):
+        with open(f'/proc/{self.process.pid}/task/{self.process.pid}/children', encoding='ascii') as numbers:
+            return {int(number) for number in numbers.read().split()}
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *error):
+        self.process.send_signal(signal.SIGTERM)
+        try:
+            self.process.communicate(timeout=10)
+        finally:
+            self.process.kill()
+            self.directory.cleanup()
+        if error[0] is None and self.process.returncode != 0:
+            raise AssertionError(f'the exporter ended with {self.process.returncode}')
+
+
+def series(text):
+    """Names with labels, without their values."""
+    return {line.rpartition(' ')[0]: line.rpartition(' ')[2] for line in text.splitlines() if not line.startswith('#')}
+
+
+def statistics(text):
+    return ''.join(line + '\n' for line in text.splitlines()
+                   if re.search(r'gateway_|zulstat_(text|element)', line.split('{')[0]))
+
+
+def check_metrics(text):
+    if shutil.which('promtool'):
+        done = subprocess.run(['promtool', 'check', 'metrics'], input=text, text=True, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, check=False)
+        assert (done.returncode, done.stdout) == (0, ''), done.stdout
+
+
+class Scrapes(unittest.TestCase):
+    def test_statistics_are_those_of_zulstat(self):
+        for options in ((), ('--stats', '5000')):
+            with self.subTest(options), gateways(1, *options) as sim, Exporter() as exporter:
+                status, headers, text = exporter.ask(f'/probe?target={sim.targets[0]}', headers=OPENMETRICS)
+                self.assertEqual((status, headers['Content-Type']),
+                                 (200, 'application/openmetrics-text; version=1.0.0; charset=utf-8'))
+                shown = subprocess.run([ZULSTAT, '-p', str(sim.ports[0]), '-o', 'openmetrics', 'stats'], text=True,
+                                       env=ENVIRONMENT, stdout=subprocess.PIPE, check=True).stdout
+                if options:  # so many texts are not for Prometheus
+                    text, shown = (re.sub('.*zulstat_text.*\n', '', each) for each in (text, shown))
+                self.assertEqual(statistics(text), statistics(shown))
+                self.assertTrue(text.endswith('\n# EOF\n'))
+                older = exporter.ask(f'/probe?target={sim.targets[0]}')
+                self.assertEqual(older[1]['Content-Type'], 'text/plain; version=0.0.4; charset=utf-8')
+                if not options:
+                    self.assertEqual(statistics(older[2]), statistics(shown))
+                check_metrics(older[2])
+                self.assertEqual(exporter.metric('zulstat_exporter_worker_starts_total{reason="first"}'), 1)
+                check_metrics(exporter.ask('/metrics')[2])
+
+    def test_failures_are_answers(self):
+        with gateways(2) as sim, Exporter() as exporter:
+            one, other = sim.targets
+            for fault, phase, kind in (('invoke:silent', 'querying', 'deadline'), ('invoke:close-after=0', 'querying', 'lost'),
+                                       ('get-attribute:close-after=0', 'opening', 'lost'),
+                                       ('handshake:silent', 'opening', 'deadline')):
+                with self.subTest(fault):
+                    if phase == 'opening':  # on a new connection
+                        sim.fault('1/invoke:close-after=0')
+                        exporter.probe(one)
+                    sim.fault('1/' + fault)
+                    began = time.monotonic()
+                    text = exporter.probe(one, {'X-Prometheus-Scrape-Timeout-Seconds': '1.0'})
+                    self.assertLess(time.monotonic() - began, 1)
+                    self.assertEqual(series(text)[f'zulstat_up{{target="{one}"}}'], '0')
+                    self.assertRegex(text, f'zulstat_failure_info{{.*phase="{phase}",kind="{kind}",code="-?\\d+",name=".*"}} 1')
+                    self.assertEqual(statistics(text), '')
+                    check_metrics(text)
+                    self.assertIn('zulstat_up{', exporter.probe(other))
+                    # The next scrape finds everything in order, whose connection failed or not.
+                    self.assertEqual(series(exporter.probe(one))[f'zulstat_up{{target="{one}"}}'], '1')
+            sim.fault('1/invoke:element-rc=-7,element-index=2')
+            text = exporter.probe(one)
+            self.assertIn(f'zulstat_element_rc{{target="{one}",element="conn"}} -7', text)
+            self.assertEqual(series(text)[f'zulstat_up{{target="{one}"}}'], '1')
+            self.assertEqual(exporter.metric('zulstat_exporter_failures_total{phase="querying",kind="lost"}'), 3)
+
+    def test_two_at_once_have_a_deadline_each(self):
+        with gateways() as sim, Exporter() as exporter:
+            target = sim.targets[0]
+            exporter.probe(target)
+            sim.fault('invoke:silent')
+            connections = []
+            began = time.monotonic()
+            for timeout in ('1.2', '4'):
+                connection = http.client.HTTPConnection('127.0.0.1', exporter.port, timeout=10)
+                connection.request('GET', f'/probe?target={target}', headers={'X-Prometheus-Scrape-Timeout-Seconds': timeout})
+                connections.append(connection)
+            first, second = (connection.getresponse().read().decode() for connection in connections)
+            self.assertLess(time.monotonic() - began, 3)
+            self.assertIn(f'zulstat_up{{target="{target}"}} 0', first)
+            self.assertIn(f'zulstat_up{{target="{target}"}} 1', second)
+            self.assertTrue(eventually(lambda: len(exporter.children()) == 1))
+            for connection in connections:
+                connection.close()
+
+    def test_workers_are_kept_closed_and_renewed(self):
+        with gateways() as sim, Exporter('--limit.worker-idle-time', '1', '--limit.worker-scrapes', '3') as exporter:
+            workers = []
+            for _ in range(7):
+                exporter.probe(sim.targets[0])
+                workers.append(exporter.metric('zulstat_exporter_worker_starts_total{reason="renewed"}'))
+            self.assertEqual(workers, [0, 0, 0, 1, 1, 1, 2])
+            self.assertTrue(eventually(lambda: not exporter.children()))
+            exporter.probe(sim.targets[0])
+            self.assertEqual(exporter.metric('zulstat_exporter_worker_starts_total{reason="idle"}'), 1)
+
+
+class Paths(unittest.TestCase):
+    def test_what_is_refused(self):
+        with gateways() as sim, Exporter('--limit.targets', '2', '--limit.probes', '1') as exporter:
+            target = sim.targets[0]
+            for path, method, status in (
+                    ('/nothing', 'GET', 404), ('/probe', 'GET', 400), ('/probe?target=', 'GET', 400), ('/metrics', 'DELETE', 405),
+                    ('/probe?target=gw1', 'GET', 400), ('/probe?target=gw1:70000', 'GET', 400), ('/probe?target=a:1&target=b:1', 'GET', 400),
+                    ('/probe?target=%00:1', 'GET', 400), (f'/probe?target={target}&module=none', 'GET', 400),
+                    (f'/probe?target={target}&debug=maybe', 'GET', 400), ('/probe?target=10.1.2.3:7531', 'GET', 403),
+                    ('/probe?target=[2001:db8::1]:7531', 'GET', 403), ('/-/reload', 'POST', 403), ('/-/reload', 'GET', 405),
+                    (f'/probe?target={target}', 'POST', 405), ('/-/healthy', 'GET', 200), ('/-/ready', 'HEAD', 200)):
+                with self.subTest(path=path, method=method):
+                    answer = exporter.ask(path, method)
+                    self.assertEqual(answer[0], status, answer)
+                    self.assertIn('Content-Type', answer[1])
+            answer = exporter.ask(f'/probe?target={target}', headers={'X-Prometheus-Scrape-Timeout-Seconds': 'soon'})
+            self.assertEqual(answer[0], 400)
+            exporter.probe(target)
+            sim.fault('invoke:silent')
+            stuck = http.client.HTTPConnection('127.0.0.1', exporter.port, timeout=10)
+            stuck.request('GET', f'/probe?target={target}', headers={'X-Prometheus-Scrape-Timeout-Seconds': '2'})
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_queue{}') == 1))
+            self.assertEqual(exporter.ask(f'/probe?target={target}')[0], 503)
+            stuck.getresponse().read()
+            stuck.close()
+
+    def test_a_name_is_judged_by_what_it_resolves_to(self):
+        with gateways() as sim, Exporter('--config.file', 'DIR/c.yml', files={
+                'c.yml': f'allow: ["192.0.2.0/24:{sim.ports[0]}", "gw*.invalid:7531"]\n'}) as exporter:
+            self.assertIn('zulstat_up{', exporter.probe(f'localhost:{sim.ports[0]}'))
+            # A name for an address that nobody may dial, in a spelling that is no address.
+            status, _, text = exporter.ask('/probe?target=167837955:7531')
+            self.assertEqual(status, 403, text)
+            self.assertIn('10.1.1.3', text)
+            self.assertIn('kind="cannot_connect"', exporter.probe('gw1.invalid:7531'))
+            self.assertEqual(exporter.ask(f'/probe?target=192.0.2.7:{sim.ports[0] + 1}')[0], 403)
+
+    def test_the_page_holds_no_markup_of_others(self):
+        with gateways(1, '--fault', 'get-attribute:protocol=<script>x</script>') as sim, Exporter('--config.file', 'DIR/c.yml', files={
+                'c.yml': f'targets: [{{target: "{sim.targets[0]}", module: "<b>&\\"\'"}}]\nmodules: {{"<b>&\\"\'": {{}}}}\n'}) as exporter:
+            exporter.probe(sim.targets[0], module='<b>&"\'')
+            exporter.probe('127.0.0.1:1')
+            status, headers, page = exporter.ask('/')
+            self.assertEqual(status, 200)
+            self.assertIn("default-src 'none'", headers['Content-Security-Policy'])
+            self.assertIn('&lt;b&gt;&amp;&quot;&#39;', page)
+            self.assertNotIn('<b>', page)
+            self.assertNotIn('<script', page)
+            self.assertIn('cannot connect to 127.0.0.1:1', page)
+            self.assertIn('Is the Gateway running', page)
+            self.assertEqual(page.count('<rect'), 2)
+            debug = exporter.probe(sim.targets[0], module='<b>&"\'', debug='true')
+            self.assertRegex(debug, r'(?s)Deadline: .*querying .*150 statistics.*\nMetrics:\n# TYPE')
+
+
+class Configuration(unittest.TestCase):
+    FILE = '''
+targets:
+  - target: TARGET
+    module: small
+    labels: {site: north}
+modules:
+  small:
+    groups: [conn, host]
+    exclude: ["*.limit"]
+    rules:
+      - {match: "*.bytes.*.total", type: counter, name: gateway_$1_bytes_total, help: "Bytes of $1.", labels: {direction: $2}}
+      - {match: "conn.state", type: stateset, name: gateway_conn_state, states: [LISTENING, THROTTLED, DRAINING]}
+      - {match: "host.name", type: info, name: gateway_host}
+      - {match: "*.memory.*.kb", type: gauge, name: gateway_memory_bytes, scale: 1024, labels: {kind: $2}}
+      - {match: "host.load.*", type: gauge, name: gateway_load}
+      - {match: "conn.*.total", type: drop}
+'''
+
+    def test_rules_make_metrics(self):
+        with gateways() as sim, Exporter('--config.file', 'DIR/c.yml', files={
+                'c.yml': self.FILE.replace('TARGET', sim.targets[0])}) as exporter:
+            target = sim.targets[0]
+            older, newer = exporter.probe(target, module='small'), exporter.probe(target, OPENMETRICS, module='small')
+            check_metrics(older)
+            for text in (older, newer):
+                self.assertNotIn('gateway_conn_accepted', text)
+                self.assertNotIn('limit', text)
+            self.assertIn('# TYPE gateway_conn_bytes_total counter', older)
+            self.assertIn('# TYPE gateway_conn_bytes counter', newer)
+            self.assertIn('# HELP gateway_conn_bytes Bytes of conn.', newer)
+            self.assertIn(f'gateway_conn_bytes_total{{target="{target}",element="conn",direction="in"}} ', newer)
+            self.assertIn('# TYPE gateway_conn_state stateset', newer)
+            self.assertEqual(sorted(re.findall(r'gateway_conn_state="(\w+)"} (\d)', newer)),
+                             [('DRAINING', '0'), ('LISTENING', '1'), ('THROTTLED', '0')])
+            self.assertIn('gateway_host_info{', newer)
+            self.assertIn(f'gateway_memory_bytes{{target="{target}",element="host",kind="total"}} 17179869184', newer)
+            # Three identifiers with one name.
+            self.assertEqual(re.findall(r'gateway_load\{.*id="(.*?)"', newer), ['host.load.1m', 'host.load.5m', 'host.load.15m'])
+            self.assertEqual(exporter.metric('zulstat_exporter_mapping_total{reason="same_name"}'), 6)
+            self.assertEqual(json.loads(exporter.ask('/sd')[2]),
+                             [{'targets': [target], 'labels': {'__param_module': 'small', 'site': 'north'}}])
+            self.assertIn('match: "host.name"', exporter.ask('/config')[2])
+
+    def test_a_bad_file_keeps_the_former(self):
+        with gateways() as sim, Exporter('--config.file', 'DIR/c.yml', '--web.enable-lifecycle', files={
+                'c.yml': 'modules: {old: {}}\n'}) as exporter:
+            exporter.write('c.yml', 'modules:\n  new:\n    rules: [{match: x, type: sum}]\n')
+            status, _, text = exporter.ask('/-/reload', 'POST')
+            self.assertEqual(status, 500)
+            self.assertRegex(text, r"c\.yml:3:\d+: 'sum' is no type, expected counter, gauge, stateset, info or drop")
+            self.assertEqual(exporter.metric('zulstat_exporter_reload_successful{}'), 0)
+            exporter.probe(sim.targets[0], module='old')
+            exporter.write('c.yml', 'modules: {new: {}}\n')
+            exporter.process.send_signal(signal.SIGHUP)
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_reload_successful{}') == 1))
+            exporter.probe(sim.targets[0], module='new')
+            self.assertEqual(exporter.ask(f'/probe?target={sim.targets[0]}&module=old')[0], 400)
+
+    def test_a_dry_run_shows_what_there_would_be(self):
+        with gateways() as sim, tempfile.TemporaryDirectory() as directory:
+            path = os.path.join(directory, 'c.yml')
+            with open(path, 'w', encoding='ascii') as file:
+                file.write(self.FILE.replace('TARGET', sim.targets[0]))
+
+            def run(*words):
+                return subprocess.run([EXPORTER, '--config.file', path, '--dry-run', *words], env=ENVIRONMENT, text=True,
+                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=20, check=False)
+            self.assertEqual((run().returncode, run().stdout), (0, 'The configuration is right.\n'))
+            shown = run('--target', sim.targets[0]).stdout
+            self.assertIn('gateway_conn_bytes_total{', shown)
+            self.assertIn('# same_name: 3', shown)
+            with open(path, 'a', encoding='ascii') as file:
+                file.write('allow: [nothing]\n')
+            self.assertEqual(run().returncode, 1)
+            self.assertRegex(run().stdout, r"c\.yml:\d+:\d+: 'nothing' is not an address, a network")
+
+
+    def test_a_proposed_file_makes_the_same_metrics_everywhere(self):
+        with gateways(1, '--speed', '50') as sim, tempfile.TemporaryDirectory() as directory:
+            zulstat, path = [ZULSTAT, '-p', str(sim.ports[0])], f'{directory}/map.yml'
+            proposed = subprocess.run([*zulstat, 'map', '--observe', '2.5'], env=ENVIRONMENT, text=True,
+                                      stdout=subprocess.PIPE, check=True).stdout
+            for line in ('{match: "conn.accepted.total", type: counter, name: gateway_conn_accepted_total}',
+                         '{match: "host.load.1m", type: gauge, name: gateway_host_load_1m}',
+                         'name: gateway_host_boot_time_seconds}', '{match: "host.name", type: info, name: gateway_host_name}'):
+                self.assertIn(line, proposed)
+            self.assertRegex(proposed, r'{match: "conn.state", type: stateset, name: gateway_conn_state, states: \["[A-Z]+"')
+            self.assertEqual(proposed.count('- {match: '), 150)
+            with open(path, 'w', encoding='ascii') as file:
+                file.write(proposed)
+            shown = subprocess.run([*zulstat, '--map', path, '-o', 'openmetrics', 'stats'], env=ENVIRONMENT, text=True,
+                                   stdout=subprocess.PIPE, check=True).stdout
+            with Exporter('--config.file', path) as exporter:
+                text = exporter.probe(sim.targets[0], OPENMETRICS)
+                check_metrics(exporter.probe(sim.targets[0]))
+            self.assertEqual(*({line.split('} ')[0] for line in statistics(each).splitlines()} for each in (shown, text)))
+            self.assertIn('gateway_conn_accepted_total{', shown)
+            for words, message in ((['--map', path, 'stats'], 'goes with -o openmetrics'),
+                                   (['--map', path, '--module', 'x', '-o', 'openmetrics', 'stats'], "no module 'x'"),
+                                   (['--map', '/nonexistent', '-o', 'openmetrics', 'stats'], '/nonexistent: cannot be read')):
+                done = subprocess.run([*zulstat, *words], env=ENVIRONMENT, text=True, stderr=subprocess.PIPE, check=False)
+                self.assertEqual((done.returncode, message in done.stderr), (2, True), done)
+
+
+class Access(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.directory = tempfile.TemporaryDirectory()
+        for name in ('server', 'client'):
+            subprocess.run(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-days', '2', '-subj', f'/CN={name}',
+                            '-keyout', f'{cls.directory.name}/{name}.key', '-out', f'{cls.directory.name}/{name}.pem'],
+                           check=True, stderr=subprocess.DEVNULL)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.directory.cleanup()
+
+    def tls(self, *, client=False):
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
+        context.check_hostname = False
+        context.load_verify_locations(f'{self.directory.name}/server.pem')
+        if client:
+            context.load_cert_chain(f'{self.directory.name}/client.pem', f'{self.directory.name}/client.key')
+        return context
+
+    def test_users_need_their_password(self):
+        def basic(words):
+            import base64
+            return {'Authorization': 'Basic ' + base64.b64encode(words.encode()).decode()}
+        made = subprocess.run(['perl', '-e', 'print crypt("test", "\\$2b\\$04\\$abcdefghijklmnopqrstuu")'], text=True,
+                              stdout=subprocess.PIPE, check=True).stdout
+        users = f'basic_auth_users:\n  reader: "{made}"\n'
+        with gateways() as sim, Exporter('--web.config.file', 'DIR/w.yml', files={'w.yml': users}) as exporter:
+            path = f'/probe?target={sim.targets[0]}'
+            for headers, status in (({}, 401), (basic('reader:wrong'), 401), (basic('nobody:test'), 401), (basic('reader'), 401),
+                                    ({'Authorization': 'Basic ?'}, 401), (basic('reader:test'), 200), (basic('reader:test'), 200)):
+                with self.subTest(headers):
+                    self.assertEqual(exporter.ask(path, headers=headers)[0], status)
+            self.assertIn('WWW-Authenticate', exporter.ask('/metrics')[1])
+
+    def test_tls_with_and_without_certificates_of_clients(self):
+        own = ''.join(f'  {key}: {self.directory.name}/server.{end}\n' for key, end in (('cert_file', 'pem'), ('key_file', 'key')))
+        both = own + f'  client_ca_file: {self.directory.name}/client.pem\n  client_auth_type: RequireAndVerifyClientCert\n'
+        for config, without in ((own, 200), (both, 403)):
+            with self.subTest(without), Exporter('--web.config.file', 'DIR/w.yml', files={'w.yml': 'tls_server_config:\n' + config}) as exporter:
+                self.assertEqual(exporter.ask('/-/healthy', context=self.tls())[0], without)
+                self.assertEqual(exporter.ask('/-/healthy', context=self.tls(client=True))[0], 200)
+
+
+class Documents(unittest.TestCase):
+    ROOT = pathlib.Path(__file__).resolve().parents[2]
+
+    def test_the_pages_have_what_the_program_has(self):
+        shown = subprocess.run([EXPORTER, '--help'], text=True, stdout=subprocess.PIPE, check=True).stdout
+        options = {option for head in re.findall(r'^ +(-[^\s,]+(?:, ?--\S+)?)', shown, re.M) for option in re.split(', ?', head)}
+        page = (self.ROOT / 'docs/man/zulstat-exporter.1.scd').read_text()
+        section = re.search(r'^# OPTIONS\n(.*?)^#', page, re.M | re.S)[1]
+        self.assertEqual({option for head in re.findall(r'^\*-.*', section, re.M) for option in re.findall(r'\*(-.*?)\*', head)}, options)
+        # Defaults: "The default is N" of each limit is the help's.
+        defaults = dict(re.findall(r'(--limit\.[\w-]+) N\s.*?\((\d+)\)', shown, re.S))
+        written = dict(re.findall(r'^\*(--limit\.[\w-]+)\* _N_\n.*?The default is (\d+)', section, re.M | re.S))
+        self.assertEqual(written, defaults)
+        # Keys: those that an error names.
+        page = (self.ROOT / 'docs/man/zulstat-map.5.scd').read_text()
+        for text, title in (('x: 1', 'DESCRIPTION'), ('modules: {a: {x: 1}}', 'MODULES'), ('modules: {a: {rules: [{x: 1}]}}', 'RULES')):
+            with tempfile.NamedTemporaryFile('w', encoding='ascii') as file:
+                file.write(text)
+                file.flush()
+                said = subprocess.run([EXPORTER, '--dry-run', '--config.file', file.name], text=True, stderr=subprocess.PIPE, check=False)
+            keys = said.stderr.rpartition('expected ')[2].strip().split(', ')
+            section = re.search(rf'^# {title}\n(.*?)^#', page, re.M | re.S)[1]
+            self.assertEqual(sorted(key for head in re.findall(r'^\*.*\*$', section, re.M) for key in re.findall(r'\*(\w+)\*', head)), sorted(keys))
+        # The example is a file that is taken.
+        with tempfile.NamedTemporaryFile('w', encoding='ascii') as file:
+            file.write(re.search(r'^```\n(.*?)^```', page, re.M | re.S)[1])
+            file.flush()
+            subprocess.run([EXPORTER, '--dry-run', '--config.file', file.name], stdout=subprocess.DEVNULL, check=True)
+
+    @unittest.skipUnless(shutil.which('promtool'), 'needs promtool (Debian: prometheus)')
+    def test_rules_and_configuration_of_prometheus(self):
+        for words in (['check', 'config', 'prometheus.yml'], ['test', 'rules', 'zulstat-rules-test.yml']):
+            done = subprocess.run(['promtool', *words], cwd=self.ROOT / 'exporter/prometheus', text=True, stdout=subprocess.PIPE,
+                                  stderr=subprocess.STDOUT, check=False)
+            self.assertEqual(done.returncode, 0, done.stdout)
+
+
+class Trouble(unittest.TestCase):
+    def test_bad_clients_keep_nobody_waiting(self):
+        with gateways() as sim, Exporter('--limit.client-connections', '300', '--limit.request-time', '2') as exporter:
+            def scrapes():
+                began = time.monotonic()
+                self.assertEqual(series(exporter.probe(sim.targets[0]))[f'zulstat_up{{target="{sim.targets[0]}"}}'], '1')
+                self.assertLess(time.monotonic() - began, 2)
+            idle = []
+            for count in range(1000):
+                client = socket.socket()
+                client.bind((f'127.0.0.{2 + count % 4}', 0))
+                client.connect(('127.0.0.1', exporter.port))
+                idle.append(client)
+            idle[0].sendall(b'GET /probe?tar')
+            scrapes()
+            for garbage in (b'\0' * 100, b'GET\r\n\r\n', b'GET / HTTP/9.9\r\n\r\n', b'\x16\x03\x01\x02\0', b'GET /%ZZ?%%% HTTP/1.1\r\nHost: x\r\n\r\n',
+                            b'GET /' + b'a' * 100000 + b' HTTP/1.1\r\n\r\n', b'POST /probe HTTP/1.1\r\nHost: x\r\nContent-Length: 99999999999999\r\n\r\nx'):
+                with socket.create_connection(('127.0.0.1', exporter.port)) as client:
+                    client.sendall(garbage)
+                    scrapes()
+            extra = []
+            for _ in range(400):
+                client = socket.socket()
+                client.bind(('127.0.0.9', 0))
+                client.connect(('127.0.0.1', exporter.port))
+                extra.append(client)
+            scrapes()
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_connections_ended_total{reason="client"}') == 100))
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_connections_ended_total{reason="time"}') >= 1000))
+            for client in idle + extra:
+                client.close()
+
+    def test_a_log_that_takes_nothing(self):
+        reader, writer = os.pipe()
+        with gateways() as sim, Exporter('--config.file', 'DIR/c.yml', files={'c.yml': 'modules:\n'}, stderr=writer) as exporter:
+            exporter.write('c.yml', 'modules: []\n')
+            for _ in range(1000):
+                exporter.process.send_signal(signal.SIGHUP)
+                if exporter.metric('zulstat_exporter_log_lines_dropped_total{}') > 0:
+                    break
+            else:
+                self.fail('the log never fills')
+            exporter.probe(sim.targets[0])
+            os.close(reader)
+            os.close(writer)
+        with open('/dev/full', 'w', encoding='ascii') as full, gateways() as sim, Exporter(stderr=full) as exporter:
+            exporter.probe(sim.targets[0])
+
+    def test_the_manager_is_told(self):
+        with tempfile.TemporaryDirectory() as directory, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind(f'{directory}/notify')
+            manager.settimeout(10)
+            with Exporter(environment={'NOTIFY_SOCKET': f'{directory}/notify'}) as exporter:
+                self.assertEqual(manager.recv(100), b'READY=1')
+                exporter.process.send_signal(signal.SIGHUP)
+                self.assertTrue(manager.recv(100).startswith(b'RELOADING=1\nMONOTONIC_USEC='))
+                self.assertEqual(manager.recv(100), b'READY=1')
+            self.assertEqual(manager.recv(100), b'STOPPING=1')
+
+
+if __name__ == '__main__':
+    unittest.main(argv=sys.argv[:1], verbosity=1)
