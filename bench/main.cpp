@@ -239,6 +239,8 @@ int measureAll(int rounds, char** libraryArguments) {
     std::vector<Subject> subjects;
     for (std::size_t i = 0; i < sizes.size(); ++i) {
         addFetches(&subjects, libraries, sizes[i], ports[i], traceFile);
+        addCxx(&subjects, std::filesystem::read_symlink("/proc/self/exe").replace_filename("bench_cxx.so"), sizes[i],
+               ports[i]);
         std::copy_if(redis.begin(), redis.end(), std::back_inserter(subjects),
                      [&](const Subject& subject) { return subject.count == sizes[i]; });
     }

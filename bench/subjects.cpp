@@ -173,6 +173,25 @@ void addFetches(std::vector<Subject>* subjects, const std::vector<Library>& libr
     }
 }
 
+void addCxx(std::vector<Subject>* subjects, const std::string& module, int count, std::uint16_t port) {
+    // Its calls are its library's, not those that the benchmark has of its own.
+    void* handle = dlopen(module.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);
+    if (handle == nullptr) {
+        fail(dlerror());
+    }
+    void* (*open)(int) = nullptr;
+    long (*fetch)(void*) = nullptr;
+    void (*close)(void*) = nullptr;
+    resolve(handle, "cxxOpen", &open);
+    resolve(handle, "cxxFetch", &fetch);
+    resolve(handle, "cxxClose", &close);
+    const std::shared_ptr<void> gateway(open(port), close);
+    if (gateway == nullptr) {
+        fail("opening a connection");
+    }
+    subjects->push_back({"fetch", "c++", count, 1, [=] { return fetch(gateway.get()); }, expectedSum(count)});
+}
+
 void addSystemCalls(std::vector<Subject>* subjects, int count, std::uint16_t port) {
     const auto bare = std::make_shared<BareClient>(port);
     const auto add = [&](const char* name, unsigned calls) {

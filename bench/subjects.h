@@ -73,6 +73,8 @@ struct Subject {
 void addFetches(std::vector<Subject>* subjects, const std::vector<Library>& libraries, int count, std::uint16_t port,
                 const std::string& traceFile);
 // The bare fetch with the library's system calls, one kind at a time.
+// The C++ header's fetch, of the module at this path.
+void addCxx(std::vector<Subject>* subjects, const std::string& module, int count, std::uint16_t port);
 void addSystemCalls(std::vector<Subject>* subjects, int count, std::uint16_t port);
 // HGETALL of the same statistics, where there are hiredis and redis-server.
 void addRedis(std::vector<Subject>* subjects, const std::vector<int>& counts, int core);

@@ -15,8 +15,8 @@ if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
 endif()
 set(zulstats_package_dir ${zulstats_guide_dir}/cmake/zulstats)
 
-install(FILES include/zulstats.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(TARGETS zulstats EXPORT zulstatsTargets
+install(FILES include/zulstats.h include/zulstats.hpp include/zulstats_codes.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS zulstats zulstats_cxx EXPORT zulstatsTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(EXPORT zulstatsTargets NAMESPACE zulstats:: DESTINATION ${zulstats_package_dir})
@@ -34,4 +34,5 @@ string(PREPEND pc_prefix "\${pcfiledir}/")
 cmake_path(APPEND pc_libdir "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
 cmake_path(APPEND pc_includedir "\${prefix}" "${CMAKE_INSTALL_INCLUDEDIR}")
 configure_file(cmake/zulstats.pc.in ${PROJECT_BINARY_DIR}/zulstats.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/zulstats.pc DESTINATION ${zulstats_guide_dir}/pkgconfig)
+configure_file(cmake/zulstats-cxx.pc.in ${PROJECT_BINARY_DIR}/zulstats-cxx.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/zulstats.pc ${PROJECT_BINARY_DIR}/zulstats-cxx.pc DESTINATION ${zulstats_guide_dir}/pkgconfig)

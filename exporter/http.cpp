@@ -417,8 +417,11 @@ Clock::time_point HttpServer::nextWake(Clock::time_point now) const {
 }
 
 void HttpServer::step() {
-    impl->authenticated();
     impl->step();
+}
+
+void HttpServer::takePasswords() {
+    impl->authenticated();
 }
 
 void HttpServer::answer(std::uint64_t id, HttpResponse response) {

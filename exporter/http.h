@@ -76,6 +76,8 @@ public:
     int descriptor() const;
     Clock::time_point nextWake(Clock::time_point now) const;
     void step();
+    // Once the authenticator's descriptor is readable.
+    void takePasswords();
     // Of a request that the handler left open. A client that has gone is passed over.
     void answer(std::uint64_t id, HttpResponse response);
     // Ends connections that take too long.

@@ -1,6 +1,7 @@
 // zulstat-exporter: statistics of Gateways, for Prometheus.
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <malloc.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
@@ -38,6 +39,7 @@ using namespace monitor;
 
 constexpr std::chrono::milliseconds tidyEvery(1000);
 constexpr std::chrono::seconds endLimit(2);
+constexpr int KEPT_MEMORY = 8 << 20;  // bytes, for the next answers
 
 enum ExitCode { exitOk = 0, exitFailed = 1, exitUsage = 2 };
 
@@ -94,8 +96,13 @@ public:
         while (!ending) {
             wait(nextTidy);
             const Clock::time_point now = Clock::now();
-            takeSignals();
+            if (ready(signals)) {
+                takeSignals();
+            }
             state.logLinesDropped = logLinesDropped();
+            if (ready(users.descriptor())) {
+                server->takePasswords();
+            }
             server->step();
             targets.step(Clock::now());
             if (now >= nextTidy) {
@@ -217,6 +224,12 @@ private:
         poll(watched.data(), watched.size(), pollTime(wake, now));
     }
 
+    // As the last poll() told.
+    bool ready(int descriptor) const {
+        return std::any_of(watched.begin(), watched.end(),
+                           [&](const pollfd& one) { return one.fd == descriptor && one.revents != 0; });
+    }
+
     void takeSignals() {
         signalfd_siginfo info{};
         while (read(signals, &info, sizeof info) == sizeof info) {
@@ -274,6 +287,8 @@ private:
 
 int main(int argc, char** argv) {
     fillStandardDescriptors();
+    mallopt(M_TRIM_THRESHOLD, KEPT_MEMORY);
+    mallopt(M_MMAP_THRESHOLD, KEPT_MEMORY);
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL);
     std::signal(SIGXFSZ, SIG_IGN);

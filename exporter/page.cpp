@@ -88,8 +88,11 @@ std::string row(const TargetState& target, double now) {
 std::string escapeHtml(std::string_view text) {
     std::string escaped;
     forEachCharacter(text, [&](const Character& character, std::string_view bytes) {
+        const bool reorders = (character.code >= 0x200E && character.code <= 0x200F) ||
+                              (character.code >= 0x202A && character.code <= 0x202E) ||
+                              (character.code >= 0x2066 && character.code <= 0x2069);
         const bool shown =
-            character.valid && character.code >= 0x20 && (character.code < 0x7F || character.code > 0x9F);
+            character.valid && !reorders && character.code >= 0x20 && (character.code < 0x7F || character.code > 0x9F);
         switch (shown ? character.code : 0) {
         case 0:
             escaped += "\xEF\xBF\xBD";
@@ -125,7 +128,8 @@ form { display: flex; flex-wrap: wrap; gap: .5rem; align-items: end; margin: 1re
 label { display: flex; flex-direction: column; font-size: .85rem; }
 input, button { font: inherit; padding: .3rem .5rem; }
 table { border-collapse: collapse; width: 100%; }
-th, td { text-align: left; vertical-align: top; padding: .4rem .6rem; border-top: 1px solid var(--line); overflow-wrap: anywhere; }
+th, td { text-align: left; vertical-align: top; padding: .4rem .6rem; border-top: 1px solid var(--line); white-space: nowrap; }
+td[data-name="Module"], td[data-name="Last failure"] { white-space: normal; overflow-wrap: anywhere; min-width: 6rem; }
 thead th { border-top: 0; font-size: .85rem; }
 .small { font-size: .85rem; opacity: .75; font-weight: normal; }
 .up { color: var(--ok); font-weight: 600; }
@@ -135,7 +139,7 @@ rect.bad { fill: var(--bad); }
 svg { max-width: 100%; }
 @media (max-width: 48rem) {
   thead { display: none; }
-  tr, th, td { display: block; border: 0; padding: .15rem 0; }
+  tr, th, td { display: block; border: 0; padding: .15rem 0; white-space: normal; overflow-wrap: anywhere; }
   tr { border-top: 1px solid var(--line); padding: .6rem 0; }
   td:empty { display: none; }
   td::before { content: attr(data-name) ": "; font-size: .85rem; opacity: .75; }

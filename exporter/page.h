@@ -9,7 +9,8 @@
 
 namespace exporter {
 
-// Characters of markup become references; what is no UTF-8, and control characters, become U+FFFD.
+// Characters of markup become references; what is no UTF-8, control characters and those that reorder text become
+// U+FFFD.
 std::string escapeHtml(std::string_view text);
 
 // The page for people, without script and foreign resources. `now` is in seconds since 1970.

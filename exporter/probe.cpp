@@ -142,7 +142,7 @@ void Gateway::answer(Waiting probe, Clock::time_point now, Clock::time_point sta
     result.sample = std::move(outcome.sample);
     result.limit = seconds(probe.deadline - probe.since);
     result.waited = seconds(start - probe.since);
-    result.seconds = seconds(now - probe.since);
+    result.seconds = seconds(Clock::now() - probe.since);  // `now` may be as old as the probe
     result.phases = phases;
     const Module& module = *probe.module;
     if (!result.failure && (!module.include.empty() || !module.exclude.empty())) {

@@ -100,8 +100,8 @@ void Mapper::beginSample() {
     textsOfSample = 0;
 }
 
-const MappedName& Mapper::find(std::string_view id) {
-    const auto known = names.find(std::string(id));
+MappedName& Mapper::find(std::string_view id) {
+    const auto known = names.find(id);
     if (known != names.end()) {
         return known->second;
     }

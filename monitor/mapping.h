@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -47,7 +48,7 @@ struct Module {
 // A rule for one identifier, with the stars filled in.
 struct MappedName {
     const Rule* rule = nullptr;  // nothing: there is none for it
-    std::string name;
+    std::string name;            // without a rule, where OpenMetrics keeps its own
     std::string help;
     std::vector<std::pair<std::string, std::string>> labels;
 };
@@ -84,7 +85,7 @@ public:
     // Before a sample: forgets the texts that the one before did not have.
     void beginSample();
     // Valid until the next call.
-    const MappedName& find(std::string_view id);
+    MappedName& find(std::string_view id);
     // The text as it is to be shown; nothing where it is left out.
     std::optional<std::string_view> admit(std::string_view element, std::string_view id, std::string_view text);
 
@@ -98,7 +99,13 @@ private:
     };
 
     std::shared_ptr<const Module> rules;
-    std::unordered_map<std::string, MappedName> names;
+    struct TextHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const {
+            return std::hash<std::string_view>()(text);
+        }
+    };
+    std::unordered_map<std::string, MappedName, TextHash, std::equal_to<>> names;
     std::map<std::pair<std::string, std::string>, Text> texts;
     std::uint64_t sampleNumber = 0;
     std::size_t textsOfSample = 0;

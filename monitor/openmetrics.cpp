@@ -160,34 +160,32 @@ constexpr std::array<std::string_view, 4> TYPE_WORDS = {"gauge", "counter", "sta
 
 class OpenMetrics::SampleWriter {
 public:
-    SampleWriter(OpenMetrics& to, const Labels& labels, std::size_t most) : metrics(to) {
+    SampleWriter(OpenMetrics& to, const Labels& labels) : metrics(to), number(++to.samples) {
         for (const auto& [name, value] : labels) {
             appendLabel(lead, name, value);
         }
-        seen.reserve(most);
     }
     // `labels` come behind those of the sample. Returns false where the name has another type.
     bool add(std::string_view name, MetricType type, Help help, std::string_view labels, std::string_view value) {
-        std::string* const family = metrics.family(name, type, help);
+        Family* const family = metrics.family(name, type, help);
         if (family == nullptr) {
             return false;
         }
-        std::string series;
-        series.reserve(name.size() + lead.size() + labels.size() + 8);
-        series += name;
-        series += endingOf(type);
-        series += '{';
-        series += lead;
-        series += lead.empty() || labels.empty() ? "" : ",";
-        series += labels;
-        *family += series;
+        std::string& text = family->text;
+        const std::size_t begin = text.size();
+        text += name;
+        text += endingOf(type);
+        text += '{';
+        text += lead;
+        text += lead.empty() || labels.empty() ? "" : ",";
+        text += labels;
         // An identifier may come twice in one query element.
-        if (const int repeated = ++seen[std::move(series)]; repeated > 1) {
-            *family += ",repeated=\"" + std::to_string(repeated) + "\"";
+        if (const int repeated = count(*family, begin); repeated > 1) {
+            text += ",repeated=\"" + std::to_string(repeated) + "\"";
         }
-        *family += "} ";
-        *family += value;
-        *family += '\n';
+        text += "} ";
+        text += value;
+        text += '\n';
         return true;
     }
     // One whose name no rule gives: a name that has another type by a rule is left to that.
@@ -198,23 +196,42 @@ public:
     }
 
 private:
+    // How many metrics of the sample have the name and labels that stand in the family from `begin` on.
+    int count(Family& family, std::size_t begin) {
+        const std::size_t size = family.text.size() - begin;
+        if (family.sample != number) {
+            family.sample = number;
+            family.metrics = 1;
+            family.firstBegin = begin;
+            family.firstSize = size;
+            return 1;
+        }
+        if (++family.metrics == 2) {
+            seen.emplace(family.text.substr(family.firstBegin, family.firstSize), 1);
+        }
+        return ++seen[family.text.substr(begin)];
+    }
+
     OpenMetrics& metrics;
+    const unsigned number;
     std::string lead;
-    std::unordered_map<std::string, int> seen;
+    std::unordered_map<std::string, int> seen;  // of families with several metrics
 };
 
 OpenMetrics::OpenMetrics(MetricsFormat format) : metricsFormat(format) {
 }
 
-std::string* OpenMetrics::family(std::string_view name, MetricType type, Help help) {
+OpenMetrics::Family* OpenMetrics::family(std::string_view name, MetricType type, Help help) {
     const auto place = indices.find(name);
     if (place != indices.end()) {
         Family& known = families[place->second];
-        return known.type == type ? &known.text : nullptr;
+        return known.type == type ? &known : nullptr;
     }
     indices.emplace(name, families.size());
-    std::string& family = families.emplace_back(Family{{}, type}).text;
-    family.reserve(256);  // its comments and a sample or two
+    Family& added = families.emplace_back();
+    added.type = type;
+    std::string& family = added.text;
+    family.reserve(384);  // its comments and a sample or two
     const bool older = metricsFormat == MetricsFormat::text;
     const std::string_view ending = older ? endingOf(type) : "";
     const std::string_view word =
@@ -225,12 +242,12 @@ std::string* OpenMetrics::family(std::string_view name, MetricType type, Help he
     appendHelp(family, help.id, metricsFormat);
     family += help.behind;
     family += '\n';
-    return &family;
+    return &added;
 }
 
 void OpenMetrics::add(std::string_view name, MetricType type, std::string_view help, const Labels& labels,
                       std::string_view value) {
-    SampleWriter writer(*this, labels, 1);
+    SampleWriter writer(*this, labels);
     writer.add(name, type, {"", help}, "", value);
 }
 
@@ -241,6 +258,9 @@ class MappedItems {
 public:
     MappedItems(const Sample& from, Mapper& by) : sample(from), mapper(by) {
         mapper.beginSample();
+        if (mapper.module().rules.empty()) {
+            return;
+        }
         places.reserve(sample.items.size());
         for (const Element& element : sample.elements) {
             for (const Item& item : sample.itemsOf(element)) {
@@ -285,7 +305,8 @@ private:
 
 void OpenMetrics::add(const Sample& sample, const Labels& sampleLabels, Mapper* mapper) {
     constexpr std::string_view statistic = "The Gateway's statistic ";
-    SampleWriter writer(*this, sampleLabels, sample.items.size() + sample.elements.size());
+    SampleWriter writer(*this, sampleLabels);
+    families.reserve(families.size() + sample.items.size());
     std::optional<MappedItems> mappedItems;
     if (mapper != nullptr) {
         mappedItems.emplace(sample, *mapper);
@@ -341,6 +362,20 @@ void OpenMetrics::add(const Sample& sample, const Labels& sampleLabels, Mapper* 
         mapper->counts.otherTypes += added ? 0 : 1;
         return added;
     };
+    // A mapper keeps names that it has no rule for.
+    std::string unkept;
+    const auto nameOf = [&](const Item& item) -> std::string_view {
+        if (mapper != nullptr) {
+            MappedName& known = mapper->find(item.id);
+            if (known.rule == nullptr) {
+                if (known.name.empty()) {
+                    known.name = metricName(item.id);
+                }
+                return known.name;
+            }
+        }
+        return unkept = metricName(item.id);
+    };
     std::string labels;
     for (const Element& element : sample.elements) {
         labels.clear();
@@ -359,7 +394,7 @@ void OpenMetrics::add(const Sample& sample, const Labels& sampleLabels, Mapper* 
             } else if (mapper != nullptr && addByRule(element, item)) {
                 continue;
             } else if (parseNumber(item.value)) {
-                writer.addGauge(metricName(item.id), {statistic, item.id, "."}, labels, item.value);
+                writer.addGauge(nameOf(item), {statistic, item.id, "."}, labels, item.value);
             } else if (const std::optional<double> moment = parseMoment(item.value)) {
                 writer.addGauge(secondsName(item.id), {statistic, item.id, ", in seconds since 1970."}, labels,
                                 fmt::format("{}", *moment));
@@ -382,6 +417,11 @@ void OpenMetrics::add(const Sample& sample, const Labels& sampleLabels, Mapper* 
 
 std::string OpenMetrics::text() const {
     std::string whole;
+    std::size_t size = 8;
+    for (const Family& family : families) {
+        size += family.text.size();
+    }
+    whole.reserve(size);
     for (const Family& family : families) {
         whole += family.text;
     }

@@ -45,6 +45,11 @@ private:
     struct Family {
         std::string text;
         MetricType type;
+        // Of the sample in hand: how many metrics there are, and where the first one's name and labels stand.
+        unsigned sample = 0;
+        std::size_t metrics = 0;
+        std::size_t firstBegin = 0;
+        std::size_t firstSize = 0;
     };
     // A sentence with an identifier in it, or without.
     struct Help {
@@ -54,10 +59,11 @@ private:
     };
 
     // Nothing where there is one of the name with another type.
-    std::string* family(std::string_view name, MetricType type, Help help);
+    Family* family(std::string_view name, MetricType type, Help help);
 
     MetricsFormat metricsFormat = MetricsFormat::openMetrics;
     std::vector<Family> families;
+    unsigned samples = 0;
     std::map<std::string, std::size_t, std::less<>> indices;  // of the families, by name
 };
 

@@ -177,7 +177,8 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
         ->option_text("SECONDS")
         ->check(secondsFrom(1))
         ->take_last();
-    addCommand(app, options, "demo", Command::demo, "Try it all on a simulated Gateway");
+    CLI::App* demo = addCommand(app, options, "demo", Command::demo, "Try it all on a simulated Gateway");
+    demo->add_flag("--web", options.web, "under zulstat-exporter, and print its address");
 }
 
 }  // namespace

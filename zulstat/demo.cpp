@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -15,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "commands.h"
 #include "interrupt.h"
@@ -30,6 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* SIMULATOR = "zulstat-sim";
+constexpr const char* EXPORTER = "zulstat-exporter";
 constexpr const char* SPEED = "20";  // model seconds per second
 constexpr auto START_LIMIT = std::chrono::seconds(10);
 
@@ -51,20 +52,23 @@ public:
 };
 
 // Beside this program, or else a name for PATH. In the build tree a link lies beside it.
-std::string findSimulator() {
+std::string findProgram(const char* name) {
     std::error_code error;
-    const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / SIMULATOR;
-    return !error && access(beside.c_str(), X_OK) == 0 ? beside.string() : SIMULATOR;
+    const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / name;
+    return !error && access(beside.c_str(), X_OK) == 0 ? beside.string() : name;
 }
 
-// A simulator that ends with this record, and with this process if that is killed. It has a process group of its own:
+// A program that ends with this record, and with this process if that is killed. It has a process group of its own:
 // Ctrl-C ends it in order, after the display.
-class Simulator {
+class Child {
 public:
-    explicit Simulator(const std::string& portFile) {
-        const std::string program = findSimulator();
-        const std::array<const char*, 8> words = {SIMULATOR,        "--port",  "0",   "--port-file",
-                                                  portFile.c_str(), "--speed", SPEED, nullptr};
+    Child(const char* name, const std::vector<std::string>& arguments) {
+        const std::string program = findProgram(name);
+        std::vector<const char*> words = {name};
+        for (const std::string& argument : arguments) {
+            words.push_back(argument.c_str());
+        }
+        words.push_back(nullptr);
         const pid_t parent = getpid();
         process = fork();
         if (process < 0) {
@@ -82,7 +86,7 @@ public:
             _exit(errno == ENOENT ? NOT_FOUND : exitInternal);
         }
     }
-    ~Simulator() {
+    ~Child() {
         if (running()) {
             kill(process, SIGTERM);
             for (int tries = 0; tries < 100 && running(); ++tries) {
@@ -95,8 +99,8 @@ public:
             }
         }
     }
-    Simulator(const Simulator&) = delete;
-    Simulator& operator=(const Simulator&) = delete;
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
 
     bool running() {
         if (process > 0 && waitpid(process, &status, WNOHANG) == process) {
@@ -114,10 +118,10 @@ private:
     int status = 0;
 };
 
-// The file appears once the simulator listens.
-std::optional<int> waitForPort(Simulator& gateway, const std::string& portFile) {
+// The file appears once the program listens.
+std::optional<int> waitForPort(Child& program, const std::string& portFile) {
     const auto end = std::chrono::steady_clock::now() + START_LIMIT;
-    while (gateway.running() && std::chrono::steady_clock::now() < end) {
+    while (program.running() && std::chrono::steady_clock::now() < end) {
         int port = 0;
         if (std::ifstream(portFile) >> port) {
             return port;
@@ -129,19 +133,47 @@ std::optional<int> waitForPort(Simulator& gateway, const std::string& portFile) 
     return std::nullopt;
 }
 
+int complainOf(Child& program, const std::string& name) {
+    complain(name + (program.missing() ? " is neither beside zulstat nor in PATH" : " does not start"));
+    return exitInternal;
+}
+
+// An exporter for the Gateway at the port, until a signal comes.
+int serveWeb(const TemporaryDirectory& directory, int gatewayPort) {
+    const std::string config = directory.path + "/exporter.yml";
+    const std::string portFile = directory.path + "/web";
+    const std::string target = "127.0.0.1:" + std::to_string(gatewayPort);
+    std::ofstream(config) << "targets: [\"" << target << "\"]\n";
+    Child server(EXPORTER,
+                 {"-q", "--web.listen-address", "127.0.0.1:0", "--web.port-file", portFile, "--config.file", config});
+    const std::optional<int> port = waitForPort(server, portFile);
+    if (!port) {
+        return complainOf(server, EXPORTER);
+    }
+    const std::string address = "http://127.0.0.1:" + std::to_string(*port);
+    print("The page:   " + address + "/\nA scrape:   " + address + "/probe?target=" + target + "\nCtrl-C ends both.\n");
+    while (server.running()) {
+        if (!sleepUnlessInterrupted(std::chrono::milliseconds(200))) {
+            return exitOk;
+        }
+    }
+    return complainOf(server, EXPORTER);
+}
+
 }  // namespace
 
 int runDemo(const Options& options) {
     auto directory = std::make_unique<TemporaryDirectory>();
     const std::string portFile = directory->path + "/port";
-    Simulator gateway(portFile);
+    Child gateway(SIMULATOR, {"--port", "0", "--port-file", portFile, "--speed", SPEED});
     const std::optional<int> port = waitForPort(gateway, portFile);
-    directory.reset();
     if (!port) {
-        complain(gateway.missing() ? "zulstat-sim is neither beside zulstat nor in PATH"
-                                   : "zulstat-sim does not start");
-        return exitInternal;
+        return complainOf(gateway, SIMULATOR);
     }
+    if (options.web) {
+        return serveWeb(*directory, *port);
+    }
+    directory.reset();
     Options shown = options;
     shown.target = {"127.0.0.1", *port};
     const bool fullScreen = !options.format && canRedraw() && isatty(STDIN_FILENO) == 1;

@@ -43,6 +43,7 @@ struct Options {
 
     std::shared_ptr<monitor::Mapper> mapper;  // --map; nothing without it
     double observe = 10;                      // map: seconds
+    bool web = false;                         // demo
 
     // watch and top (interval, and whether to reconnect); ping (interval and count).
     double interval = 1;        // seconds, at least 0.05

@@ -19,6 +19,7 @@ import tempfile
 import time
 import unittest
 import urllib.parse
+import urllib.request
 
 EXPORTER, SIM, ZULSTAT = sys.argv[1:4]
 OPENMETRICS = {'Accept': 'application/openmetrics-text;version=1.0.0,text/plain;q=0.5'}
@@ -420,6 +421,18 @@ class Access(unittest.TestCase):
             with self.subTest(without), Exporter('--web.config.file', 'DIR/w.yml', files={'w.yml': 'tls_server_config:\n' + config}) as exporter:
                 self.assertEqual(exporter.ask('/-/healthy', context=self.tls())[0], without)
                 self.assertEqual(exporter.ask('/-/healthy', context=self.tls(client=True))[0], 200)
+
+
+class Demo(unittest.TestCase):
+    def test_the_address_shows_the_page(self):
+        with subprocess.Popen([ZULSTAT, 'demo', '--web'], env=ENVIRONMENT, text=True, stdout=subprocess.PIPE) as process:
+            addresses = [process.stdout.readline().split()[-1] for _ in range(2)]
+            process.stdout.readline()
+            texts = [urllib.request.urlopen(address, timeout=10).read().decode() for address in addresses]
+            process.send_signal(signal.SIGINT)
+            self.assertEqual(process.wait(20), 0)
+        self.assertIn('not probed yet', texts[0])
+        self.assertIn('zulstat_up{', texts[1])
 
 
 class Documents(unittest.TestCase):

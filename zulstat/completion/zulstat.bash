@@ -58,6 +58,7 @@ _zulstat() {
         ping) options+=' -c --count -i --interval' ;;
         check) options+=' -w --warning -c --critical' ;;
         map) options+=' --observe' ;;
+        demo) options+=' --web' ;;
         '') options+=" $before_commands" ;;
         esac
         if [[ $current == -* ]]; then

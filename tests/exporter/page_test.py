@@ -1,0 +1,89 @@
+#!/usr/bin/env python3
+"""Lets a real browser render the page of zulstat-exporter with 50 targets and odd texts.
+
+    page_test.py ZULSTAT_EXPORTER ZULSTAT_SIM CHROMIUM [PICTURE]
+
+With PICTURE the page is drawn there too.
+"""
+import html.parser
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import time
+import urllib.error
+import urllib.parse
+import urllib.request
+
+EXPORTER, SIM, CHROMIUM = sys.argv[1:4]
+ODD = '<img src=x onerror=alert(1)>&amp;"\'\u202e\u0007'
+ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT')}
+TAGS = set('html head meta title link body h1 p a span form label input button table thead tbody tr th td br svg rect'.split())
+
+
+class Elements(html.parser.HTMLParser):
+    def __init__(self):
+        super().__init__()
+        self.tags, self.attributes = [], []
+
+    def handle_starttag(self, tag, attrs):
+        self.tags.append(tag)
+        self.attributes += [name for name, _ in attrs]
+
+
+def ask(port, path):
+    try:
+        with urllib.request.urlopen(f'http://127.0.0.1:{port}{path}', timeout=10) as answer:
+            return answer.read().decode()
+    except urllib.error.HTTPError as error:
+        return str(error.code)
+
+
+def browse(directory, *words):
+    return subprocess.run([CHROMIUM, '--headless', '--no-sandbox', '--disable-gpu', '--hide-scrollbars', f'--user-data-dir={directory}/browser',
+                           *words], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, timeout=100, check=True).stdout
+
+
+def main():
+    with tempfile.TemporaryDirectory() as directory:
+        sim = subprocess.Popen([SIM, '--port', '0', '--gateways', '46', '--fault', '3/invoke:element-rc=-7,element-index=2:always',
+                                '--fault', '5/get-attribute:close-after=0:always', '--fault', '7/invoke:silent:always',
+                                '--fault', f'9/get-attribute:protocol={ODD}:always'], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
+        ports = [int(sim.stdout.readline().rpartition(':')[2]) for _ in range(46)]
+        targets = [f'127.0.0.1:{port}' for port in ports] + ['127.0.0.1:1', 'no-such-host.invalid:7531', '[::1]:1']
+        config = pathlib.Path(directory, 'c.yml')
+        config.write_text('modules: {"' + ODD.replace('"', '\\"').replace('\x07', '\\a') + '": {deadline: 0.5}, quick: {deadline: 0.5}}\n'
+                          'targets:\n  - {target: "127.0.0.1:2", module: "' + ODD.replace('"', '\\"').replace('\x07', '\\a') + '"}\n', encoding='utf-8')
+        port_file = pathlib.Path(directory, 'port')
+        exporter = subprocess.Popen([EXPORTER, '-q', '--web.listen-address', '127.0.0.1:0', '--web.port-file', port_file, '--config.file', config],
+                                    env=ENVIRONMENT)
+        try:
+            while not port_file.exists():
+                assert exporter.poll() is None
+                time.sleep(0.05)
+            port = int(port_file.read_text())
+            for turn in range(12):
+                for number, target in enumerate(targets):
+                    if number % 5 == 0 or turn < 1:
+                        module = ODD if number == 4 else 'quick'
+                        ask(port, '/probe?' + urllib.parse.urlencode({'target': target, 'module': module}))
+            dom = browse(directory, '--dump-dom', f'http://127.0.0.1:{port}/')
+            elements = Elements()
+            elements.feed(dom)
+            assert set(elements.tags) <= TAGS, set(elements.tags) - TAGS
+            assert not [name for name in elements.attributes if name.startswith('on') or name == 'style'], elements.attributes
+            assert elements.tags.count('tr') == 51, elements.tags.count('tr')
+            assert '&lt;img src=x onerror=alert(1)&gt;' in dom
+            assert '\u202e' not in dom
+            for text in ('cannot connect to 127.0.0.1:1:', 'no-such-host.invalid', 'no answer from', 'Is the Gateway running'):
+                assert text in dom, text
+            if len(sys.argv) > 4:
+                browse(directory, '--window-size=1280,900', f'--screenshot={sys.argv[4]}', f'http://127.0.0.1:{port}/')
+        finally:
+            for process in (exporter, sim):
+                process.terminate()
+                process.wait(10)
+
+
+main()
