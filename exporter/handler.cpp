@@ -40,7 +40,9 @@ Answer probe(HandlerContext& context, const HttpRequest& request) {
     const bool debug = parameters.debug;
     const MetricsFormat format = formatAccepted(request.accept);
     const std::uint64_t id = request.id;
-    const auto answer = [&context, id, format, debug](ProbeResult& result, Mapper& mapper) {
+    const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                        std::chrono::duration<double>(seconds + context.timeoutOffset));
+    const auto answer = [&context, id, format, debug, end](ProbeResult& result, Mapper& mapper) {
         HttpResponse response;
         // What a name resolved to shows only while it is probed.
         if (result.failure && result.failure->kind == FailureKind::forbidden) {
@@ -51,6 +53,7 @@ Answer probe(HandlerContext& context, const HttpRequest& request) {
             response.type = contentType(format);
             response.body = probeMetrics(format, result, mapper);
         }
+        response.until = end;
         context.server->answer(id, std::move(response));
     };
     const std::optional<Refusal> refusal =

@@ -168,7 +168,8 @@ public:
     void tidy(Clock::time_point at) {
         for (auto& [connection, state] : open) {
             const double allowed = state.requests > 0 && !state.active ? limits.idleSeconds : limits.requestSeconds;
-            if (!state.ended && std::chrono::duration<double>(at - state.since).count() > allowed) {
+            const bool late = state.until && at > *state.until;
+            if (!state.ended && (late || std::chrono::duration<double>(at - state.since).count() > allowed)) {
                 ++counters.closedLate;
                 state.ended = true;
                 shutdown(state.socket, SHUT_RDWR);
@@ -191,6 +192,7 @@ public:
         unsigned long requests = 0;
         bool active = false;  // a request is being answered
         bool ended = false;
+        std::optional<Clock::time_point> until{};  // of the answer on its way
     };
     std::map<MHD_Connection*, Connection> open;
 
@@ -251,6 +253,7 @@ private:
         if (const auto place = server.open.find(connection); place != server.open.end()) {
             place->second.since = Clock::now();
             place->second.active = false;
+            place->second.until.reset();
         }
         if (*mark != nullptr) {
             server.requests.erase(static_cast<Request*>(*mark)->request.id);
@@ -376,6 +379,7 @@ private:
         if (response == nullptr) {
             return MHD_NO;
         }
+        open[request.connection].until = answer.until;
         MHD_add_response_header(response, "Content-Type", answer.type.c_str());
         for (const auto& [name, value] : answer.headers) {
             MHD_add_response_header(response, name.c_str(), value.c_str());

@@ -32,6 +32,8 @@ struct HttpResponse {
     std::string type = "text/plain; charset=utf-8";
     std::string body;
     std::vector<std::pair<std::string, std::string>> headers;
+    // When the client is to have it; the connection of a slower one is closed. In any case there is requestSeconds.
+    std::optional<Clock::time_point> until{};
 };
 
 struct HttpLimits {

@@ -504,6 +504,14 @@ class Trouble(unittest.TestCase):
             for client in idle + extra:
                 client.close()
 
+    def test_an_answer_that_nobody_takes_ends_with_its_deadline(self):
+        with gateways(1, '--stats', '20000') as sim, Exporter() as exporter, socket.socket() as client:
+            client.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+            client.connect(('127.0.0.1', exporter.port))
+            client.sendall(f'GET /probe?target={sim.targets[0]} HTTP/1.1\r\nHost: x\r\nX-Prometheus-Scrape-Timeout-Seconds: 6\r\n\r\n'.encode())
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_probes_total{result="success"}') == 1))
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_connections_ended_total{reason="time"}') == 1))
+
     def test_a_log_that_takes_nothing(self):
         reader, writer = os.pipe()
         with gateways() as sim, Exporter('--config.file', 'DIR/c.yml', files={'c.yml': 'modules:\n'}, stderr=writer) as exporter:
