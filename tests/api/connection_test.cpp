@@ -53,7 +53,7 @@ TEST_F(Opening, foldsFaultsOfTheGateway) {
         EXPECT_EQ(server.pendingFaults(each.exchange), 0U) << each.what;
         EXPECT_TRUE(server.waitForConnections(0, PATIENCE)) << each.what;
     }
-    EXPECT_TRUE(fallsTo(before, openDescriptors));
+    EXPECT_EQ(fallenTo(before, openDescriptors), before);
 }
 
 // Of a version longer than the longest copy there is none: the connection opens, the caller's pointer is left alone.

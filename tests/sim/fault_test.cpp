@@ -130,7 +130,7 @@ TEST(Server, stopsPromptlyAndLeavesNothingBehind) {
             RawClient(server.port()).exchange(closeRequest);
         }
         EXPECT_TRUE(server.waitForConnections(0, patience));
-        EXPECT_TRUE(fallsTo(alone, openDescriptors)) << "connections are released while it runs";
+        EXPECT_EQ(fallenTo(alone, openDescriptors), alone) << "connections are released while it runs";
         server.setPayload(invoke, simgateway::statsOfContentSize(6000000).bytes());
         server.inject(handshake, {.silent = true});
         server.inject(authFirst, {.delay = 3600s});
@@ -158,8 +158,8 @@ TEST(Server, stopsPromptlyAndLeavesNothingBehind) {
         }
         EXPECT_THROW(RawClient(server.port()), std::system_error);
     }
-    EXPECT_TRUE(fallsTo(descriptors, openDescriptors));
-    EXPECT_TRUE(fallsTo(threads, runningThreads));
+    EXPECT_EQ(fallenTo(descriptors, openDescriptors), descriptors);
+    EXPECT_EQ(fallenTo(threads, runningThreads), threads);
 }
 
 }  // namespace

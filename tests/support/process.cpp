@@ -61,12 +61,14 @@ int runningThreads() {
     return entriesOf("/proc/self/task");
 }
 
-bool fallsTo(int count, int (*current)()) {
+int fallenTo(int count, int (*current)()) {
     constexpr int ATTEMPTS = 5000;
-    for (int i = 0; i < ATTEMPTS && current() > count; ++i) {
+    int now = current();
+    for (int i = 0; i < ATTEMPTS && now > count; ++i) {
         usleep(2000);
+        now = current();
     }
-    return current() == count;
+    return now;
 }
 
 }  // namespace support

@@ -16,8 +16,8 @@ void expectInChild(const std::function<int()>& work);
 [[nodiscard]] int openDescriptors();
 [[nodiscard]] int runningThreads();
 
-// Whether that falls to just so many within seconds: a Gateway in this process may still be about to close a connection
-// that its client has closed, and a thread that was joined can still be listed.
-[[nodiscard]] bool fallsTo(int count, int (*current)());
+// Their number once it has fallen to `count` or below, or is still above after seconds: a Gateway in this process may be
+// about to close a connection that its client has closed, and a thread that was joined can still be listed.
+[[nodiscard]] int fallenTo(int count, int (*current)());
 
 }  // namespace support

@@ -186,7 +186,7 @@ TEST_F(TokenList, closingWhileItIsUsed) {
         closeAll();
         EXPECT_EQ(allocations.taken, allocations.released);
     }
-    EXPECT_TRUE(fallsTo(descriptors, openDescriptors));
+    EXPECT_EQ(fallenTo(descriptors, openDescriptors), descriptors);
 }
 
 // The connection stays its parent's, with the exchange that a thread there is in; the child gives its copies back.
