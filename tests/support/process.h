@@ -16,8 +16,8 @@ void expectInChild(const std::function<int()>& work);
 [[nodiscard]] int openDescriptors();
 [[nodiscard]] int runningThreads();
 
-// Their number once it has fallen to `count` or below, or is still above after seconds: a Gateway in this process may be
-// about to close a connection that its client has closed, and a thread that was joined can still be listed.
+// Their number once it has fallen to `count` or below, or is still above after seconds: a Gateway in this process may
+// be about to close a connection that its client has closed, and a thread that was joined can still be listed.
 [[nodiscard]] int fallenTo(int count, int (*current)());
 
 }  // namespace support
