@@ -21,35 +21,11 @@ import unittest
 import urllib.parse
 import urllib.request
 
-EXPORTER, SIM, ZULSTAT = sys.argv[1:4]
+from simulated import Gateways, eventually
+
+EXPORTER, ZULSTAT = sys.argv[1], sys.argv[3]
 OPENMETRICS = {'Accept': 'application/openmetrics-text;version=1.0.0,text/plain;q=0.5'}
 ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT') and k != 'NOTIFY_SOCKET'}
-
-
-def eventually(holds, seconds=10):
-    deadline = time.monotonic() + seconds
-    while not (result := holds()) and time.monotonic() < deadline:
-        time.sleep(0.02)
-    return result
-
-
-class Gateways:
-    """Simulated ones, whose faults and lives the test decides."""
-
-    def __init__(self, count=1, *options):
-        self.process = subprocess.Popen([SIM, '--port', '0', '--speed', '0', '--gateways', str(count), *options],
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-        self.ports = [int(self.process.stdout.readline().rpartition(':')[2]) for _ in range(count)]
-        self.targets = [f'127.0.0.1:{port}' for port in self.ports]
-
-    def fault(self, words):
-        self.process.stdin.write(words + '\n')
-        self.process.stdin.flush()
-        self.process.stdout.readline()
-
-    def end(self):
-        self.process.terminate()
-        self.process.communicate()
 
 
 @contextlib.contextmanager

@@ -11,12 +11,13 @@ import pathlib
 import subprocess
 import sys
 import tempfile
-import time
 import urllib.error
 import urllib.parse
 import urllib.request
 
-EXPORTER, SIM, CHROMIUM = sys.argv[1:4]
+from simulated import Gateways, eventually
+
+EXPORTER, CHROMIUM = sys.argv[1], sys.argv[3]
 ODD = '<img src=x onerror=alert(1)>&amp;"\'\u202e\u0007'
 ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT')}
 TAGS = set('html head meta title link body h1 p a span form label input button table thead tbody tr th td br svg rect'.split())
@@ -47,11 +48,9 @@ def browse(directory, *words):
 
 def main():
     with tempfile.TemporaryDirectory() as directory:
-        sim = subprocess.Popen([SIM, '--port', '0', '--gateways', '46', '--fault', '3/invoke:element-rc=-7,element-index=2:always',
-                                '--fault', '5/get-attribute:close-after=0:always', '--fault', '7/invoke:silent:always',
-                                '--fault', f'9/get-attribute:protocol={ODD}:always'], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
-        ports = [int(sim.stdout.readline().rpartition(':')[2]) for _ in range(46)]
-        targets = [f'127.0.0.1:{port}' for port in ports] + ['127.0.0.1:1', 'no-such-host.invalid:7531', '[::1]:1']
+        sim = Gateways(46, '--fault', '3/invoke:element-rc=-7,element-index=2:always', '--fault', '5/get-attribute:close-after=0:always',
+                       '--fault', '7/invoke:silent:always', '--fault', f'9/get-attribute:protocol={ODD}:always')
+        targets = [*sim.targets, '127.0.0.1:1', 'no-such-host.invalid:7531', '[::1]:1']
         config = pathlib.Path(directory, 'c.yml')
         config.write_text('modules: {"' + ODD.replace('"', '\\"').replace('\x07', '\\a') + '": {deadline: 0.5}, quick: {deadline: 0.5}}\n'
                           'targets:\n  - {target: "127.0.0.1:2", module: "' + ODD.replace('"', '\\"').replace('\x07', '\\a') + '"}\n', encoding='utf-8')
@@ -59,9 +58,7 @@ def main():
         exporter = subprocess.Popen([EXPORTER, '-q', '--web.listen-address', '127.0.0.1:0', '--web.port-file', port_file, '--config.file', config],
                                     env=ENVIRONMENT)
         try:
-            while not port_file.exists():
-                assert exporter.poll() is None
-                time.sleep(0.05)
+            assert eventually(lambda: port_file.exists() or exporter.poll() is not None) and exporter.poll() is None
             port = int(port_file.read_text())
             for turn in range(12):
                 for number, target in enumerate(targets):
@@ -81,9 +78,9 @@ def main():
             if len(sys.argv) > 4:
                 browse(directory, '--window-size=1280,900', f'--screenshot={sys.argv[4]}', f'http://127.0.0.1:{port}/')
         finally:
-            for process in (exporter, sim):
-                process.terminate()
-                process.wait(10)
+            sim.end()
+            exporter.terminate()
+            exporter.wait(10)
 
 
 main()

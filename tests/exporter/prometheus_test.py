@@ -12,12 +12,13 @@ import socket
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 import urllib.parse
 import urllib.request
 
-EXPORTER, SIM, ZULSTAT, PROMETHEUS = sys.argv[1:5]
+from simulated import Gateways, eventually
+
+EXPORTER, ZULSTAT, PROMETHEUS = sys.argv[1], *sys.argv[3:5]
 HERE = pathlib.Path(__file__).resolve().parents[2] / 'exporter/prometheus'
 ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT')}
 GATEWAYS = 5
@@ -29,35 +30,12 @@ def free_port():
         return probe.getsockname()[1]
 
 
-def eventually(holds, seconds=30):
-    deadline = time.monotonic() + seconds
-    while not (result := holds()) and time.monotonic() < deadline:
-        time.sleep(0.1)
-    return result
-
-
-class Simulator:
-    def __init__(self, count, port=0):
-        self.process = subprocess.Popen([SIM, '--port', str(port), '--speed', '0', '--gateways', str(count)],
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-        self.ports = [int(self.process.stdout.readline().rpartition(':')[2]) for _ in range(count)]
-
-    def fault(self, words):
-        self.process.stdin.write(words + '\n')
-        self.process.stdin.flush()
-        self.process.stdout.readline()
-
-    def end(self):
-        self.process.terminate()
-        self.process.communicate()
-
-
 class UnderPrometheus(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.directory = tempfile.TemporaryDirectory()
         cls.addClassCleanup(cls.directory.cleanup)
-        cls.sims = [Simulator(GATEWAYS - 1), Simulator(1)]
+        cls.sims = [Gateways(GATEWAYS - 1), Gateways()]
         cls.addClassCleanup(lambda: [sim.end() for sim in cls.sims])
         cls.targets = [f'127.0.0.1:{port}' for sim in cls.sims for port in sim.ports]
         config = pathlib.Path(cls.directory.name)
@@ -136,17 +114,17 @@ class UnderPrometheus(unittest.TestCase):
                     sim.fault('invoke:close-after=0')
                 else:
                     sim.end()
-                self.assertTrue(eventually(lambda: self.up(target) == '0'))
-                self.assertTrue(eventually(lambda: self.alerts('ZulstatGatewayDown', target)))
+                self.assertTrue(eventually(lambda: self.up(target) == '0', 30))
+                self.assertTrue(eventually(lambda: self.alerts('ZulstatGatewayDown', target), 30))
                 self.assertTrue(self.query(f'zulstat_failure_info{{instance="{target}", phase="{phase}"}}'))
                 self.assertTrue(all(self.up(other) == '1' for other in self.targets[:-1]))
                 if trouble == 'stopped':
-                    type(self).sims[1] = Simulator(1, sim.ports[0])
+                    type(self).sims[1] = Gateways(port=sim.ports[0])
                 else:
                     sim.fault('invoke:healthy:always')
                     sim.fault('get-attribute:healthy:always')
-                self.assertTrue(eventually(lambda: self.up(target) == '1'))
-                self.assertTrue(eventually(lambda: not self.alerts('ZulstatGatewayDown', target)))
+                self.assertTrue(eventually(lambda: self.up(target) == '1', 30))
+                self.assertTrue(eventually(lambda: not self.alerts('ZulstatGatewayDown', target), 30))
 
     def test_the_dashboard_has_data(self):
         dashboard = json.loads((HERE / 'dashboard.json').read_text())

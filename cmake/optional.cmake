@@ -1,0 +1,31 @@
+# Parts that are built where their libraries are found.
+
+# Sets `out` to the packages, of those named last, that find_package or pkg_check_modules has not found, and says that
+# `part` is not built without them: an error unless `choice` is AUTO. `debian` names what to install.
+function(zulstats_find_missing out part choice debian)
+    set(missing "")
+    foreach(package ${ARGN})
+        if(NOT ${package}_FOUND)
+            list(APPEND missing ${package})
+        endif()
+    endforeach()
+    set(${out} "${missing}" PARENT_SCOPE)
+    if(missing)
+        set(severity FATAL_ERROR)
+        if(choice STREQUAL AUTO)
+            set(severity STATUS)
+        endif()
+        list(JOIN missing ", " missing)
+        message(${severity} "${part} is not built: CMake does not find ${missing} (Debian: ${debian})")
+    endif()
+endfunction()
+
+# Switches these warnings off in the directory, for g++ 12: it takes std::string's operator+ and insert for an overlapping
+# copy, or for one out of bounds, where it inlines enough.
+function(zulstats_without_warnings)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+        foreach(warning ${ARGN})
+            add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-${warning}>)
+        endforeach()
+    endif()
+endfunction()
