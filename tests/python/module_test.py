@@ -353,6 +353,7 @@ class Module(unittest.TestCase):
         own = {rc: texts for rc, texts in zulstats.CODES.items() if rc > 1000}
         self.assertEqual(shared, [own[rc] for rc in range(1001, 1006)])
         self.assertEqual([code for code in own if f'    {code} {own[code][0]}' not in zulstats.__doc__], [1001])
+        self.assertIn(f'#define ZULSTATS_VERSION "{zulstats.__version__}"', (SOURCE / 'include/zulstats.h').read_text())
         records = (_library.StatData, _library.IdData)
         shown = ''.join(f'{record.__name__} {ctypes.sizeof(record)}\n' + ''.join(
             f'{name} {getattr(record, name).offset} {getattr(record, name).size}\n' for name, _ in record._fields_)
