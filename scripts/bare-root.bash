@@ -71,11 +71,11 @@ bare_clone() {
     chroot "$1" chown -R "$2:" "$home/zulstats"
 }
 
-# What runs in the system's namespaces before the command does, with its root, the user and the command.
+# What the system finds around it, in its namespaces: $1 is its root.
 # shellcheck disable=SC2016 # for the shell there
-bare_enter='
+bare_mounts='
 set -euo pipefail
-root=$1 user=$2 home=$3 command=$4
+root=$1
 hostname bare
 mount -t proc proc "$root/proc"
 mount -t sysfs -o ro sysfs "$root/sys"
@@ -92,6 +92,12 @@ ln -s /proc/self/fd "$root/dev/fd"
 for i in 0:stdin 1:stdout 2:stderr; do
     ln -s "/proc/self/fd/${i%:*}" "$root/dev/${i#*:}"
 done
+'
+
+# The command $4 of the user $2 with the home $3.
+# shellcheck disable=SC2016 # for the shell there
+bare_enter=$bare_mounts'
+user=$2 home=$3 command=$4
 if [ "$user" != root ]; then
     ip link set lo up
 fi
@@ -109,4 +115,53 @@ bare_run() {
     local home=/root net=()
     [ "$2" = root ] || home=/home/$2 net=(--net)
     bare_namespaces --uts --ipc "${net[@]}" bash -c "$bare_enter" enter "$1" "$2" "$home" "$3"
+}
+
+# The system's root becomes that of the namespaces, and systemd their first process.
+# shellcheck disable=SC2016 # for the shell there
+bare_start_systemd=$bare_mounts'
+ip link set lo up
+mount --rbind "$root" "$root"
+mount -t tmpfs -o mode=755 tmpfs "$root/run"
+mount -t cgroup2 cgroup2 "$root/sys/fs/cgroup"
+cd "$root"
+pivot_root . mnt
+exec env -i container=bare chroot . /bin/sh -c \
+    "umount -l /mnt && exec /lib/systemd/systemd --system --unit=bare.service" </dev/null >/root/systemd.log 2>&1
+'
+
+# bare_boot ROOT COMMAND: starts the system, in which systemd is installed, with the command, a line for root's shell, and
+# ends it after that. It has a branch of control groups to itself, and no network but loopback.
+bare_boot() {
+    local root=$1 groups=/sys/fs/cgroup result=0
+    [ "$(stat -f -c %T $groups)" = cgroup2fs ] || groups+=/unified
+    if [ "$(stat -f -c %T $groups 2>/dev/null)" != cgroup2fs ]; then
+        echo "$0: this machine has no second version of control groups, which systemd needs" >&2
+        return 1
+    fi
+    groups+=/${bare_work##*/}
+    printf '#!/bin/bash\n%s\n' "$2" >"$root/root/bare-command"
+    cat >"$root/etc/systemd/system/bare.service" <<'END'
+[Unit]
+SuccessAction=exit-force
+FailureAction=exit-force
+SuccessActionExitStatus=0
+FailureActionExitStatus=1
+[Service]
+Type=oneshot
+ExecStart=/bin/bash /root/bare-command
+WorkingDirectory=/root
+Environment=HOME=/root LANG=C.UTF-8
+StandardOutput=file:/root/bare.log
+StandardError=file:/root/bare.log
+TimeoutStartSec=300
+END
+    mkdir "$groups"
+    # shellcheck disable=SC2016 # for the shell there
+    bare_namespaces --uts --ipc --net bash -c \
+        'echo 0 >"$1/cgroup.procs" && exec unshare --cgroup bash -c "$2" boot "$3"' boot "$groups" "$bare_start_systemd" "$root" ||
+        result=$?
+    cat "$root/root/bare.log" || cat "$root/root/systemd.log" || true
+    find "$groups" -depth -type d -exec rmdir {} +
+    return $result
 }
