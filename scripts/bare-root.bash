@@ -126,7 +126,7 @@ mount -t tmpfs -o mode=755 tmpfs "$root/run"
 mount -t cgroup2 cgroup2 "$root/sys/fs/cgroup"
 cd "$root"
 pivot_root . mnt
-exec env -i container=bare chroot . /bin/sh -c \
+exec chroot . /usr/bin/env -i container=bare /bin/sh -c \
     "umount -l /mnt && exec /lib/systemd/systemd --system --unit=bare.service" </dev/null >/root/systemd.log 2>&1
 '
 
