@@ -1,6 +1,8 @@
 #include "catalogue.h"
 
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -66,7 +68,7 @@ public:
     // Mostly the first name.
     void state(std::string_view suffix, std::array<std::string_view, 3> names) {
         add(suffix, [names, key = keyOf(seed, idOf(suffix))](std::uint64_t t) {
-            const std::uint64_t draw = mix(key, t / STATE_SECONDS) % 16;
+            const auto draw = static_cast<std::size_t>(mix(key, t / STATE_SECONDS) % 16);
             return std::string(names[draw < 14 ? 0 : draw - 13]);
         });
     }

@@ -16,6 +16,12 @@ void keepProcessId() {
     if (page == MAP_FAILED) {
         return;
     }
+    // Emulators of processors may take every advice and follow none, which one that there is not shows.
+    constexpr int NO_ADVICE = -1;
+    if (madvise(page, size, NO_ADVICE) == 0) {
+        munmap(page, size);
+        return;
+    }
     if (madvise(page, size, MADV_WIPEONFORK) != 0) {
         munmap(page, size);
         return;
