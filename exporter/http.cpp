@@ -121,13 +121,7 @@ public:
     }
 
     ~Impl() {
-        ending = true;
-        for (auto& [id, request] : requests) {
-            if (request->suspended) {
-                request->response = plain(503, "The exporter ends.");
-                resume(*request);
-            }
-        }
+        end();
         MHD_run(daemon);
         MHD_stop_daemon(daemon);
     }
@@ -152,6 +146,14 @@ public:
         }
         found->second->response = std::move(response);
         resume(*found->second);
+    }
+
+    // go() makes the answers.
+    void end() {
+        ending = true;
+        for (auto& [id, request] : requests) {
+            resume(*request);
+        }
     }
 
     void authenticated() {
@@ -309,6 +311,9 @@ private:
     }
 
     MHD_Result go(Request& request) {
+        if (ending && !request.response) {
+            request.response = plain(503, "The exporter ends.");
+        }
         if (!request.response && !request.asked) {
             if (!clientVerified(request.connection)) {
                 request.response = plain(403, "A certificate of the client is missing, or is not accepted.");
@@ -430,6 +435,10 @@ void HttpServer::takePasswords() {
 
 void HttpServer::answer(std::uint64_t id, HttpResponse response) {
     impl->answer(id, std::move(response));
+}
+
+void HttpServer::end() {
+    impl->end();
 }
 
 void HttpServer::tidy(Clock::time_point now) {

@@ -82,6 +82,9 @@ public:
     void takePasswords();
     // Of a request that the handler left open. A client that has gone is passed over.
     void answer(std::uint64_t id, HttpResponse response);
+    // From now on every request is answered with status 503, those that wait for an answer first. The handler is not
+    // called any more.
+    void end();
     // Ends connections that take too long.
     void tidy(Clock::time_point now);
 

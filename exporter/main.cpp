@@ -246,13 +246,17 @@ private:
     int end() {
         notifyManager("STOPPING=1");
         say("ending");
-        context.server = nullptr;
         const Clock::time_point limit = Clock::now() + endLimit;
         targets.cancelAll();
+        server->end();
         targets.closeAll(Clock::now());
         while (!targets.idle() && Clock::now() < limit) {
+            server->step();
             descriptors();
-            poll(watched.data(), watched.size(), pollTime(std::min(targets.nextWake(), limit), Clock::now()));
+            watched.push_back({server->descriptor(), POLLIN, 0});
+            const Clock::time_point now = Clock::now();
+            poll(watched.data(), watched.size(),
+                 pollTime(std::min({limit, targets.nextWake(), server->nextWake(now)}), now));
             targets.step(Clock::now());
         }
         server.reset();

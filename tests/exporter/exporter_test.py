@@ -449,6 +449,26 @@ class Documents(unittest.TestCase):
 
 
 class Trouble(unittest.TestCase):
+    def test_requests_while_it_ends(self):
+        """A Gateway that does not answer the close request keeps it ending for a while, in which clients go on."""
+        with gateways(1, '--fault', 'close:silent:always') as sim, Exporter() as exporter:
+            exporter.probe(sim.targets[0])
+            clients = [http.client.HTTPConnection('127.0.0.1', exporter.port, timeout=10) for _ in range(8)]
+            for client in clients:
+                client.request('GET', '/-/healthy')
+                client.getresponse().read()
+            exporter.process.send_signal(signal.SIGTERM)
+            statuses = set()
+            while exporter.process.poll() is None:
+                for number, client in enumerate(clients):
+                    with contextlib.suppress(OSError):
+                        client.request('GET', ('/metrics', '/probe?target=127.0.0.1:1')[number % 2])
+                for client in clients:
+                    with contextlib.suppress(OSError, AttributeError, http.client.HTTPException):  # of a client that did not get there
+                        statuses.add(client.getresponse().status)
+                    client.close()
+            self.assertEqual((exporter.process.returncode, statuses - {200}), (0, {503}))
+
     def test_bad_clients_keep_nobody_waiting(self):
         with gateways() as sim, Exporter('--limit.client-connections', '300', '--limit.request-time', '2') as exporter:
             def scrapes():
