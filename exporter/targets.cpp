@@ -49,6 +49,7 @@ void Targets::configure(const MappingFile& file, Clock::time_point now) {
             place->second->gateway->setNetworks("", now);
         }
     }
+    std::erase_if(known, [](const auto& entry) { return !entry.second->state.configured && !entry.second->gateway; });
     // The others may have become forbidden.
     for (auto& [name, target] : known) {
         if (!target->state.configured && target->gateway) {
@@ -112,11 +113,14 @@ Targets::Known* Targets::findOrAdd(const Target& target, const std::string& name
     if (place == known.end()) {
         if (known.size() >= bounds.targets) {
             // The one that nobody has asked for for the longest time gives way.
+            const auto lastUsed = [](const Known& one) {
+                return one.gateway ? one.gateway->lastUsed() : Clock::time_point::min();
+            };
             auto oldest = known.end();
             for (auto one = known.begin(); one != known.end(); ++one) {
                 const Known& candidate = *one->second;
                 if (!candidate.state.configured && !candidate.active &&
-                    (oldest == known.end() || candidate.gateway->lastUsed() < oldest->second->gateway->lastUsed())) {
+                    (oldest == known.end() || lastUsed(candidate) < lastUsed(*oldest->second))) {
                     oldest = one;
                 }
             }

@@ -108,7 +108,7 @@ public:
 
 private:
     struct Known {
-        std::unique_ptr<Gateway> gateway;
+        std::unique_ptr<Gateway> gateway;  // from the first probe on; only configured targets are there without
         TargetState state;
         bool active = false;
     };

@@ -308,6 +308,18 @@ modules:
             exporter.probe(sim.targets[0], module='new')
             self.assertEqual(exporter.ask(f'/probe?target={sim.targets[0]}&module=old')[0], 400)
 
+    def test_targets_that_a_reload_takes_away(self):
+        with gateways() as sim, Exporter('--config.file', 'DIR/c.yml', '--web.enable-lifecycle', '--limit.targets', '3', files={
+                'c.yml': 'targets: ["127.0.0.1:11", "127.0.0.1:12", "127.0.0.1:13"]\n'}) as exporter:
+            exporter.probe('127.0.0.1:13')
+            exporter.write('c.yml', 'targets: []\n')
+            self.assertEqual(exporter.ask('/-/reload', 'POST')[0], 200)
+            for target in (*sim.targets, '127.0.0.1:14', '127.0.0.1:15', *sim.targets):
+                exporter.probe(target)
+            self.assertEqual(exporter.metric('zulstat_exporter_targets{}'), 3)
+            for words in ('127.0.0.1:13', 'not probed yet'):
+                self.assertNotIn(words, exporter.ask('/')[2])
+
     def test_a_dry_run_shows_what_there_would_be(self):
         with gateways() as sim, tempfile.TemporaryDirectory() as directory:
             path = os.path.join(directory, 'c.yml')
