@@ -123,14 +123,15 @@ void Gateway::step(Clock::time_point now) {
 void Gateway::finish(Clock::time_point now, Outcome outcome) {
     probing = false;
     const bool failed = outcome.failure.has_value();
+    const bool renew = std::exchange(outdated, false);
     Waiting probe = std::move(waiting.front());
     waiting.pop_front();
     answer(std::move(probe), now, began, std::move(outcome));
     if (failed) {
         reason = StartReason::failure;
         worker = -1;
-    } else if (++scrapes >= limits.scrapes) {
-        close(now, StartReason::renewed);
+    } else if (++scrapes >= limits.scrapes || renew) {
+        close(now, renew ? reason : StartReason::renewed);
     }
 }
 
@@ -198,6 +199,7 @@ bool Gateway::busy() const {
 
 void Gateway::cancel() {
     waiting.clear();
+    outdated = false;
     if (std::exchange(probing, false)) {
         sampler.abandon();
     }
@@ -213,6 +215,7 @@ void Gateway::tidy(Clock::time_point now) {
 void Gateway::close(Clock::time_point now, StartReason next) {
     reason = next;
     if (probing) {
+        outdated = true;
         return;
     }
     closing = sampler.beginClose(now + closeTime);

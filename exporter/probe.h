@@ -73,12 +73,13 @@ public:
     void cancel();
     // Once in a while: closes a connection that nobody has used for long.
     void tidy(Clock::time_point now);
+    // After the probe in progress, where there is one.
     void close(Clock::time_point now, StartReason next);
 
     const monitor::Target& target() const {
         return settings.target;
     }
-    // Of the addresses that may be dialled; what is open is closed where they change.
+    // Of the addresses that may be dialled; what is open is closed where they change. A probe in progress goes on.
     void setNetworks(const std::string& networks, Clock::time_point now);
     bool hasWorker() const;
     std::size_t queued() const {
@@ -112,6 +113,7 @@ private:
     std::deque<Waiting> waiting;  // the first one is in progress where `probing`
     bool probing = false;
     bool closing = false;
+    bool outdated = false;  // the connection is to be closed after the probe in progress
     Clock::time_point began;
     Clock::time_point used;
     std::vector<PhaseTime> phases;

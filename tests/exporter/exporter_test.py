@@ -308,6 +308,23 @@ modules:
             exporter.probe(sim.targets[0], module='new')
             self.assertEqual(exporter.ask(f'/probe?target={sim.targets[0]}&module=old')[0], 400)
 
+    def test_a_reload_during_a_probe_ends_what_it_revokes(self):
+        with gateways() as sim, Exporter('--config.file', 'DIR/c.yml', '--web.enable-lifecycle', files={
+                'c.yml': 'allow: ["192.0.2.0/24"]\n'}) as exporter:
+            exporter.probe(sim.targets[0])
+            before = exporter.children()
+            sim.fault('invoke:delay=1')
+            slow = http.client.HTTPConnection('127.0.0.1', exporter.port, timeout=10)
+            slow.request('GET', f'/probe?target={sim.targets[0]}')
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_queue{}') == 1))
+            exporter.write('c.yml', 'allow: []\n')
+            self.assertEqual(exporter.ask('/-/reload', 'POST')[0], 200)
+            self.assertIn('zulstat_up{target="' + sim.targets[0] + '"} 1', slow.getresponse().read().decode())
+            self.assertTrue(eventually(lambda: not exporter.children() & before))
+            exporter.probe(sim.targets[0])
+            self.assertEqual(exporter.metric('zulstat_exporter_worker_starts_total{reason="renewed"}'), 1)
+            slow.close()
+
     def test_targets_that_a_reload_takes_away(self):
         with gateways() as sim, Exporter('--config.file', 'DIR/c.yml', '--web.enable-lifecycle', '--limit.targets', '3', files={
                 'c.yml': 'targets: ["127.0.0.1:11", "127.0.0.1:12", "127.0.0.1:13"]\n'}) as exporter:
