@@ -69,7 +69,10 @@ void fillStandardDescriptors() {
 // Everything in one loop and one thread: requests, probes and signals.
 class Program {
 public:
-    explicit Program(const Options& given) : options(given), targets(findWorker(), given.targets) {
+    explicit Program(const Options& given)
+        : options(given),
+          targets(
+              findWorker(), given.targets, given.dryRun ? Report() : [this](const std::string& line) { say(line); }) {
         sigset_t wanted;
         sigemptyset(&wanted);
         for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {

@@ -49,11 +49,13 @@ std::string ProbeResult::hint() const {
     case FailureKind::forbidden:
         return "'allow' in the configuration has the addresses that may be probed.";
     case FailureKind::libraryCode:
+        return "'zulstat explain' has more on each code.";
     case FailureKind::internal:
+        return "Is the worker program in its place, and are there memory, processes and descriptors to be had?";
     case FailureKind::interrupted:
         break;
     }
-    return "The exporter's log may say more.";
+    return {};
 }
 
 Gateway::Gateway(CollectorOptions options, const GatewayLimits& given)

@@ -1,5 +1,7 @@
 #include "targets.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -8,6 +10,9 @@ namespace exporter {
 using namespace monitor;
 
 namespace {
+
+constexpr std::size_t MOST_TOLD = 20;
+constexpr std::chrono::seconds tellingTime(10);
 
 double wallTime() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
@@ -21,8 +26,8 @@ void addCounts(MappingCounts& to, const MappingCounts& later, const MappingCount
 
 }  // namespace
 
-Targets::Targets(std::string workerProgram, const TargetLimits& limits)
-    : worker(std::move(workerProgram)), bounds(limits) {
+Targets::Targets(std::string workerProgram, const TargetLimits& limits, Report use)
+    : worker(std::move(workerProgram)), bounds(limits), report(std::move(use)) {
     config.modules.emplace("default", std::make_shared<const Module>());
 }
 
@@ -172,6 +177,10 @@ void Targets::activate(Known& target) {
 
 void Targets::note(Known& target, ProbeResult& result) {
     TargetState& state = target.state;
+    if (state.probed ? state.up != result.succeeded() : !result.succeeded()) {
+        tell(result.succeeded() ? state.name + " is up again"
+                                : fmt::format("{} is down: {}", state.name, result.failureText()));
+    }
     state.probed = true;
     state.up = result.succeeded();
     state.lastTime = wallTime();
@@ -193,6 +202,18 @@ void Targets::note(Known& target, ProbeResult& result) {
         state.hint = result.hint();
         state.failureTime = state.lastTime;
     }
+}
+
+void Targets::tell(const std::string& line) {
+    if (!report) {
+        return;
+    }
+    if (told == MOST_TOLD) {
+        ++untold;
+        return;
+    }
+    ++told;
+    report(line);
 }
 
 void Targets::forEachDescriptor(const std::function<void(int)>& use) const {
@@ -230,6 +251,14 @@ void Targets::step(Clock::time_point now) {
 }
 
 void Targets::tidy(Clock::time_point now) {
+    if (now - toldSince >= tellingTime) {
+        if (untold > 0) {
+            report(fmt::format("{} more changes of targets in {} s", untold,
+                               std::chrono::duration_cast<std::chrono::seconds>(now - toldSince).count()));
+        }
+        toldSince = now;
+        told = untold = 0;
+    }
     for (auto& [name, target] : known) {
         if (target->gateway && !target->active) {
             target->gateway->tidy(now);

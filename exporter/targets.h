@@ -65,10 +65,14 @@ struct Refusal {
     std::string why;
 };
 
+// Takes a line for the log.
+using Report = std::function<void(const std::string& line)>;
+
 // Use it from one thread. Probes go on in step(), which calls what probe() was given.
 class Targets {
 public:
-    Targets(std::string workerProgram, const TargetLimits& limits);
+    // `report` has a line for each target that goes down or comes up again, with a limit.
+    Targets(std::string workerProgram, const TargetLimits& limits, Report report = {});
 
     // The configuration's targets, modules and allow list. Probes in progress keep their module.
     void configure(const monitor::MappingFile& file, Clock::time_point now);
@@ -83,7 +87,7 @@ public:
     void forEachDescriptor(const std::function<void(int)>& use) const;
     Clock::time_point nextWake() const;
     void step(Clock::time_point now);
-    // Once in a while: closes idle connections.
+    // Once in a while: closes idle connections, and reports how many lines the limit left out.
     void tidy(Clock::time_point now);
     // Ends the probes that wait, and forgets those in progress: nothing is called any more.
     void cancelAll();
@@ -116,6 +120,7 @@ private:
     Known* findOrAdd(const monitor::Target& target, const std::string& name, const std::string& networks);
     bool roomForWorker(Clock::time_point now);
     void note(Known& target, ProbeResult& result);
+    void tell(const std::string& line);
     Refusal refuse(const char* reason, unsigned status, std::string why);
     void activate(Known& target);
 
@@ -126,6 +131,11 @@ private:
     std::map<std::string, std::unique_ptr<Known>> known;  // by name
     std::vector<Known*> active;                           // with something in progress
     ProbeCounts counters;
+    Report report;
+    // Lines since toldSince that were reported, and those above the limit.
+    Clock::time_point toldSince;
+    std::size_t told = 0;
+    std::size_t untold = 0;
 };
 
 }  // namespace exporter

@@ -163,6 +163,22 @@ class Scrapes(unittest.TestCase):
             self.assertEqual(series(text)[f'zulstat_up{{target="{one}"}}'], '1')
             self.assertEqual(exporter.metric('zulstat_exporter_failures_total{phase="querying",kind="lost"}'), 3)
 
+    def test_the_log_tells_what_goes_down_and_comes_up(self):
+        with gateways() as sim, tempfile.TemporaryFile('w+') as log:
+            with Exporter(stderr=log) as exporter:
+                target = sim.targets[0]
+                for words in ('invoke:healthy', 'invoke:close-after=0', 'invoke:healthy', 'invoke:healthy'):
+                    sim.fault(words)
+                    exporter.probe(target)
+                for number in range(45):
+                    exporter.probe(f'127.0.0.{number + 2}:1')
+            log.seek(0)
+            lines = [line.partition(': ')[2] for line in log]
+        changes = [line for line in lines if ' is ' in line]
+        self.assertRegex(changes[0], f'^{target} is down: lost the connection to {target} during a query: .*\n$')
+        self.assertEqual(changes[1], f'{target} is up again\n')
+        self.assertLessEqual(len(changes), 41, lines)  # 20 in 10 seconds, of 47
+
     def test_two_at_once_have_a_deadline_each(self):
         with gateways() as sim, Exporter() as exporter:
             target = sim.targets[0]
