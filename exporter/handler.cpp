@@ -57,7 +57,7 @@ Answer probe(HandlerContext& context, const HttpRequest& request) {
         context.server->answer(id, std::move(response));
     };
     const std::optional<Refusal> refusal =
-        context.targets.probe(parameters.target, parameters.module, Clock::now(), seconds, answer);
+        context.targets.probe(parameters.target, parameters.module, Clock::now(), seconds, answer, id);
     return refusal ? Answer(plain(refusal->status, refusal->why)) : std::nullopt;
 }
 

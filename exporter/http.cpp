@@ -5,6 +5,7 @@
 #include <gnutls/gnutls.h>
 #include <microhttpd.h>
 #include <netdb.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -167,7 +168,7 @@ public:
         }
     }
 
-    void tidy(Clock::time_point at) {
+    std::vector<std::uint64_t> tidy(Clock::time_point at) {
         for (auto& [connection, state] : open) {
             const double allowed = state.requests > 0 && !state.active ? limits.idleSeconds : limits.requestSeconds;
             const bool late = state.until && at > *state.until;
@@ -178,6 +179,15 @@ public:
                 again = true;
             }
         }
+        // Of a suspended connection the daemon sees nothing.
+        std::vector<std::uint64_t> gone;
+        for (const auto& [id, request] : requests) {
+            pollfd socket = {open[request->connection].socket, POLLRDHUP, 0};
+            if (request->asked && request->suspended && poll(&socket, 1, 0) > 0) {
+                gone.push_back(id);
+            }
+        }
+        return gone;
     }
 
     const HttpLimits limits;
@@ -441,8 +451,8 @@ void HttpServer::end() {
     impl->end();
 }
 
-void HttpServer::tidy(Clock::time_point now) {
-    impl->tidy(now);
+std::vector<std::uint64_t> HttpServer::tidy(Clock::time_point now) {
+    return impl->tidy(now);
 }
 
 HttpCounts HttpServer::counts() const {

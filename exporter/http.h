@@ -85,8 +85,9 @@ public:
     // From now on every request is answered with status 503, those that wait for an answer first. The handler is not
     // called any more.
     void end();
-    // Ends connections that take too long.
-    void tidy(Clock::time_point now);
+    // Ends connections that take too long. Returns the requests that the handler left open and whose client has closed
+    // the connection, until they are answered.
+    std::vector<std::uint64_t> tidy(Clock::time_point now);
 
     HttpCounts counts() const;
     std::size_t connections() const;

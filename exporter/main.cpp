@@ -110,7 +110,11 @@ public:
             targets.step(Clock::now());
             if (now >= nextTidy) {
                 nextTidy = now + tidyEvery;
-                server->tidy(now);
+                for (const std::uint64_t id : server->tidy(now)) {
+                    if (targets.forget(id)) {
+                        server->answer(id, {503, "text/plain; charset=utf-8", "The client has gone.\n", {}});
+                    }
+                }
                 targets.tidy(now);
             }
         }

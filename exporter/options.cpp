@@ -51,6 +51,7 @@ Options parseOptions(int argc, const char* const* argv) {
     addLimit("targets", options.targets.targets, "targets that are known", 1, 100000);
     addLimit("workers", options.targets.workers, "workers, one for each connection to a Gateway", 1, 100000);
     addLimit("probes", options.targets.probes, "probes in progress and waiting", 1, 100000);
+    addLimit("target-probes", options.targets.targetProbes, "of them of one target", 1, 100000);
     addLimit("worker-idle-time", idle, "seconds until an unused connection to a Gateway is closed", 1, 86400);
     addLimit("worker-scrapes", options.targets.gateway.scrapes, "scrapes until a worker is renewed", 1, 1000000000);
     app.add_flag("-q,--quiet", options.quiet, "no messages but errors");

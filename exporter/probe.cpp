@@ -63,9 +63,19 @@ Gateway::Gateway(CollectorOptions options, const GatewayLimits& given)
 }
 
 void Gateway::probe(std::shared_ptr<const Module> module, Clock::time_point now, Clock::time_point deadline,
-                    ProbeDone done) {
+                    ProbeDone done, std::uint64_t client) {
     used = now;
-    waiting.push_back({std::move(module), now, deadline, std::move(done)});
+    waiting.push_back({std::move(module), now, deadline, std::move(done), client});
+}
+
+bool Gateway::forget(std::uint64_t client) {
+    const auto found = std::find_if(waiting.begin() + (probing ? 1 : 0), waiting.end(),
+                                    [&](const Waiting& probe) { return probe.client == client; });
+    if (found == waiting.end()) {
+        return false;
+    }
+    waiting.erase(found);
+    return true;
 }
 
 void Gateway::begin(Clock::time_point now) {

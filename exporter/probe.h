@@ -61,9 +61,11 @@ class Gateway {
 public:
     Gateway(monitor::CollectorOptions options, const GatewayLimits& limits);
 
-    // `done` is called once.
+    // `done` is called once. The client's number is for forget().
     void probe(std::shared_ptr<const monitor::Module> module, Clock::time_point now, Clock::time_point deadline,
-               ProbeDone done);
+               ProbeDone done, std::uint64_t client);
+    // Drops the client's probe without a word, unless it is in progress. Returns whether there was one.
+    bool forget(std::uint64_t client);
     // Goes on as far as it can without waiting. Call it when descriptor() is readable or nextWake() has come.
     void step(Clock::time_point now);
     int descriptor() const;
@@ -97,6 +99,7 @@ private:
         Clock::time_point since;
         Clock::time_point deadline;
         ProbeDone done;
+        std::uint64_t client;
     };
 
     void begin(Clock::time_point now);

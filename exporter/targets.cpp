@@ -77,7 +77,7 @@ Refusal Targets::refuse(const char* reason, unsigned status, std::string why) {
 }
 
 std::optional<Refusal> Targets::probe(const Target& target, const std::string& module, Clock::time_point now,
-                                      double seconds, ProbeDone done) {
+                                      double seconds, ProbeDone done, std::uint64_t client) {
     const auto found = config.modules.find(module);
     if (found == config.modules.end()) {
         return refuse("module", 400, "The configuration has no module of that name.");
@@ -92,6 +92,9 @@ std::optional<Refusal> Targets::probe(const Target& target, const std::string& m
     if (inProgress() >= bounds.probes) {
         return refuse("probes", 503, "Too many probes at once.");
     }
+    if (place != known.end() && place->second->gateway && place->second->gateway->queued() >= bounds.targetProbes) {
+        return refuse("target", 503, "Too many probes of this target at once.");
+    }
     Known* const one = findOrAdd(target, name, *networks);
     if (one == nullptr) {
         return refuse("targets", 503, "Too many targets.");
@@ -102,15 +105,25 @@ std::optional<Refusal> Targets::probe(const Target& target, const std::string& m
     one->state.module = module;
     one->gateway->setNetworks(*networks, now);
     const auto deadline = now + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-    one->gateway->probe(found->second, now, deadline,
-                        [this, one, then = std::move(done)](ProbeResult& result, Mapper& mapper) {
-                            note(*one, result);
-                            const MappingCounts before = mapper.counts;
-                            then(result, mapper);
-                            addCounts(counters.mapping, mapper.counts, before);
-                        });
+    one->gateway->probe(
+        found->second, now, deadline,
+        [this, one, then = std::move(done)](ProbeResult& result, Mapper& mapper) {
+            note(*one, result);
+            const MappingCounts before = mapper.counts;
+            then(result, mapper);
+            addCounts(counters.mapping, mapper.counts, before);
+        },
+        client);
     activate(*one);
     return std::nullopt;
+}
+
+bool Targets::forget(std::uint64_t client) {
+    if (std::none_of(active.begin(), active.end(), [&](Known* target) { return target->gateway->forget(client); })) {
+        return false;
+    }
+    ++counters.refused["gone"];
+    return true;
 }
 
 Targets::Known* Targets::findOrAdd(const Target& target, const std::string& name, const std::string& networks) {

@@ -20,7 +20,8 @@ struct TargetLimits {
     GatewayLimits gateway;
     std::size_t targets = 1000;
     std::size_t workers = 1000;
-    std::size_t probes = 1000;  // in progress and waiting, of all targets
+    std::size_t probes = 1000;      // in progress and waiting, of all targets
+    std::size_t targetProbes = 10;  // of them of one target
 };
 
 struct PastProbe {
@@ -77,9 +78,11 @@ public:
     // The configuration's targets, modules and allow list. Probes in progress keep their module.
     void configure(const monitor::MappingFile& file, Clock::time_point now);
 
-    // Nothing where a probe was begun: `done` is called once.
+    // Nothing where a probe was begun: `done` is called once, unless forget() or cancelAll() come before.
     std::optional<Refusal> probe(const monitor::Target& target, const std::string& module, Clock::time_point now,
-                                 double seconds, ProbeDone done);
+                                 double seconds, ProbeDone done, std::uint64_t client = 0);
+    // Drops the probe of a client that has gone, where it waits still. Returns whether it did.
+    bool forget(std::uint64_t client);
     // The seconds that the module allows; nothing where it says nothing, or is not there.
     std::optional<double> moduleDeadline(const std::string& module) const;
 

@@ -210,6 +210,24 @@ class Scrapes(unittest.TestCase):
             self.assertEqual(exporter.metric('zulstat_exporter_worker_starts_total{reason="idle"}'), 1)
 
 
+    def test_a_silent_target_keeps_no_other_waiting(self):
+        with gateways(2) as sim, Exporter('--limit.probes', '12') as exporter:
+            silent, healthy = sim.targets
+            sim.fault('1/get-attribute:silent:always')
+            clients = []
+            for _ in range(40):
+                client = http.client.HTTPConnection('127.0.0.1', exporter.port, timeout=10)
+                client.request('GET', f'/probe?target={silent}')
+                clients.append(client)
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_queue{}') >= 10))
+            self.assertIn(f'zulstat_up{{target="{healthy}"}} 1', exporter.probe(healthy))
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_refused_total{reason="target"}') == 30))
+            for client in clients:
+                client.close()
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_queue{}') == 1, 3))
+            self.assertEqual(exporter.metric('zulstat_exporter_refused_total{reason="gone"}'), 9)
+
+
 class Paths(unittest.TestCase):
     def test_what_is_refused(self):
         with gateways() as sim, Exporter('--limit.targets', '2', '--limit.probes', '1') as exporter:
