@@ -44,9 +44,9 @@ Answer probe(HandlerContext& context, const HttpRequest& request) {
                                         std::chrono::duration<double>(seconds + context.timeoutOffset));
     const auto answer = [&context, id, format, debug, end](ProbeResult& result, Mapper& mapper) {
         HttpResponse response;
-        // What a name resolved to shows only while it is probed.
+        // What a name resolved to shows only while it is probed; to which addresses, in the log.
         if (result.failure && result.failure->kind == FailureKind::forbidden) {
-            response = plain(403, result.failureText());
+            response = plain(403, NOT_ALLOWED);
         } else if (debug) {
             response.body = probeDebug(result, mapper);
         } else {

@@ -87,7 +87,7 @@ std::optional<Refusal> Targets::probe(const Target& target, const std::string& m
     const bool configured = place != known.end() && place->second->state.configured;
     const std::optional<std::string> networks = configured ? std::string() : allowed.networksFor(target);
     if (!networks) {
-        return refuse("not_allowed", 403, "The target is not allowed: see 'allow' in the configuration.");
+        return refuse("not_allowed", 403, NOT_ALLOWED);
     }
     if (inProgress() >= bounds.probes) {
         return refuse("probes", 503, "Too many probes at once.");
@@ -100,6 +100,7 @@ std::optional<Refusal> Targets::probe(const Target& target, const std::string& m
         return refuse("targets", 503, "Too many targets.");
     }
     if (!one->gateway->hasWorker() && !roomForWorker(now)) {
+        retire(*one);
         return refuse("workers", 503, "Too many workers.");
     }
     one->state.module = module;
@@ -128,29 +129,22 @@ bool Targets::forget(std::uint64_t client) {
 
 Targets::Known* Targets::findOrAdd(const Target& target, const std::string& name, const std::string& networks) {
     auto place = known.find(name);
+    const bool admitted = networks.empty() || parseAddress(target.host);
     if (place == known.end()) {
         if (known.size() >= bounds.targets) {
-            // The one that nobody has asked for for the longest time gives way.
-            const auto lastUsed = [](const Known& one) {
-                return one.gateway ? one.gateway->lastUsed() : Clock::time_point::min();
-            };
-            auto oldest = known.end();
-            for (auto one = known.begin(); one != known.end(); ++one) {
-                const Known& candidate = *one->second;
-                if (!candidate.state.configured && !candidate.active &&
-                    (oldest == known.end() || lastUsed(candidate) < lastUsed(*oldest->second))) {
-                    oldest = one;
-                }
-            }
-            if (oldest == known.end()) {
+            const auto going = nextToGo();
+            if (going == known.end()) {
                 return nullptr;
             }
-            known.erase(oldest);
+            if (admitted || !going->second->admitted) {
+                known.erase(going);
+            }
         }
         place = known.emplace(name, std::make_unique<Known>()).first;
         place->second->state.name = name;
     }
     Known& one = *place->second;
+    one.admitted = one.admitted || admitted;
     if (!one.gateway) {
         CollectorOptions options;
         options.target = target;
@@ -159,6 +153,36 @@ Targets::Known* Targets::findOrAdd(const Target& target, const std::string& name
         one.gateway = std::make_unique<Gateway>(std::move(options), bounds.gateway);
     }
     return &one;
+}
+
+// Of those that may give way, one that is not admitted, else the one that nobody has asked for for the longest time.
+std::map<std::string, std::unique_ptr<Targets::Known>>::iterator Targets::nextToGo() {
+    const auto rank = [](const Known& one) {
+        return std::pair(one.admitted, one.gateway ? one.gateway->lastUsed() : Clock::time_point::min());
+    };
+    auto first = known.end();
+    for (auto one = known.begin(); one != known.end(); ++one) {
+        const Known& candidate = *one->second;
+        if (!candidate.state.configured && !candidate.active &&
+            (first == known.end() || rank(candidate) < rank(*first->second))) {
+            first = one;
+        }
+    }
+    return first;
+}
+
+// Forgets a target that is not active and of which there is nothing to know, and what is above the limit.
+void Targets::retire(Known& target) {
+    if (!target.active && !target.state.configured && !target.state.probed) {
+        known.erase(known.find(target.state.name));
+    }
+    while (known.size() > bounds.targets) {
+        const auto going = nextToGo();
+        if (going == known.end()) {
+            return;
+        }
+        known.erase(going);
+    }
 }
 
 // Whether there may be another worker; the one that was idle longest gives way.
@@ -190,6 +214,16 @@ void Targets::activate(Known& target) {
 
 void Targets::note(Known& target, ProbeResult& result) {
     TargetState& state = target.state;
+    const bool forbidden = result.failure && result.failure->kind == FailureKind::forbidden;
+    const bool begun = result.waited < result.limit;  // and did not wait for others until its deadline
+    target.admitted = target.admitted || result.succeeded() || (begun && result.failure->phase > Phase::resolving);
+    if (forbidden) {
+        ++counters.refused["not_allowed"];
+        if (!target.admitted) {
+            tell(result.failureText());
+            return;
+        }
+    }
     if (state.probed ? state.up != result.succeeded() : !result.succeeded()) {
         tell(result.succeeded() ? state.name + " is up again"
                                 : fmt::format("{} is down: {}", state.name, result.failureText()));
@@ -203,7 +237,11 @@ void Targets::note(Known& target, ProbeResult& result) {
         state.past.pop_front();
     }
     counters.seconds += result.seconds;
-    if (result.succeeded()) {
+    if (forbidden) {
+        state.failure = NOT_ALLOWED;
+        state.hint.clear();
+        state.failureTime = state.lastTime;
+    } else if (result.succeeded()) {
         ++counters.succeeded;
         counters.split += result.sample.parts > 1 ? 1 : 0;
         state.statistics = result.sample.items.size();
@@ -259,6 +297,7 @@ void Targets::step(Clock::time_point now) {
             target.active = false;
             active[index] = active.back();
             active.pop_back();
+            retire(target);
         }
     }
 }
@@ -304,7 +343,9 @@ void Targets::closeAll(Clock::time_point now) {
 std::vector<TargetState> Targets::states() const {
     std::vector<TargetState> all;
     for (const auto& [name, target] : known) {
-        all.push_back(target->state);
+        if (target->state.configured || target->state.probed) {
+            all.push_back(target->state);
+        }
     }
     return all;
 }

@@ -18,7 +18,7 @@ namespace exporter {
 
 struct TargetLimits {
     GatewayLimits gateway;
-    std::size_t targets = 1000;
+    std::size_t targets = 1000;  // names whose probe has to tell whether they are allowed come on top until it ends
     std::size_t workers = 1000;
     std::size_t probes = 1000;      // in progress and waiting, of all targets
     std::size_t targetProbes = 10;  // of them of one target
@@ -59,6 +59,9 @@ struct ProbeCounts {
     double seconds = 0;       // of all probes together
     std::uint64_t split = 0;  // probes whose answer was too large for one
 };
+
+// What a client is told of a target that is not allowed.
+inline constexpr const char* NOT_ALLOWED = "The target is not allowed: see 'allow' in the configuration.";
 
 // Why a probe is not made.
 struct Refusal {
@@ -118,9 +121,14 @@ private:
         std::unique_ptr<Gateway> gateway;  // from the first probe on; only configured targets are there without
         TargetState state;
         bool active = false;
+        // Whether an address of it may be dialled, as far as is known: one that was configured, is an address or fits a
+        // glob may, and another one once a probe of it has come so far.
+        bool admitted = false;
     };
 
     Known* findOrAdd(const monitor::Target& target, const std::string& name, const std::string& networks);
+    std::map<std::string, std::unique_ptr<Known>>::iterator nextToGo();
+    void retire(Known& target);
     bool roomForWorker(Clock::time_point now);
     void note(Known& target, ProbeResult& result);
     void tell(const std::string& line);

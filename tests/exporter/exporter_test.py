@@ -261,9 +261,33 @@ class Paths(unittest.TestCase):
             # A name for an address that nobody may dial, in a spelling that is no address.
             status, _, text = exporter.ask('/probe?target=167837955:7531')
             self.assertEqual(status, 403, text)
-            self.assertIn('10.1.1.3', text)
+            self.assertNotIn('10.1.1.3', text)
             self.assertIn('kind="cannot_connect"', exporter.probe('gw1.invalid:7531'))
             self.assertEqual(exporter.ask(f'/probe?target=192.0.2.7:{sim.ports[0] + 1}')[0], 403)
+
+    def test_names_that_are_not_allowed_push_nobody_out(self):
+        with gateways(3) as sim, tempfile.TemporaryFile('w+') as log:
+            with Exporter('--limit.targets', '3', stderr=log) as exporter:
+                for target in sim.targets:
+                    exporter.probe(target)
+                workers = exporter.children()
+                for number in range(167837955, 167837959):
+                    self.assertEqual(exporter.ask(f'/probe?target={number}:7531')[0], 403)
+                    self.assertNotIn(str(number), exporter.ask('/')[2])
+                exporter.probe('not-found.invalid:1')
+                self.assertEqual(exporter.children(), workers)
+                page = exporter.ask('/')[2]
+                self.assertEqual([target in page for target in sim.targets], [True] * 3)
+                metrics = exporter.ask('/metrics')[2]
+                for line in ('zulstat_exporter_targets{} 3', 'zulstat_exporter_refused_total{reason="not_allowed"} 4'):
+                    self.assertIn(line, metrics)
+                self.assertNotIn('kind="forbidden"', metrics)
+                # A target that is allowed takes the place of the oldest.
+                exporter.probe('127.0.0.1:1')
+                page = exporter.ask('/')[2]
+                self.assertEqual([target in page for target in (*sim.targets, '127.0.0.1:1')], [False, True, True, True])
+            log.seek(0)
+            self.assertIn('167837955:7531 is not allowed: its addresses are 10.1.1.3', log.read())
 
     def test_the_page_holds_no_markup_of_others(self):
         with gateways(1, '--fault', 'get-attribute:protocol=<script>x</script>') as sim, Exporter('--config.file', 'DIR/c.yml', files={
