@@ -290,24 +290,40 @@ private:
         checkStars(at["help"], made.help, stars);
         for (const auto& [label, value] : made.labels) {
             checkStars(at["labels"][label], value, stars);
-            if (label == "target" || label == "element" || label == "id" || label == "repeated" ||
-                (label == "value" && made.type == MetricType::info)) {
+            if (isTakenLabel(label, *made.type)) {
                 complain(at["labels"][label], fmt::format("the label '{}' is there already", label));
             }
         }
         if (!isMetricName(fillIn(made.name, anyStars(stars)))) {
             complain(at["name"], fmt::format("'{}' is not a metric's name: letters, digits, '_' and ':'", made.name));
         }
-        if (made.name.starts_with("zulstat_")) {
+        if (made.name.starts_with(OWN_NAMES)) {
             complain(at["name"], "names that begin with 'zulstat_' are taken");
         }
-        if (made.type == MetricType::stateset && made.states.empty()) {
-            complain(at, "expected the key 'states', with a list of states");
+        if (made.type == MetricType::stateset) {
+            checkStateset(at, made, stars);
         }
         for (auto state = made.states.begin(); state != made.states.end(); ++state) {
             if (std::find(made.states.begin(), state, *state) != state) {
                 complain(at["states"], fmt::format("the state '{}' is there twice", *state));
             }
+        }
+    }
+    // Its name is a label too.
+    void checkStateset(const YAML::Node& at, const Rule& made, std::size_t stars) const {
+        if (!isLabelName(fillIn(made.name, anyStars(stars)))) {
+            complain(at["name"],
+                     fmt::format("'{}' is not the name of a stateset, which is a label too: letters, digits "
+                                 "and '_'",
+                                 made.name));
+        }
+        const bool labelled = std::any_of(made.labels.begin(), made.labels.end(),
+                                          [&](const auto& label) { return label.first == made.name; });
+        if (labelled || isTakenLabel(made.name, *made.type)) {
+            complain(at["name"], fmt::format("the label '{}' of that stateset is there already", made.name));
+        }
+        if (made.states.empty()) {
+            complain(at, "expected the key 'states', with a list of states");
         }
     }
     // What stars may match, for a look at a name.
