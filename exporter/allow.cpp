@@ -14,11 +14,11 @@ namespace {
 constexpr std::string_view LOOPBACK = "127.0.0.0/8 ::1";
 constexpr std::size_t LONGEST_HOST = 255;
 
-std::optional<int> parsePort(std::string_view text) {
+std::optional<int> parsePort(std::string_view text, int least = 1) {
     int port = 0;
     const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), port);
     const bool whole = error == std::errc() && rest == text.data() + text.size();
-    return whole && port >= 1 && port <= 65535 ? std::optional(port) : std::nullopt;
+    return whole && port >= least && port <= 65535 ? std::optional(port) : std::nullopt;
 }
 
 struct HostAndPort {
@@ -59,6 +59,12 @@ std::optional<Target> parseTarget(std::string_view text) {
                                           [](char c) { return isHostCharacter(c) || c == ':' || c == '%'; })
                         : split->host[0] != '-' && std::all_of(split->host.begin(), split->host.end(), isHostCharacter);
     return port && fits ? std::optional(Target{std::string(split->host), *port}) : std::nullopt;
+}
+
+std::optional<Target> parseListenAddress(std::string_view text) {
+    const std::optional<HostAndPort> split = splitPort(text);
+    const std::optional<int> port = split ? parsePort(split->port, 0) : std::nullopt;
+    return port ? std::optional(Target{std::string(split->host), *port}) : std::nullopt;
 }
 
 std::optional<AllowList::Word> AllowList::parse(const std::string& text) {

@@ -27,23 +27,16 @@ std::string addressText(const sockaddr* address) {
     return getnameinfo(address, size, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST) == 0 ? text.data() : "";
 }
 
-// A socket that listens at host:port.
-int listenAt(const std::string& where) {
-    const std::size_t colon = where.rfind(':');
-    if (colon == std::string::npos) {
-        throw std::runtime_error(fmt::format("'{}' is not an address with a port, such as 127.0.0.1:9753", where));
-    }
-    std::string host = where.substr(0, colon);
-    if (host.starts_with('[') && host.ends_with(']')) {
-        host = host.substr(1, host.size() - 2);
-    }
+// A socket that listens there; without a host at every address.
+int listenAt(const monitor::Target& where) {
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
     addrinfo* list = nullptr;
-    const int rc = getaddrinfo(host.empty() ? nullptr : host.c_str(), where.c_str() + colon + 1, &hints, &list);
+    const int rc = getaddrinfo(where.host.empty() ? nullptr : where.host.c_str(), std::to_string(where.port).c_str(),
+                               &hints, &list);
     if (rc != 0) {
-        throw std::runtime_error(fmt::format("cannot listen at {}: {}", where, gai_strerror(rc)));
+        throw std::runtime_error(fmt::format("cannot listen at {}: {}", targetText(where), gai_strerror(rc)));
     }
     int listener = -1;
     int error = 0;
@@ -69,7 +62,7 @@ int listenAt(const std::string& where) {
     }
     freeaddrinfo(list);
     if (listener < 0) {
-        throw std::runtime_error(fmt::format("cannot listen at {}: {}", where, std::strerror(error)));
+        throw std::runtime_error(fmt::format("cannot listen at {}: {}", targetText(where), std::strerror(error)));
     }
     return listener;
 }
@@ -83,8 +76,8 @@ HttpResponse plain(unsigned status, const std::string& text) {
 
 class HttpServer::Impl {
 public:
-    Impl(const std::string& address, const HttpLimits& given, const std::optional<TlsFiles>& files, Authenticator& by,
-         HttpHandler use)
+    Impl(const monitor::Target& address, const HttpLimits& given, const std::optional<TlsFiles>& files,
+         Authenticator& by, HttpHandler use)
         : limits(given), authenticator(by), handler(std::move(use)), tls(files) {
         const int listener = listenAt(address);
         unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME;
@@ -110,7 +103,7 @@ public:
                                   options.data(), MHD_OPTION_END);
         if (daemon == nullptr) {
             close(listener);
-            throw std::runtime_error(fmt::format("cannot serve at {}{}", address,
+            throw std::runtime_error(fmt::format("cannot serve at {}{}", targetText(address),
                                                  tls ? ": certificate and key do not fit, or are none" : ""));
         }
         epoll = MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
@@ -416,7 +409,7 @@ private:
     bool ending = false;
 };
 
-HttpServer::HttpServer(const std::string& address, const HttpLimits& limits, const std::optional<TlsFiles>& tls,
+HttpServer::HttpServer(const monitor::Target& address, const HttpLimits& limits, const std::optional<TlsFiles>& tls,
                        Authenticator& authenticator, HttpHandler handler)
     : impl(std::make_unique<Impl>(address, limits, tls, authenticator, std::move(handler))) {
 }

@@ -66,9 +66,9 @@ using HttpHandler = std::function<std::optional<HttpResponse>(const HttpRequest&
 // until nextWake(), then call step().
 class HttpServer {
 public:
-    // `address` is host:port or :port. Throws std::runtime_error where it cannot listen. The authenticator outlives it;
-    // without users everybody may ask.
-    HttpServer(const std::string& address, const HttpLimits& limits, const std::optional<TlsFiles>& tls,
+    // Throws std::runtime_error where it cannot listen at the address. The authenticator outlives it; without users
+    // everybody may ask.
+    HttpServer(const monitor::Target& address, const HttpLimits& limits, const std::optional<TlsFiles>& tls,
                Authenticator& authenticator, HttpHandler handler);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;

@@ -206,7 +206,7 @@ private:
                 throw std::runtime_error("cannot write " + options.portFile);
             }
         }
-        say(fmt::format("listening at {} (port {})", options.listenAddress, server->port()));
+        say(fmt::format("listening at {} (port {})", targetText(options.listenAddress), server->port()));
         notifyManager("READY=1");
     }
 

@@ -229,6 +229,14 @@ class Scrapes(unittest.TestCase):
 
 
 class Paths(unittest.TestCase):
+    def test_what_is_no_address_to_listen_at(self):
+        for address in ('127.0.0.1:99999', '127.0.0.1:', '127.0.0.1:+80', '127.0.0.1', '127.0.0.1:-1', '127.0.0.1:http'):
+            with self.subTest(address):
+                done = subprocess.run(['timeout', '5', EXPORTER, '--web.listen-address', address], env=ENVIRONMENT, text=True,
+                                      stderr=subprocess.PIPE, check=False)
+                self.assertEqual(done.returncode, 2, done.stderr)
+                self.assertIn(f"'{address}' is not a host and a port", done.stderr)
+
     def test_what_is_refused(self):
         with gateways() as sim, Exporter('--limit.targets', '2', '--limit.probes', '1') as exporter:
             target = sim.targets[0]
