@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <fmt/format.h>
 #include <gnutls/gnutls.h>
+#include <gnutls/x509.h>
 #include <microhttpd.h>
 #include <netdb.h>
 #include <poll.h>
@@ -20,6 +21,9 @@
 namespace exporter {
 
 namespace {
+
+// In GnuTLS' words: TLS 1.2 at least.
+constexpr const char* TLS_PRIORITIES = "NORMAL:-VERS-TLS1.0:-VERS-TLS1.1";
 
 std::string addressText(const sockaddr* address) {
     std::array<char, NI_MAXHOST> text{};
@@ -92,6 +96,7 @@ public:
         };
         if (tls) {
             flags |= MHD_USE_TLS;
+            options.push_back({MHD_OPTION_HTTPS_PRIORITIES, 0, const_cast<char*>(TLS_PRIORITIES)});
             options.push_back({MHD_OPTION_HTTPS_MEM_CERT, 0, tls->certificate.data()});
             options.push_back({MHD_OPTION_HTTPS_MEM_KEY, 0, tls->key.data()});
             if (!tls->clientAuthority.empty()) {
@@ -376,8 +381,10 @@ private:
         if (gnutls_certificate_get_peers(session, &count) == nullptr || count == 0) {
             return !tls->clientRequired;
         }
+        std::string purpose = GNUTLS_KP_TLS_WWW_CLIENT;
+        gnutls_typed_vdata_st wanted = {GNUTLS_DT_KEY_PURPOSE_OID, reinterpret_cast<unsigned char*>(purpose.data()), 0};
         unsigned status = 0;
-        return gnutls_certificate_verify_peers2(session, &status) == GNUTLS_E_SUCCESS && status == 0;
+        return gnutls_certificate_verify_peers(session, &wanted, 1, &status) == GNUTLS_E_SUCCESS && status == 0;
     }
 
     MHD_Result queue(Request& request) {

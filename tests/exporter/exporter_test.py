@@ -20,6 +20,7 @@ import time
 import unittest
 import urllib.parse
 import urllib.request
+import warnings
 
 from simulated import Gateways, eventually
 
@@ -179,6 +180,10 @@ class Scrapes(unittest.TestCase):
         self.assertEqual(changes[1], f'{target} is up again\n')
         self.assertLessEqual(len(changes), 41, lines)  # 20 in 10 seconds, of 47
 
+    def test_a_probe_ends_within_the_time_of_its_request(self):
+        with gateways(1, '--fault', 'get-attribute:silent:always') as sim, Exporter('--limit.request-time', '2') as exporter:
+            self.assertIn('kind="deadline"', exporter.probe(sim.targets[0]))
+
     def test_two_at_once_have_a_deadline_each(self):
         with gateways() as sim, Exporter() as exporter:
             target = sim.targets[0]
@@ -246,7 +251,9 @@ class Paths(unittest.TestCase):
                     ('/probe?target=%00:1', 'GET', 400), (f'/probe?target={target}&module=none', 'GET', 400),
                     (f'/probe?target={target}&debug=maybe', 'GET', 400), ('/probe?target=10.1.2.3:7531', 'GET', 403),
                     ('/probe?target=[2001:db8::1]:7531', 'GET', 403), ('/-/reload', 'POST', 403), ('/-/reload', 'GET', 405),
-                    (f'/probe?target={target}', 'POST', 405), ('/-/healthy', 'GET', 200), ('/-/ready', 'HEAD', 200)):
+                    (f'/probe?target={target}', 'POST', 405), ('/-/healthy', 'GET', 200), ('/-/ready', 'HEAD', 200),
+                    ('http://gw/-/healthy', 'GET', 200), ('http://gw', 'GET', 200), ('http://gw/x', 'GET', 404),
+                    ('/probe?target=127.0.0.1:1%00x', 'GET', 400)):
                 with self.subTest(path=path, method=method):
                     answer = exporter.ask(path, method)
                     self.assertEqual(answer[0], status, answer)
@@ -309,7 +316,7 @@ class Paths(unittest.TestCase):
             self.assertNotIn('<b>', page)
             self.assertNotIn('<script', page)
             self.assertIn('cannot connect to 127.0.0.1:1', page)
-            self.assertIn('Is the Gateway running', page)
+            self.assertRegex(page, r's ago: Is the Gateway running, and is it that port\?<')
             self.assertEqual(page.count('<rect'), 2)
             debug = exporter.probe(sim.targets[0], module='<b>&"\'', debug='true')
             self.assertRegex(debug, r'(?s)Deadline: .*querying .*150 statistics.*\nMetrics:\n# TYPE')
@@ -453,22 +460,42 @@ class Access(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.directory = tempfile.TemporaryDirectory()
-        for name in ('server', 'client'):
-            subprocess.run(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-days', '2', '-subj', f'/CN={name}',
-                            '-keyout', f'{cls.directory.name}/{name}.key', '-out', f'{cls.directory.name}/{name}.pem'],
+        for name in ('server', 'authority', 'stranger', 'client', 'purpose'):
+            cls.make(name)
+
+    @classmethod
+    def make(cls, name):
+        """A certificate by itself, or that of a client by the authority; 'purpose' is for servers only."""
+        path = f'{cls.directory.name}/{name}'
+        words = ['-x509', '-days', '2', '-out', path + '.pem'] if name not in ('client', 'purpose') else ['-out', path + '.csr']
+        subprocess.run(['openssl', 'req', '-newkey', 'ec', '-pkeyopt', 'ec_paramgen_curve:prime256v1', '-nodes', '-subj', f'/CN={name}', '-keyout', path + '.key', *words],
+                       check=True, stderr=subprocess.DEVNULL)
+        if name in ('client', 'purpose'):
+            pathlib.Path(path + '.ext').write_text('extendedKeyUsage=' + ('clientAuth' if name == 'client' else 'serverAuth'), encoding='ascii')
+            subprocess.run(['openssl', 'x509', '-req', '-in', path + '.csr', '-CA', f'{cls.directory.name}/authority.pem', '-days', '2',
+                            '-CAkey', f'{cls.directory.name}/authority.key', '-CAcreateserial', '-extfile', path + '.ext', '-out', path + '.pem'],
                            check=True, stderr=subprocess.DEVNULL)
 
     @classmethod
     def tearDownClass(cls):
         cls.directory.cleanup()
 
-    def tls(self, *, client=False):
+    def tls(self, client=None, version=None):
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
         context.check_hostname = False
         context.load_verify_locations(f'{self.directory.name}/server.pem')
         if client:
-            context.load_cert_chain(f'{self.directory.name}/client.pem', f'{self.directory.name}/client.key')
+            context.load_cert_chain(f'{self.directory.name}/{client}.pem', f'{self.directory.name}/{client}.key')
+        if version:
+            context.set_ciphers('DEFAULT:@SECLEVEL=0')
+            context.minimum_version = context.maximum_version = version
         return context
+
+    def shakes(self, exporter, version):
+        try:
+            return exporter.ask('/-/healthy', context=self.tls('client', version))[0] == 200
+        except ssl.SSLError:
+            return False
 
     def test_users_need_their_password(self):
         def basic(words):
@@ -487,11 +514,17 @@ class Access(unittest.TestCase):
 
     def test_tls_with_and_without_certificates_of_clients(self):
         own = ''.join(f'  {key}: {self.directory.name}/server.{end}\n' for key, end in (('cert_file', 'pem'), ('key_file', 'key')))
-        both = own + f'  client_ca_file: {self.directory.name}/client.pem\n  client_auth_type: RequireAndVerifyClientCert\n'
+        both = own + f'  client_ca_file: {self.directory.name}/authority.pem\n  client_auth_type: RequireAndVerifyClientCert\n'
         for config, without in ((own, 200), (both, 403)):
-            with self.subTest(without), Exporter('--web.config.file', 'DIR/w.yml', files={'w.yml': 'tls_server_config:\n' + config}) as exporter:
-                self.assertEqual(exporter.ask('/-/healthy', context=self.tls())[0], without)
-                self.assertEqual(exporter.ask('/-/healthy', context=self.tls(client=True))[0], 200)
+            with Exporter('--web.config.file', 'DIR/w.yml', files={'w.yml': 'tls_server_config:\n' + config}) as exporter:
+                for client, status in ((None, without), ('client', 200), ('stranger', without), ('purpose', without)):
+                    with self.subTest(client=client, without=without):
+                        self.assertEqual(exporter.ask('/-/healthy', context=self.tls(client))[0], status)
+                for version, taken in ((ssl.TLSVersion.TLSv1, False), (ssl.TLSVersion.TLSv1_1, False), (ssl.TLSVersion.TLSv1_2, True),
+                                       (ssl.TLSVersion.TLSv1_3, True)):
+                    with self.subTest(version), warnings.catch_warnings():
+                        warnings.simplefilter('ignore', DeprecationWarning)
+                        self.assertEqual(self.shakes(exporter, version), taken)
 
 
 class Demo(unittest.TestCase):
@@ -519,6 +552,9 @@ class Documents(unittest.TestCase):
         defaults = dict(re.findall(r'(--limit\.[\w-]+) N\s.*?\((\d+)\)', shown, re.S))
         written = dict(re.findall(r'^\*(--limit\.[\w-]+)\* _N_\n.*?The default is (\d+)', section, re.M | re.S))
         self.assertEqual(written, defaults)
+        with Exporter() as exporter:
+            self.assertEqual({f'--limit.{name}' for name in re.findall('zulstat_exporter_limit{limit="(.*)"}', exporter.ask('/metrics')[2])},
+                             defaults.keys())
         # Keys: those that an error names.
         page = (self.ROOT / 'docs/man/zulstat-map.5.scd').read_text()
         for text, title in (('x: 1', 'DESCRIPTION'), ('modules: {a: {x: 1}}', 'MODULES'), ('modules: {a: {rules: [{x: 1}]}}', 'RULES')):
