@@ -41,8 +41,7 @@ public:
             }
             for (const auto& entry : users) {
                 const std::string hash = text(entry.second);
-                const bool bcrypt = hash.size() == 60 && hash.starts_with("$2") && hash[3] == '$' && hash[6] == '$';
-                if (!bcrypt) {
+                if (!isBcryptHash(hash)) {
                     complain(entry.second, "expected a bcrypt hash, as 'htpasswd -nBC 10 USER' makes it");
                 }
                 config.users[text(entry.first)] = hash;
