@@ -19,7 +19,7 @@ std::optional<monitor::Target> parseListenAddress(std::string_view text);
 
 // What a target may be that nobody configured: loopback addresses, and what the words say. A word is an address or a
 // network, with a port or without, or a glob of host names with a port: "10.0.0.0/8", "[2001:db8::/32]:7531",
-// "gw*.example.org:7531", "gw1:*".
+// "gw*.example.org:7531", "gw1:*". Globs are for names in any case, and for no address in whatever spelling.
 class AllowList {
 public:
     AllowList() = default;
@@ -32,7 +32,7 @@ public:
 
 private:
     struct Word {
-        std::string host;  // glob or network
+        std::string host;  // glob, in small letters, or network
         std::optional<monitor::Network> network;
         int port = 0;  // 0: any
     };
