@@ -33,14 +33,17 @@ public:
 
     MappingFile read(const YAML::Node& root) const {
         MappingFile file;
+        std::vector<YAML::Node> targetNodes;
         forEachKey(root, "the file", {"allow", "targets", "modules"},
                    [&](const std::string& key, const YAML::Node& at) {
                        if (key == "allow") {
                            file.allow = texts(at, "a list of addresses, networks and host names");
                            checkEach(at, checks.allow);
                        } else if (key == "targets") {
-                           forEachItem(at, "a list of targets",
-                                       [&](const YAML::Node& item) { file.targets.push_back(target(item)); });
+                           forEachItem(at, "a list of targets", [&](const YAML::Node& item) {
+                               file.targets.push_back(target(item));
+                               targetNodes.push_back(item);
+                           });
                        } else {
                            forEachName(at, "modules", [&](const std::string& module, const YAML::Node& content) {
                                file.modules[module] = std::make_shared<const Module>(readModule(module, content));
@@ -48,10 +51,11 @@ public:
                        }
                    });
         file.modules.try_emplace("default", std::make_shared<const Module>());
-        for (const ConfiguredTarget& one : file.targets) {
+        for (std::size_t index = 0; index < file.targets.size(); ++index) {
+            const ConfiguredTarget& one = file.targets[index];
             if (!file.modules.contains(one.module)) {
-                throw MappingFileError(fmt::format("{}: the target {} has the module '{}', which is not there", name,
-                                                   one.target, one.module));
+                complain(targetNodes[index]["module"],
+                         fmt::format("the target {} has the module '{}', which is not there", one.target, one.module));
             }
         }
         return file;
