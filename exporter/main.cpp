@@ -17,7 +17,6 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -155,16 +154,8 @@ public:
 
 private:
     void load() {
-        MappingFile file;
-        std::string text;
-        if (!options.configFile.empty()) {
-            file = readMappingFile(options.configFile, CHECKS);
-            std::ostringstream content;
-            content << std::ifstream(options.configFile, std::ios::binary).rdbuf();
-            text = content.str();
-        } else {
-            file = parseMapping("", "", CHECKS);
-        }
+        std::string text = options.configFile.empty() ? "" : contentOf(options.configFile);
+        MappingFile file = parseMapping(text, options.configFile, CHECKS);
         WebConfig read;
         if (!options.webConfigFile.empty()) {
             read = readWebConfig(options.webConfigFile);

@@ -5,24 +5,17 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <initializer_list>
-#include <sstream>
+#include <set>
 #include <stdexcept>
 #include <string_view>
+
+#include "auth.h"
+#include "monitor/mapping_file.h"
 
 namespace exporter {
 
 namespace {
-
-std::string contentOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (!file || !(text << file.rdbuf())) {
-        throw std::runtime_error(path + ": cannot be read, or is empty");
-    }
-    return text.str();
-}
 
 class Reader {
 public:
@@ -39,6 +32,7 @@ public:
             if (!users.IsMap()) {
                 complain(users, "expected names of users, with a bcrypt hash each");
             }
+            checkNames(users);
             for (const auto& entry : users) {
                 const std::string hash = text(entry.second);
                 if (!isBcryptHash(hash)) {
@@ -60,10 +54,20 @@ private:
         }
         return at.Scalar();
     }
+    // None is there twice.
+    void checkNames(const YAML::Node& at) const {
+        std::set<std::string> seen;
+        for (const auto& entry : at) {
+            if (!seen.insert(text(entry.first)).second) {
+                complain(entry.first, fmt::format("'{}' is there twice", entry.first.Scalar()));
+            }
+        }
+    }
     void checkKeys(const YAML::Node& at, std::initializer_list<std::string_view> keys) const {
-        if (!at.IsMap()) {
+        if (!at.IsMap() && !at.IsNull()) {
             complain(at, fmt::format("expected {}, a colon behind each", fmt::join(keys, ", ")));
         }
+        checkNames(at);
         for (const auto& entry : at) {
             if (std::find(keys.begin(), keys.end(), text(entry.first)) == keys.end()) {
                 complain(entry.first,
@@ -75,7 +79,7 @@ private:
         checkKeys(at, {"cert_file", "key_file", "client_ca_file", "client_auth_type"});
         const auto file = [&](const char* key) {
             const std::filesystem::path name = text(at[key]);
-            return contentOf((std::filesystem::path(path).parent_path() / name).string());
+            return monitor::contentOf((std::filesystem::path(path).parent_path() / name).string());
         };
         if (!at["cert_file"] || !at["key_file"]) {
             complain(at, "expected the keys cert_file and key_file");
@@ -104,7 +108,7 @@ private:
 }  // namespace
 
 WebConfig readWebConfig(const std::string& path) {
-    const std::string text = contentOf(path);
+    const std::string text = monitor::contentOf(path);
     try {
         return Reader(path).read(YAML::Load(text));
     } catch (const YAML::Exception& error) {

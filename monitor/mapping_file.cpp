@@ -10,7 +10,6 @@
 #include <functional>
 #include <initializer_list>
 #include <optional>
-#include <sstream>
 #include <string_view>
 
 #include "glob.h"
@@ -355,16 +354,22 @@ MappingFile parseMapping(const std::string& text, const std::string& name, const
     }
 }
 
-MappingFile readMappingFile(const std::string& path, const MappingChecks& checks) {
+std::string contentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (!file || !(text << file.rdbuf())) {
-        throw MappingFileError(path + ": cannot be read, or is empty");
+    std::string text(LONGEST_FILE + 1, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (!file.is_open() || file.bad()) {
+        throw MappingFileError(path + ": cannot be read");
     }
-    if (text.str().size() > LONGEST_FILE) {
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    if (text.size() > LONGEST_FILE) {
         throw MappingFileError(path + ": is larger than 4 MiB");
     }
-    return parseMapping(text.str(), path, checks);
+    return text;
+}
+
+MappingFile readMappingFile(const std::string& path, const MappingChecks& checks) {
+    return parseMapping(contentOf(path), path, checks);
 }
 
 }  // namespace monitor

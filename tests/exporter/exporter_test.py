@@ -427,6 +427,12 @@ modules:
                 file.write('allow: [nothing]\n')
             self.assertEqual(run().returncode, 1)
             self.assertRegex(run().stdout, r"c\.yml:\d+:\d+: 'nothing' is not an address, a network")
+            pathlib.Path(path).write_text('', encoding='ascii')
+            self.assertEqual(run('--web.config.file', path).stdout, 'The configuration is right.\n')
+            self.assertIn(f'{directory}: cannot be read', run('--web.config.file', directory).stdout)
+            twice = pathlib.Path(directory, 'w.yml')
+            twice.write_text('basic_auth_users:\n' + f'  a: {"$2y$04$" + 53 * "a"}\n' * 2, encoding='ascii')
+            self.assertIn("w.yml:3:3: 'a' is there twice", run('--web.config.file', twice).stdout)
 
 
     def test_a_proposed_file_makes_the_same_metrics_everywhere(self):
