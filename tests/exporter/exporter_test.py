@@ -446,6 +446,9 @@ modules:
                 self.assertIn(line, proposed)
             self.assertRegex(proposed, r'{match: "conn.state", type: stateset, name: gateway_conn_state, states: \["[A-Z]+"')
             self.assertEqual(proposed.count('- {match: '), 150)
+            # What grew for a while is no counter by that alone.
+            self.assertIn('{match: "daemon.uptime.seconds", type: gauge, name: gateway_daemon_uptime_seconds}', proposed)
+            self.assertEqual(re.findall('match: "(.*)", type: counter', proposed), re.findall('match: "(.*[.]total)", type: counter', proposed))
             with open(path, 'w', encoding='ascii') as file:
                 file.write(proposed)
             shown = subprocess.run([*zulstat, '--map', path, '-o', 'openmetrics', 'stats'], env=ENVIRONMENT, text=True,
