@@ -580,6 +580,22 @@ class Documents(unittest.TestCase):
             file.flush()
             subprocess.run([EXPORTER, '--dry-run', '--config.file', file.name], stdout=subprocess.DEVNULL, check=True)
 
+    def test_the_unit_is_installed_and_as_the_page_says(self):
+        with tempfile.TemporaryDirectory() as prefix:
+            subprocess.run(['cmake', f'-DCMAKE_INSTALL_PREFIX={prefix}', '-P', pathlib.Path(EXPORTER).with_name('cmake_install.cmake')],
+                           stdout=subprocess.DEVNULL, check=True)
+            unit = pathlib.Path(prefix, 'lib/systemd/system/zulstat-exporter.service')
+            program = re.search('^ExecStart=(.*?) ', unit.read_text(), re.M)[1]
+            self.assertTrue(program.startswith(prefix) and os.access(program, os.X_OK), program)
+            self.assertEqual({path.name for path in pathlib.Path(prefix, 'share/zulstats/prometheus').iterdir()},
+                             {'prometheus.yml', 'zulstat-rules.yml', 'dashboard.json'})
+            if shutil.which('systemd-analyze'):
+                said = subprocess.run(['systemd-analyze', 'security', '--offline=true', '--no-pager', unit], text=True, check=True,
+                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+                page = (self.ROOT / 'docs/man/zulstat-exporter.1.scd').read_text()
+                exposure = 'exposure level for zulstat-exporter.service: ([0-9.]+)'
+                self.assertLessEqual(float(re.search(exposure, said)[1]), float(re.search(exposure, page)[1]))
+
     @unittest.skipUnless(shutil.which('promtool'), 'needs promtool (Debian: prometheus)')
     def test_rules_and_configuration_of_prometheus(self):
         for words in (['check', 'config', 'prometheus.yml'], ['test', 'rules', 'zulstat-rules-test.yml']):
