@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <fmt/format.h>
 #include <gnutls/gnutls.h>
-#include <gnutls/x509.h>
 #include <microhttpd.h>
 #include <netdb.h>
 #include <poll.h>
@@ -21,9 +20,6 @@
 namespace exporter {
 
 namespace {
-
-// In GnuTLS' words: TLS 1.2 at least.
-constexpr const char* TLS_PRIORITIES = "NORMAL:-VERS-TLS1.0:-VERS-TLS1.1";
 
 std::string addressText(const sockaddr* address) {
     std::array<char, NI_MAXHOST> text{};
@@ -80,9 +76,9 @@ HttpResponse plain(unsigned status, const std::string& text) {
 
 class HttpServer::Impl {
 public:
-    Impl(const monitor::Target& address, const HttpLimits& given, const std::optional<TlsFiles>& files,
-         Authenticator& by, HttpHandler use)
-        : limits(given), authenticator(by), handler(std::move(use)), tls(files) {
+    Impl(const monitor::Target& address, const HttpLimits& given, std::shared_ptr<const Tls> by, Authenticator& asking,
+         HttpHandler use)
+        : limits(given), authenticator(asking), tls(by), handler(std::move(use)), firstTls(std::move(by)) {
         const int listener = listenAt(address);
         unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME;
         std::vector<MHD_OptionItem> options = {
@@ -95,21 +91,17 @@ public:
             {MHD_OPTION_NOTIFY_CONNECTION, reinterpret_cast<intptr_t>(&Impl::onConnection), this},
         };
         if (tls) {
+            // It insists on a pair; sessions have what Tls gives them.
             flags |= MHD_USE_TLS;
-            options.push_back({MHD_OPTION_HTTPS_PRIORITIES, 0, const_cast<char*>(TLS_PRIORITIES)});
-            options.push_back({MHD_OPTION_HTTPS_MEM_CERT, 0, tls->certificate.data()});
-            options.push_back({MHD_OPTION_HTTPS_MEM_KEY, 0, tls->key.data()});
-            if (!tls->clientAuthority.empty()) {
-                options.push_back({MHD_OPTION_HTTPS_MEM_TRUST, 0, tls->clientAuthority.data()});
-            }
+            options.push_back({MHD_OPTION_HTTPS_MEM_CERT, 0, const_cast<char*>(tls->settings().certificate.c_str())});
+            options.push_back({MHD_OPTION_HTTPS_MEM_KEY, 0, const_cast<char*>(tls->settings().key.c_str())});
         }
         options.push_back({MHD_OPTION_END, 0, nullptr});
         daemon = MHD_start_daemon(flags, 0, &Impl::onAccept, this, &Impl::onRequest, this, MHD_OPTION_ARRAY,
                                   options.data(), MHD_OPTION_END);
         if (daemon == nullptr) {
             close(listener);
-            throw std::runtime_error(fmt::format("cannot serve at {}{}", targetText(address),
-                                                 tls ? ": certificate and key do not fit, or are none" : ""));
+            throw std::runtime_error("cannot serve at " + targetText(address));
         }
         epoll = MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
         sockaddr_storage own{};
@@ -135,6 +127,7 @@ public:
 
     void step() {
         again = false;
+        unused.clear();
         MHD_run(daemon);
     }
 
@@ -191,6 +184,8 @@ public:
     const HttpLimits limits;
     MHD_Daemon* daemon = nullptr;
     Authenticator& authenticator;
+    std::shared_ptr<const Tls> tls;  // of new connections
+    Headers headers;
     int epoll = -1;
     int listeningPort = 0;
     HttpCounts counters;
@@ -203,6 +198,7 @@ public:
         bool active = false;  // a request is being answered
         bool ended = false;
         std::optional<Clock::time_point> until{};  // of the answer on its way
+        std::shared_ptr<const Tls> tls{};
     };
     std::map<MHD_Connection*, Connection> open;
 
@@ -244,6 +240,10 @@ private:
             added.client =
                 addressText(MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
             added.since = Clock::now();
+            if (server.tls) {
+                added.tls = server.tls;
+                added.tls->prepare(sessionOf(connection));
+            }
             ++server.perClient[added.client];
             ++server.counters.connections;
             return;
@@ -254,6 +254,7 @@ private:
             if (--count->second == 0) {
                 server.perClient.erase(count);
             }
+            server.unused.push_back(std::move(gone->second.tls));
             server.open.erase(gone);
         }
     }
@@ -294,6 +295,11 @@ private:
         }
     }
 
+    static gnutls_session_t sessionOf(MHD_Connection* connection) {
+        const auto* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+        return static_cast<gnutls_session_t>(info->tls_session);
+    }
+
     static std::string header(MHD_Connection* connection, const char* name) {
         const char* const value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
         return value == nullptr ? "" : value;
@@ -323,7 +329,8 @@ private:
             request.response = plain(503, "The exporter ends.");
         }
         if (!request.response && !request.asked) {
-            if (!clientVerified(request.connection)) {
+            const std::shared_ptr<const Tls>& own = open[request.connection].tls;
+            if (own && !own->accepts(sessionOf(request.connection))) {
                 request.response = plain(403, "A certificate of the client is missing, or is not accepted.");
             } else if (authenticator.needed()) {
                 const std::optional<bool> authorized = authorize(request);
@@ -371,22 +378,6 @@ private:
         return false;
     }
 
-    bool clientVerified(MHD_Connection* connection) const {
-        if (!tls || tls->clientAuthority.empty()) {
-            return true;
-        }
-        const auto* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
-        auto* const session = static_cast<gnutls_session_t>(info->tls_session);
-        unsigned count = 0;
-        if (gnutls_certificate_get_peers(session, &count) == nullptr || count == 0) {
-            return !tls->clientRequired;
-        }
-        std::string purpose = GNUTLS_KP_TLS_WWW_CLIENT;
-        gnutls_typed_vdata_st wanted = {GNUTLS_DT_KEY_PURPOSE_OID, reinterpret_cast<unsigned char*>(purpose.data()), 0};
-        unsigned status = 0;
-        return gnutls_certificate_verify_peers(session, &wanted, 1, &status) == GNUTLS_E_SUCCESS && status == 0;
-    }
-
     MHD_Result queue(Request& request) {
         HttpResponse& answer = *request.response;
         MHD_Response* const response =
@@ -399,6 +390,11 @@ private:
         for (const auto& [name, value] : answer.headers) {
             MHD_add_response_header(response, name.c_str(), value.c_str());
         }
+        for (const auto& [name, value] : headers) {
+            if (MHD_get_response_header(response, name.c_str()) == nullptr) {
+                MHD_add_response_header(response, name.c_str(), value.c_str());
+            }
+        }
         if (ending) {
             MHD_add_response_header(response, "Connection", "close");
         }
@@ -408,7 +404,8 @@ private:
     }
 
     HttpHandler handler;
-    std::optional<TlsFiles> tls;
+    const std::shared_ptr<const Tls> firstTls;       // whose texts the daemon keeps
+    std::vector<std::shared_ptr<const Tls>> unused;  // by connections that are being ended
     std::map<std::uint64_t, std::unique_ptr<Request>> requests;
     std::map<std::string, unsigned> perClient;
     std::uint64_t lastId = 0;
@@ -416,12 +413,20 @@ private:
     bool ending = false;
 };
 
-HttpServer::HttpServer(const monitor::Target& address, const HttpLimits& limits, const std::optional<TlsFiles>& tls,
+HttpServer::HttpServer(const monitor::Target& address, const HttpLimits& limits, std::shared_ptr<const Tls> tls,
                        Authenticator& authenticator, HttpHandler handler)
-    : impl(std::make_unique<Impl>(address, limits, tls, authenticator, std::move(handler))) {
+    : impl(std::make_unique<Impl>(address, limits, std::move(tls), authenticator, std::move(handler))) {
 }
 
 HttpServer::~HttpServer() = default;
+
+void HttpServer::setTls(std::shared_ptr<const Tls> tls) {
+    impl->tls = std::move(tls);
+}
+
+void HttpServer::setHeaders(Headers headers) {
+    impl->headers = std::move(headers);
+}
 
 int HttpServer::port() const {
     return impl->listeningPort;

@@ -12,6 +12,7 @@
 #include "auth.h"
 #include "monitor/schedule.h"
 #include "request.h"
+#include "tls.h"
 
 namespace exporter {
 
@@ -27,11 +28,13 @@ struct HttpRequest {
     std::string client;         // its address
 };
 
+using Headers = std::vector<std::pair<std::string, std::string>>;
+
 struct HttpResponse {
     unsigned status = 200;
     std::string type = "text/plain; charset=utf-8";
     std::string body;
-    std::vector<std::pair<std::string, std::string>> headers;
+    Headers headers;
     // When the client is to have it; the connection of a slower one is closed. In any case there is requestSeconds.
     std::optional<Clock::time_point> until{};
 };
@@ -52,13 +55,6 @@ struct HttpCounts {
     std::uint64_t unauthorized = 0;
 };
 
-struct TlsFiles {
-    std::string certificate;  // contents, PEM
-    std::string key;
-    std::string clientAuthority;  // empty: clients need no certificate
-    bool clientRequired = false;  // one that is there is verified in any case
-};
-
 // Nothing where answer() is called later.
 using HttpHandler = std::function<std::optional<HttpResponse>(const HttpRequest&)>;
 
@@ -66,13 +62,18 @@ using HttpHandler = std::function<std::optional<HttpResponse>(const HttpRequest&
 // until nextWake(), then call step().
 class HttpServer {
 public:
-    // Throws std::runtime_error where it cannot listen at the address. The authenticator outlives it; without users
-    // everybody may ask.
-    HttpServer(const monitor::Target& address, const HttpLimits& limits, const std::optional<TlsFiles>& tls,
+    // Throws std::runtime_error where it cannot listen at the address. Without `tls` there is none. The authenticator
+    // outlives it; without users everybody may ask.
+    HttpServer(const monitor::Target& address, const HttpLimits& limits, std::shared_ptr<const Tls> tls,
                Authenticator& authenticator, HttpHandler handler);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
+
+    // For connections that come from now on. Only where there was TLS from the start.
+    void setTls(std::shared_ptr<const Tls> tls);
+    // Headers of every answer that does not have them itself.
+    void setHeaders(Headers headers);
 
     int port() const;
     int descriptor() const;

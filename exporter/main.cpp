@@ -92,6 +92,7 @@ public:
         context.reload = [this](std::string& why) { return reload(why); };
         server = std::make_unique<HttpServer>(options.listenAddress, options.http, web.tls, users,
                                               [this](const HttpRequest& request) { return handle(context, request); });
+        server->setHeaders(web.headers);
         context.server = server.get();
         announce();
         Clock::time_point nextTidy = Clock::now() + tidyEvery;
@@ -160,10 +161,17 @@ private:
         if (!options.webConfigFile.empty()) {
             read = readWebConfig(options.webConfigFile);
         }
+        if (server && (read.tls == nullptr) != (web.tls == nullptr)) {
+            throw std::runtime_error(options.webConfigFile + ": TLS is turned on and off by a new start only");
+        }
         config = std::move(file);
         configText = std::move(text);
         web = std::move(read);
         users.setUsers(web.users);
+        if (server) {
+            server->setTls(web.tls);
+            server->setHeaders(web.headers);
+        }
         targets.configure(config, Clock::now());
         state.reloadTime = wallTime();
     }

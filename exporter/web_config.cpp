@@ -24,9 +24,15 @@ public:
 
     WebConfig read(const YAML::Node& root) const {
         WebConfig config;
-        checkKeys(root, {"tls_server_config", "basic_auth_users"});
+        checkKeys(root, {"tls_server_config", "http_server_config", "basic_auth_users"});
         if (const YAML::Node tls = root["tls_server_config"]) {
             config.tls = readTls(tls);
+        }
+        if (const YAML::Node http = root["http_server_config"]) {
+            checkKeys(http, {"headers"});
+            if (const YAML::Node headers = http["headers"]) {
+                config.headers = readHeaders(headers);
+            }
         }
         if (const YAML::Node users = root["basic_auth_users"]) {
             if (!users.IsMap()) {
@@ -75,8 +81,30 @@ private:
             }
         }
     }
-    TlsFiles readTls(const YAML::Node& at) const {
-        checkKeys(at, {"cert_file", "key_file", "client_ca_file", "client_auth_type"});
+    Headers readHeaders(const YAML::Node& at) const {
+        checkKeys(at, {"Content-Security-Policy", "Strict-Transport-Security", "X-Content-Type-Options",
+                       "X-Frame-Options", "X-XSS-Protection"});
+        Headers headers;
+        for (const auto& entry : at) {
+            const std::string value = text(entry.second);
+            if (value.empty() || std::any_of(value.begin(), value.end(), [](char c) { return c < ' ' || c > '~'; })) {
+                complain(entry.second, "expected a header's text: one line of ASCII");
+            }
+            headers.emplace_back(entry.first.Scalar(), value);
+        }
+        return headers;
+    }
+    int version(const YAML::Node& at) const {
+        const std::string word = text(at);
+        for (const int number : {0, 1, 2, 3}) {
+            if (word == fmt::format("TLS1{}", number)) {
+                return number;
+            }
+        }
+        complain(at, "expected TLS10, TLS11, TLS12 or TLS13");
+    }
+    std::shared_ptr<const Tls> readTls(const YAML::Node& at) const {
+        checkKeys(at, {"cert_file", "key_file", "client_ca_file", "client_auth_type", "min_version", "max_version"});
         const auto file = [&](const char* key) {
             const std::filesystem::path name = text(at[key]);
             return monitor::contentOf((std::filesystem::path(path).parent_path() / name).string());
@@ -84,7 +112,7 @@ private:
         if (!at["cert_file"] || !at["key_file"]) {
             complain(at, "expected the keys cert_file and key_file");
         }
-        TlsFiles tls;
+        TlsSettings tls;
         tls.certificate = file("cert_file");
         tls.key = file("key_file");
         if (at["client_ca_file"]) {
@@ -99,7 +127,20 @@ private:
             complain(at, "client_ca_file and a client_auth_type that verifies go together");
         }
         tls.clientRequired = wanted == "RequireAndVerifyClientCert";
-        return tls;
+        if (at["min_version"]) {
+            tls.least = version(at["min_version"]);
+        }
+        if (at["max_version"]) {
+            tls.most = version(at["max_version"]);
+        }
+        if (tls.least > tls.most) {
+            complain(at, "min_version, which is TLS12 by itself, is above max_version");
+        }
+        try {
+            return std::make_shared<const Tls>(std::move(tls));
+        } catch (const std::runtime_error& error) {
+            complain(at, error.what());
+        }
     }
 
     std::string path;

@@ -430,9 +430,13 @@ modules:
             pathlib.Path(path).write_text('', encoding='ascii')
             self.assertEqual(run('--web.config.file', path).stdout, 'The configuration is right.\n')
             self.assertIn(f'{directory}: cannot be read', run('--web.config.file', directory).stdout)
-            twice = pathlib.Path(directory, 'w.yml')
-            twice.write_text('basic_auth_users:\n' + f'  a: {"$2y$04$" + 53 * "a"}\n' * 2, encoding='ascii')
-            self.assertIn("w.yml:3:3: 'a' is there twice", run('--web.config.file', twice).stdout)
+            web = pathlib.Path(directory, 'w.yml')
+            pathlib.Path(directory, 'bad').write_text('no certificate', encoding='ascii')
+            for text, error in (('basic_auth_users:\n' + f'  a: {"$2y$04$" + 53 * "a"}\n' * 2, "3:3: 'a' is there twice"),
+                                ('tls_server_config: {cert_file: bad, key_file: bad}', '1:20: certificate and key do not fit, or are none'),
+                                ('http_server_config: {headers: {Server: x}}', "1:32: unknown key 'Server', expected Content-Security-Policy")):
+                web.write_text(text, encoding='ascii')
+                self.assertIn(f'w.yml:{error}', run('--web.config.file', web).stdout)
 
 
     def test_a_proposed_file_makes_the_same_metrics_everywhere(self):
@@ -489,10 +493,10 @@ class Access(unittest.TestCase):
     def tearDownClass(cls):
         cls.directory.cleanup()
 
-    def tls(self, client=None, version=None):
+    def tls(self, client=None, version=None, authority='server'):
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
         context.check_hostname = False
-        context.load_verify_locations(f'{self.directory.name}/server.pem')
+        context.load_verify_locations(f'{self.directory.name}/{authority}.pem')
         if client:
             context.load_cert_chain(f'{self.directory.name}/{client}.pem', f'{self.directory.name}/{client}.key')
         if version:
@@ -520,6 +524,11 @@ class Access(unittest.TestCase):
                 with self.subTest(headers):
                     self.assertEqual(exporter.ask(path, headers=headers)[0], status)
             self.assertIn('WWW-Authenticate', exporter.ask('/metrics')[1])
+            # A user that a reload takes away, although the password was found right.
+            exporter.write('w.yml', users.replace('reader', 'other'))
+            exporter.process.send_signal(signal.SIGHUP)
+            self.assertTrue(eventually(lambda: exporter.ask(path, headers=basic('reader:test'))[0] == 401))
+            self.assertEqual(exporter.ask(path, headers=basic('other:test'))[0], 200)
 
     def test_tls_with_and_without_certificates_of_clients(self):
         own = ''.join(f'  {key}: {self.directory.name}/server.{end}\n' for key, end in (('cert_file', 'pem'), ('key_file', 'key')))
@@ -534,6 +543,39 @@ class Access(unittest.TestCase):
                     with self.subTest(version), warnings.catch_warnings():
                         warnings.simplefilter('ignore', DeprecationWarning)
                         self.assertEqual(self.shakes(exporter, version), taken)
+
+    def test_the_web_configuration_is_read_again(self):
+        pair = 'tls_server_config:\n' + ''.join(f'  {key}: {self.directory.name}/NAME.{end}\n' for key, end in (('cert_file', 'pem'), ('key_file', 'key')))
+        own = pair.replace('NAME', 'server')
+        user = 'basic_auth_users:\n  reader: "$2b$04$abcdefghijklmnopqrstuuJ3PGGpUFMVRCOqSNCbBLJnCmV2n3/S2"\n'
+        with Exporter('--web.config.file', 'DIR/w.yml', '--web.enable-lifecycle', files={'w.yml': own}) as exporter:
+            def ask(path='/', method='GET', name='server', **more):
+                return exporter.ask(path, method, context=self.tls(authority=name, **more))
+            kept = http.client.HTTPSConnection('127.0.0.1', exporter.port, timeout=10, context=self.tls())
+            kept.request('GET', '/-/healthy')
+            kept.getresponse().read()
+            headers = 'http_server_config: {headers: {X-Frame-Options: deny, Content-Security-Policy: "default-src *"}}\n'
+            exporter.write('w.yml', pair.replace('NAME', 'stranger') + '  max_version: TLS12\n' + headers)
+            self.assertEqual(ask('/-/reload', 'POST')[0], 200)
+            with self.assertRaises(ssl.SSLError):
+                ask()
+            answer = ask(name='stranger')
+            self.assertEqual((answer[0], answer[1]['X-Frame-Options']), (200, 'deny'))
+            self.assertEqual(len(answer[1].get_all('Content-Security-Policy')), 1)
+            self.assertIn("default-src 'none'", answer[1]['Content-Security-Policy'])
+            self.assertEqual(ask('/metrics', name='stranger')[1]['Content-Security-Policy'], 'default-src *')
+            with self.assertRaises(ssl.SSLError):
+                ask(name='stranger', version=ssl.TLSVersion.TLSv1_3)
+            kept.request('GET', '/-/healthy')  # on its former certificate
+            self.assertEqual(kept.getresponse().read(), b'zulstat-exporter is healthy.\n')
+            kept.close()
+            # What is wrong changes nothing, nor can TLS be turned off.
+            for text in (own.replace('server.key', 'client.key'), user, own + '  min_version: TLS9\n'):
+                exporter.write('w.yml', text)
+                self.assertEqual(ask('/-/reload', 'POST', name='stranger')[0], 500)
+            exporter.write('w.yml', pair.replace('NAME', 'stranger') + user)
+            self.assertEqual(ask('/-/reload', 'POST', name='stranger')[0], 200)
+            self.assertEqual(ask(name='stranger')[0], 401)
 
 
 class Demo(unittest.TestCase):
