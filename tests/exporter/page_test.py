@@ -5,9 +5,12 @@
 
 With PICTURE the page is drawn there too.
 """
+import html
 import html.parser
+import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -46,6 +49,28 @@ def browse(directory, *words):
                            *words], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, timeout=100, check=True).stdout
 
 
+MEASURE = '''<script>
+const look = element => element && getComputedStyle(element).color;
+addEventListener("load", () => parent.postMessage(JSON.stringify({
+    wide: document.documentElement.scrollWidth, room: document.documentElement.clientWidth,
+    text: look(document.body), link: look(document.querySelector("a")), bad: look(document.querySelector(".down"))}), "*"));
+</script>'''
+
+
+def measure(directory, port, width, *words):
+    """The page in a frame as wide as that: how much it takes, and its colours. Its own rules let no script in."""
+    page = ask(port, '/').replace('<link rel="stylesheet" href="/style.css">', f'<style>{ask(port, "/style.css")}</style>{MEASURE}')
+    path = pathlib.Path(directory, 'frame.html')
+    path.write_text(f'<!DOCTYPE html><iframe style="border: 0; width: {width}px; height: 800px" srcdoc="{html.escape(page)}"></iframe>'
+                    '<script>addEventListener("message", event => document.body.textContent = event.data);</script>', encoding='utf-8')
+    dom = browse(directory, '--virtual-time-budget=10000', *words, '--dump-dom', path.as_uri())
+    return json.loads(re.search('<body>(.*)</body>', html.unescape(dom), re.S)[1])
+
+
+def brightness(colour):
+    return sum(int(part) for part in re.findall(r'\d+', colour)[:3])
+
+
 def main():
     with tempfile.TemporaryDirectory() as directory:
         sim = Gateways(46, '--fault', '3/invoke:element-rc=-7,element-index=2:always', '--fault', '5/get-attribute:close-after=0:always',
@@ -73,6 +98,12 @@ def main():
             assert elements.tags.count('tr') == 51, elements.tags.count('tr')
             assert '&lt;img src=x onerror=alert(1)&gt;' in dom
             assert '\u202e' not in dom
+            for width in (360, 768, 1280):
+                found = measure(directory, port, width)
+                assert found['wide'] <= found['room'] == width, found
+                assert brightness(found['text']) < 200 and brightness(found['bad']) < 400, found
+            dark = measure(directory, port, 360, '--blink-settings=preferredColorScheme=0')
+            assert min(brightness(dark[what]) for what in ('text', 'link', 'bad')) > 400, dark
             for text in ('cannot connect to 127.0.0.1:1:', 'no-such-host.invalid', 'no answer from', 'Is the Gateway running'):
                 assert text in dom, text
             if len(sys.argv) > 4:
