@@ -1,5 +1,6 @@
 #include "handler.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <nlohmann/json.hpp>
@@ -35,8 +36,10 @@ Answer probe(HandlerContext& context, const HttpRequest& request) {
             return plain(400, "The header X-Prometheus-Scrape-Timeout-Seconds is no number above 0.");
         }
     }
-    const double seconds =
-        probeSeconds(timeout, context.timeoutOffset, context.targets.moduleDeadline(parameters.module));
+    // What is left for the request is a time-out too.
+    const double rest = std::max(std::chrono::duration<double>(request.until - Clock::now()).count(), 0.0);
+    const double seconds = probeSeconds(std::min(timeout.value_or(rest), rest), context.timeoutOffset,
+                                        context.targets.moduleDeadline(parameters.module));
     const bool debug = parameters.debug;
     const MetricsFormat format = formatAccepted(request.accept);
     const std::uint64_t id = request.id;

@@ -319,6 +319,8 @@ private:
         state.active = true;
         ++state.requests;
         request->request.client = state.client;
+        request->request.until = state.since + std::chrono::duration_cast<Clock::duration>(
+                                                   std::chrono::duration<double>(limits.requestSeconds));
         Request* const raw = request.get();
         requests.emplace(lastId, std::move(request));
         return raw;

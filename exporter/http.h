@@ -26,6 +26,8 @@ struct HttpRequest {
     std::string accept;
     std::string scrapeTimeout;  // header X-Prometheus-Scrape-Timeout-Seconds; empty: none
     std::string client;         // its address
+    // When its time is over, and the connection is closed.
+    monitor::Clock::time_point until{};
 };
 
 using Headers = std::vector<std::pair<std::string, std::string>>;

@@ -673,6 +673,8 @@ class Trouble(unittest.TestCase):
                 began = time.monotonic()
                 self.assertEqual(series(exporter.probe(sim.targets[0]))[f'zulstat_up{{target="{sim.targets[0]}"}}'], '1')
                 self.assertLess(time.monotonic() - began, 2)
+            silent, waiting = socket.create_server(('127.0.0.1', 0)), http.client.HTTPConnection('127.0.0.1', exporter.port, timeout=10)
+            waiting.request('GET', f'/probe?target=127.0.0.1:{silent.getsockname()[1]}')
             idle = []
             for count in range(1000):
                 client = socket.socket()
@@ -695,7 +697,8 @@ class Trouble(unittest.TestCase):
             scrapes()
             self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_connections_ended_total{reason="client"}') == 100))
             self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_connections_ended_total{reason="time"}') >= 1000))
-            for client in idle + extra:
+            self.assertIn('kind="deadline"', waiting.getresponse().read().decode())  # within the time of the request
+            for client in (*idle, *extra, silent, waiting):
                 client.close()
 
     def test_an_answer_that_nobody_takes_ends_with_its_deadline(self):
