@@ -67,6 +67,16 @@ int listenAt(const monitor::Target& where) {
     return listener;
 }
 
+// "http://host/path" is "/path".
+std::string pathOf(std::string_view url) {
+    const std::size_t scheme = url.find("://");
+    if (url.starts_with('/') || scheme == std::string_view::npos) {
+        return std::string(url);
+    }
+    const std::size_t path = url.find('/', scheme + 3);
+    return path == std::string_view::npos ? "/" : std::string(url.substr(path));
+}
+
 // An answer that is made without asking anybody.
 HttpResponse plain(unsigned status, const std::string& text) {
     return {status, "text/plain; charset=utf-8", text + "\n", {}};
@@ -272,8 +282,10 @@ private:
         }
     }
 
-    static MHD_Result onArgument(void* arguments, MHD_ValueKind, const char* key, const char* value) {
-        static_cast<Arguments*>(arguments)->emplace(key, value == nullptr ? "" : value);
+    static MHD_Result onArgument(void* arguments, MHD_ValueKind, const char* key, std::size_t keySize,
+                                 const char* value, std::size_t valueSize) {
+        static_cast<Arguments*>(arguments)->emplace(std::string(key, keySize),
+                                                    value == nullptr ? "" : std::string(value, valueSize));
         return MHD_YES;
     }
 
@@ -310,8 +322,8 @@ private:
         request->connection = connection;
         request->request.id = ++lastId;
         request->request.method = method;
-        request->request.path = url;
-        MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, &Impl::onArgument, &request->request.arguments);
+        request->request.path = pathOf(url);
+        MHD_get_connection_values_n(connection, MHD_GET_ARGUMENT_KIND, &Impl::onArgument, &request->request.arguments);
         request->request.accept = header(connection, "Accept");
         request->request.scrapeTimeout = header(connection, "X-Prometheus-Scrape-Timeout-Seconds");
         Connection& state = open[connection];

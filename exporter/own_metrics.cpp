@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <fstream>
 
 #include "monitor/codes.h"
@@ -150,6 +151,9 @@ std::string ownMetrics(MetricsFormat format, const Targets& targets, const HttpS
     limit("client-connections", limits.connectionsPerClient);
     limit("header-size", limits.headerSize);
     limit("request-time", limits.requestSeconds);
+    limit("idle-time", limits.idleSeconds);
+    limit("worker-idle-time", std::chrono::duration<double>(targets.limits().gateway.idle).count());
+    limit("worker-scrapes", targets.limits().gateway.scrapes);
     to.gauge("zulstat_exporter_reload_successful", "Whether the last reload of the configuration succeeded.",
              state.reloadSucceeded ? 1 : 0);
     to.gauge("zulstat_exporter_reload_success_timestamp_seconds",
