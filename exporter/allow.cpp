@@ -1,5 +1,7 @@
 #include "allow.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <charconv>
 
@@ -14,11 +16,11 @@ namespace {
 constexpr std::string_view LOOPBACK = "127.0.0.0/8 ::1";
 constexpr std::size_t LONGEST_HOST = 255;
 
-std::optional<int> parsePort(std::string_view text) {
+std::optional<int> parsePort(std::string_view text, int least = 1) {
     int port = 0;
     const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), port);
     const bool whole = error == std::errc() && rest == text.data() + text.size();
-    return whole && port >= 1 && port <= 65535 ? std::optional(port) : std::nullopt;
+    return whole && port >= least && port <= 65535 ? std::optional(port) : std::nullopt;
 }
 
 struct HostAndPort {
@@ -45,6 +47,25 @@ bool isHostCharacter(char c) {
            c == '_';
 }
 
+// Digits, dots and stars: an address in part.
+bool looksLikeAddresses(std::string_view glob) {
+    return glob.find_first_not_of("0123456789.*?") == std::string_view::npos &&
+           glob.find_first_of("0123456789") != std::string_view::npos;
+}
+
+// An address, or what the resolver takes for one without looking it up: "127.1", "0x7f000001".
+bool standsForAddress(const std::string& host) {
+    in_addr address{};
+    return parseAddress(host) || inet_aton(host.c_str(), &address) != 0;
+}
+
+std::string lower(std::string_view text) {
+    std::string small(text);
+    std::transform(small.begin(), small.end(), small.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return small;
+}
+
 }  // namespace
 
 std::optional<Target> parseTarget(std::string_view text) {
@@ -61,6 +82,12 @@ std::optional<Target> parseTarget(std::string_view text) {
     return port && fits ? std::optional(Target{std::string(split->host), *port}) : std::nullopt;
 }
 
+std::optional<Target> parseListenAddress(std::string_view text) {
+    const std::optional<HostAndPort> split = splitPort(text);
+    const std::optional<int> port = split ? parsePort(split->port, 0) : std::nullopt;
+    return port ? std::optional(Target{std::string(split->host), *port}) : std::nullopt;
+}
+
 std::optional<AllowList::Word> AllowList::parse(const std::string& text) {
     if (const std::optional<Network> network = parseNetwork(text)) {
         return Word{text, network, 0};
@@ -74,10 +101,10 @@ std::optional<AllowList::Word> AllowList::parse(const std::string& text) {
         return std::nullopt;
     }
     const std::optional<Network> network = parseNetwork(split->host);
-    const bool isGlob = !split->brackets && std::all_of(split->host.begin(), split->host.end(), [](char c) {
-        return isHostCharacter(c) || c == '*' || c == '?';
-    });
-    return network || isGlob ? std::optional(Word{std::string(split->host), network, *port}) : std::nullopt;
+    const bool isGlob = !split->brackets && !looksLikeAddresses(split->host) &&
+                        std::all_of(split->host.begin(), split->host.end(),
+                                    [](char c) { return isHostCharacter(c) || c == '*' || c == '?'; });
+    return network || isGlob ? std::optional(Word{lower(split->host), network, *port}) : std::nullopt;
 }
 
 AllowList::AllowList(const std::vector<std::string>& words) {
@@ -90,13 +117,15 @@ AllowList::AllowList(const std::vector<std::string>& words) {
 
 std::optional<std::string> AllowList::networksFor(const Target& target) const {
     std::string networks(LOOPBACK);
+    const std::string host = lower(target.host);
+    const bool isName = !standsForAddress(target.host);
     for (const Word& word : allowed) {
         if (word.port != 0 && word.port != target.port) {
             continue;
         }
         if (word.network) {
             networks += " " + word.host;
-        } else if (matchGlob(word.host, target.host)) {
+        } else if (isName && matchGlob(word.host, host)) {
             return std::string();
         }
     }
@@ -105,6 +134,10 @@ std::optional<std::string> AllowList::networksFor(const Target& target) const {
 }
 
 std::string wordExpected(const std::string& text) {
+    if (const std::optional<HostAndPort> split = splitPort(text);
+        split && looksLikeAddresses(split->host) && split->host.find_first_of("*?") != std::string::npos) {
+        return "a glob of host names: for addresses write a network, such as 10.0.0.0/8:7531";
+    }
     return AllowList::parse(text)
                ? ""
                : "an address, a network such as 10.0.0.0/8, or a host name or glob with a port, such "

@@ -14,9 +14,12 @@ namespace exporter {
 // "host:port" with a host name or an address, "[address]:port" for an IPv6 one; nothing for another text.
 std::optional<monitor::Target> parseTarget(std::string_view text);
 
+// Where to listen: as a target, but with port 0 for any free one, and an empty host for every address.
+std::optional<monitor::Target> parseListenAddress(std::string_view text);
+
 // What a target may be that nobody configured: loopback addresses, and what the words say. A word is an address or a
 // network, with a port or without, or a glob of host names with a port: "10.0.0.0/8", "[2001:db8::/32]:7531",
-// "gw*.example.org:7531", "gw1:*".
+// "gw*.example.org:7531", "gw1:*". Globs are for names in any case, and for no address in whatever spelling.
 class AllowList {
 public:
     AllowList() = default;
@@ -29,7 +32,7 @@ public:
 
 private:
     struct Word {
-        std::string host;  // glob or network
+        std::string host;  // glob, in small letters, or network
         std::optional<monitor::Network> network;
         int port = 0;  // 0: any
     };

@@ -9,6 +9,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -17,6 +18,11 @@ namespace exporter {
 
 // Whether a password is the one of a bcrypt hash, by crypt(3); the comparison takes the same time wherever they differ.
 bool passwordMatches(const std::string& password, const std::string& hash);
+
+// Whether the text is a bcrypt hash, with a cost of 04 to 31.
+bool isBcryptHash(std::string_view text);
+// A hash of no password that anybody knows, with the highest cost of those of the users.
+std::string nobodysHash(const std::map<std::string, std::string>& users);
 
 // Checks passwords in a thread of its own, as that takes long on purpose. Results that were right are remembered.
 // Members are called from one thread; none of them waits but the destructor, for one check.
@@ -35,7 +41,7 @@ public:
         return !users.empty();
     }
     // `later`: finished() has the id after descriptor() became readable, and the answer is then another one. An unknown
-    // user takes as long as a wrong password.
+    // user takes as long as a wrong password of the user whose hash takes longest.
     Answer check(std::uint64_t id, const std::string& user, const std::string& password);
     int descriptor() const {
         return event;
@@ -59,6 +65,7 @@ private:
     void work();
 
     std::map<std::string, std::string> users;
+    std::string nobody;  // the hash for users that are not there
     std::string key;
     std::set<std::string> right;
     std::map<std::uint64_t, bool> answers;  // of ids that finished() has told

@@ -1,5 +1,6 @@
 #include "handler.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <nlohmann/json.hpp>
@@ -35,8 +36,10 @@ Answer probe(HandlerContext& context, const HttpRequest& request) {
             return plain(400, "The header X-Prometheus-Scrape-Timeout-Seconds is no number above 0.");
         }
     }
-    const double seconds =
-        probeSeconds(timeout, context.timeoutOffset, context.targets.moduleDeadline(parameters.module));
+    // What is left for the request is a time-out too.
+    const double rest = std::max(std::chrono::duration<double>(request.until - Clock::now()).count(), 0.0);
+    const double seconds = probeSeconds(std::min(timeout.value_or(rest), rest), context.timeoutOffset,
+                                        context.targets.moduleDeadline(parameters.module));
     const bool debug = parameters.debug;
     const MetricsFormat format = formatAccepted(request.accept);
     const std::uint64_t id = request.id;
@@ -44,9 +47,9 @@ Answer probe(HandlerContext& context, const HttpRequest& request) {
                                         std::chrono::duration<double>(seconds + context.timeoutOffset));
     const auto answer = [&context, id, format, debug, end](ProbeResult& result, Mapper& mapper) {
         HttpResponse response;
-        // What a name resolved to shows only while it is probed.
+        // What a name resolved to shows only while it is probed; to which addresses, in the log.
         if (result.failure && result.failure->kind == FailureKind::forbidden) {
-            response = plain(403, result.failureText());
+            response = plain(403, NOT_ALLOWED);
         } else if (debug) {
             response.body = probeDebug(result, mapper);
         } else {
@@ -57,7 +60,7 @@ Answer probe(HandlerContext& context, const HttpRequest& request) {
         context.server->answer(id, std::move(response));
     };
     const std::optional<Refusal> refusal =
-        context.targets.probe(parameters.target, parameters.module, Clock::now(), seconds, answer);
+        context.targets.probe(parameters.target, parameters.module, Clock::now(), seconds, answer, id);
     return refusal ? Answer(plain(refusal->status, refusal->why)) : std::nullopt;
 }
 

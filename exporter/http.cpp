@@ -5,6 +5,7 @@
 #include <gnutls/gnutls.h>
 #include <microhttpd.h>
 #include <netdb.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -26,23 +27,16 @@ std::string addressText(const sockaddr* address) {
     return getnameinfo(address, size, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST) == 0 ? text.data() : "";
 }
 
-// A socket that listens at host:port.
-int listenAt(const std::string& where) {
-    const std::size_t colon = where.rfind(':');
-    if (colon == std::string::npos) {
-        throw std::runtime_error(fmt::format("'{}' is not an address with a port, such as 127.0.0.1:9753", where));
-    }
-    std::string host = where.substr(0, colon);
-    if (host.starts_with('[') && host.ends_with(']')) {
-        host = host.substr(1, host.size() - 2);
-    }
+// A socket that listens there; without a host at every address.
+int listenAt(const monitor::Target& where) {
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
     addrinfo* list = nullptr;
-    const int rc = getaddrinfo(host.empty() ? nullptr : host.c_str(), where.c_str() + colon + 1, &hints, &list);
+    const int rc = getaddrinfo(where.host.empty() ? nullptr : where.host.c_str(), std::to_string(where.port).c_str(),
+                               &hints, &list);
     if (rc != 0) {
-        throw std::runtime_error(fmt::format("cannot listen at {}: {}", where, gai_strerror(rc)));
+        throw std::runtime_error(fmt::format("cannot listen at {}: {}", targetText(where), gai_strerror(rc)));
     }
     int listener = -1;
     int error = 0;
@@ -68,9 +62,19 @@ int listenAt(const std::string& where) {
     }
     freeaddrinfo(list);
     if (listener < 0) {
-        throw std::runtime_error(fmt::format("cannot listen at {}: {}", where, std::strerror(error)));
+        throw std::runtime_error(fmt::format("cannot listen at {}: {}", targetText(where), std::strerror(error)));
     }
     return listener;
+}
+
+// "http://host/path" is "/path".
+std::string pathOf(std::string_view url) {
+    const std::size_t scheme = url.find("://");
+    if (url.starts_with('/') || scheme == std::string_view::npos) {
+        return std::string(url);
+    }
+    const std::size_t path = url.find('/', scheme + 3);
+    return path == std::string_view::npos ? "/" : std::string(url.substr(path));
 }
 
 // An answer that is made without asking anybody.
@@ -82,9 +86,9 @@ HttpResponse plain(unsigned status, const std::string& text) {
 
 class HttpServer::Impl {
 public:
-    Impl(const std::string& address, const HttpLimits& given, const std::optional<TlsFiles>& files, Authenticator& by,
+    Impl(const monitor::Target& address, const HttpLimits& given, std::shared_ptr<const Tls> by, Authenticator& asking,
          HttpHandler use)
-        : limits(given), authenticator(by), handler(std::move(use)), tls(files) {
+        : limits(given), authenticator(asking), tls(by), handler(std::move(use)), firstTls(std::move(by)) {
         const int listener = listenAt(address);
         unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME;
         std::vector<MHD_OptionItem> options = {
@@ -97,20 +101,17 @@ public:
             {MHD_OPTION_NOTIFY_CONNECTION, reinterpret_cast<intptr_t>(&Impl::onConnection), this},
         };
         if (tls) {
+            // It insists on a pair; sessions have what Tls gives them.
             flags |= MHD_USE_TLS;
-            options.push_back({MHD_OPTION_HTTPS_MEM_CERT, 0, tls->certificate.data()});
-            options.push_back({MHD_OPTION_HTTPS_MEM_KEY, 0, tls->key.data()});
-            if (!tls->clientAuthority.empty()) {
-                options.push_back({MHD_OPTION_HTTPS_MEM_TRUST, 0, tls->clientAuthority.data()});
-            }
+            options.push_back({MHD_OPTION_HTTPS_MEM_CERT, 0, const_cast<char*>(tls->settings().certificate.c_str())});
+            options.push_back({MHD_OPTION_HTTPS_MEM_KEY, 0, const_cast<char*>(tls->settings().key.c_str())});
         }
         options.push_back({MHD_OPTION_END, 0, nullptr});
         daemon = MHD_start_daemon(flags, 0, &Impl::onAccept, this, &Impl::onRequest, this, MHD_OPTION_ARRAY,
                                   options.data(), MHD_OPTION_END);
         if (daemon == nullptr) {
             close(listener);
-            throw std::runtime_error(fmt::format("cannot serve at {}{}", address,
-                                                 tls ? ": certificate and key do not fit, or are none" : ""));
+            throw std::runtime_error("cannot serve at " + targetText(address));
         }
         epoll = MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
         sockaddr_storage own{};
@@ -121,13 +122,7 @@ public:
     }
 
     ~Impl() {
-        ending = true;
-        for (auto& [id, request] : requests) {
-            if (request->suspended) {
-                request->response = plain(503, "The exporter ends.");
-                resume(*request);
-            }
-        }
+        end();
         MHD_run(daemon);
         MHD_stop_daemon(daemon);
     }
@@ -142,6 +137,7 @@ public:
 
     void step() {
         again = false;
+        unused.clear();
         MHD_run(daemon);
     }
 
@@ -152,6 +148,14 @@ public:
         }
         found->second->response = std::move(response);
         resume(*found->second);
+    }
+
+    // go() makes the answers.
+    void end() {
+        ending = true;
+        for (auto& [id, request] : requests) {
+            resume(*request);
+        }
     }
 
     void authenticated() {
@@ -165,7 +169,7 @@ public:
         }
     }
 
-    void tidy(Clock::time_point at) {
+    std::vector<std::uint64_t> tidy(Clock::time_point at) {
         for (auto& [connection, state] : open) {
             const double allowed = state.requests > 0 && !state.active ? limits.idleSeconds : limits.requestSeconds;
             const bool late = state.until && at > *state.until;
@@ -176,11 +180,22 @@ public:
                 again = true;
             }
         }
+        // Of a suspended connection the daemon sees nothing.
+        std::vector<std::uint64_t> gone;
+        for (const auto& [id, request] : requests) {
+            pollfd socket = {open[request->connection].socket, POLLRDHUP, 0};
+            if (request->asked && request->suspended && poll(&socket, 1, 0) > 0) {
+                gone.push_back(id);
+            }
+        }
+        return gone;
     }
 
     const HttpLimits limits;
     MHD_Daemon* daemon = nullptr;
     Authenticator& authenticator;
+    std::shared_ptr<const Tls> tls;  // of new connections
+    Headers headers;
     int epoll = -1;
     int listeningPort = 0;
     HttpCounts counters;
@@ -193,6 +208,7 @@ public:
         bool active = false;  // a request is being answered
         bool ended = false;
         std::optional<Clock::time_point> until{};  // of the answer on its way
+        std::shared_ptr<const Tls> tls{};
     };
     std::map<MHD_Connection*, Connection> open;
 
@@ -234,6 +250,10 @@ private:
             added.client =
                 addressText(MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
             added.since = Clock::now();
+            if (server.tls) {
+                added.tls = server.tls;
+                added.tls->prepare(sessionOf(connection));
+            }
             ++server.perClient[added.client];
             ++server.counters.connections;
             return;
@@ -244,6 +264,7 @@ private:
             if (--count->second == 0) {
                 server.perClient.erase(count);
             }
+            server.unused.push_back(std::move(gone->second.tls));
             server.open.erase(gone);
         }
     }
@@ -261,8 +282,10 @@ private:
         }
     }
 
-    static MHD_Result onArgument(void* arguments, MHD_ValueKind, const char* key, const char* value) {
-        static_cast<Arguments*>(arguments)->emplace(key, value == nullptr ? "" : value);
+    static MHD_Result onArgument(void* arguments, MHD_ValueKind, const char* key, std::size_t keySize,
+                                 const char* value, std::size_t valueSize) {
+        static_cast<Arguments*>(arguments)->emplace(std::string(key, keySize),
+                                                    value == nullptr ? "" : std::string(value, valueSize));
         return MHD_YES;
     }
 
@@ -284,6 +307,11 @@ private:
         }
     }
 
+    static gnutls_session_t sessionOf(MHD_Connection* connection) {
+        const auto* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+        return static_cast<gnutls_session_t>(info->tls_session);
+    }
+
     static std::string header(MHD_Connection* connection, const char* name) {
         const char* const value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
         return value == nullptr ? "" : value;
@@ -294,8 +322,8 @@ private:
         request->connection = connection;
         request->request.id = ++lastId;
         request->request.method = method;
-        request->request.path = url;
-        MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, &Impl::onArgument, &request->request.arguments);
+        request->request.path = pathOf(url);
+        MHD_get_connection_values_n(connection, MHD_GET_ARGUMENT_KIND, &Impl::onArgument, &request->request.arguments);
         request->request.accept = header(connection, "Accept");
         request->request.scrapeTimeout = header(connection, "X-Prometheus-Scrape-Timeout-Seconds");
         Connection& state = open[connection];
@@ -303,14 +331,20 @@ private:
         state.active = true;
         ++state.requests;
         request->request.client = state.client;
+        request->request.until = state.since + std::chrono::duration_cast<Clock::duration>(
+                                                   std::chrono::duration<double>(limits.requestSeconds));
         Request* const raw = request.get();
         requests.emplace(lastId, std::move(request));
         return raw;
     }
 
     MHD_Result go(Request& request) {
+        if (ending && !request.response) {
+            request.response = plain(503, "The exporter ends.");
+        }
         if (!request.response && !request.asked) {
-            if (!clientVerified(request.connection)) {
+            const std::shared_ptr<const Tls>& own = open[request.connection].tls;
+            if (own && !own->accepts(sessionOf(request.connection))) {
                 request.response = plain(403, "A certificate of the client is missing, or is not accepted.");
             } else if (authenticator.needed()) {
                 const std::optional<bool> authorized = authorize(request);
@@ -358,20 +392,6 @@ private:
         return false;
     }
 
-    bool clientVerified(MHD_Connection* connection) const {
-        if (!tls || tls->clientAuthority.empty()) {
-            return true;
-        }
-        const auto* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
-        auto* const session = static_cast<gnutls_session_t>(info->tls_session);
-        unsigned count = 0;
-        if (gnutls_certificate_get_peers(session, &count) == nullptr || count == 0) {
-            return !tls->clientRequired;
-        }
-        unsigned status = 0;
-        return gnutls_certificate_verify_peers2(session, &status) == GNUTLS_E_SUCCESS && status == 0;
-    }
-
     MHD_Result queue(Request& request) {
         HttpResponse& answer = *request.response;
         MHD_Response* const response =
@@ -384,6 +404,11 @@ private:
         for (const auto& [name, value] : answer.headers) {
             MHD_add_response_header(response, name.c_str(), value.c_str());
         }
+        for (const auto& [name, value] : headers) {
+            if (MHD_get_response_header(response, name.c_str()) == nullptr) {
+                MHD_add_response_header(response, name.c_str(), value.c_str());
+            }
+        }
         if (ending) {
             MHD_add_response_header(response, "Connection", "close");
         }
@@ -393,7 +418,8 @@ private:
     }
 
     HttpHandler handler;
-    std::optional<TlsFiles> tls;
+    const std::shared_ptr<const Tls> firstTls;       // whose texts the daemon keeps
+    std::vector<std::shared_ptr<const Tls>> unused;  // by connections that are being ended
     std::map<std::uint64_t, std::unique_ptr<Request>> requests;
     std::map<std::string, unsigned> perClient;
     std::uint64_t lastId = 0;
@@ -401,12 +427,20 @@ private:
     bool ending = false;
 };
 
-HttpServer::HttpServer(const std::string& address, const HttpLimits& limits, const std::optional<TlsFiles>& tls,
+HttpServer::HttpServer(const monitor::Target& address, const HttpLimits& limits, std::shared_ptr<const Tls> tls,
                        Authenticator& authenticator, HttpHandler handler)
-    : impl(std::make_unique<Impl>(address, limits, tls, authenticator, std::move(handler))) {
+    : impl(std::make_unique<Impl>(address, limits, std::move(tls), authenticator, std::move(handler))) {
 }
 
 HttpServer::~HttpServer() = default;
+
+void HttpServer::setTls(std::shared_ptr<const Tls> tls) {
+    impl->tls = std::move(tls);
+}
+
+void HttpServer::setHeaders(Headers headers) {
+    impl->headers = std::move(headers);
+}
 
 int HttpServer::port() const {
     return impl->listeningPort;
@@ -432,8 +466,12 @@ void HttpServer::answer(std::uint64_t id, HttpResponse response) {
     impl->answer(id, std::move(response));
 }
 
-void HttpServer::tidy(Clock::time_point now) {
-    impl->tidy(now);
+void HttpServer::end() {
+    impl->end();
+}
+
+std::vector<std::uint64_t> HttpServer::tidy(Clock::time_point now) {
+    return impl->tidy(now);
 }
 
 HttpCounts HttpServer::counts() const {

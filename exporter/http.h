@@ -12,6 +12,7 @@
 #include "auth.h"
 #include "monitor/schedule.h"
 #include "request.h"
+#include "tls.h"
 
 namespace exporter {
 
@@ -25,13 +26,17 @@ struct HttpRequest {
     std::string accept;
     std::string scrapeTimeout;  // header X-Prometheus-Scrape-Timeout-Seconds; empty: none
     std::string client;         // its address
+    // When its time is over, and the connection is closed.
+    monitor::Clock::time_point until{};
 };
+
+using Headers = std::vector<std::pair<std::string, std::string>>;
 
 struct HttpResponse {
     unsigned status = 200;
     std::string type = "text/plain; charset=utf-8";
     std::string body;
-    std::vector<std::pair<std::string, std::string>> headers;
+    Headers headers;
     // When the client is to have it; the connection of a slower one is closed. In any case there is requestSeconds.
     std::optional<Clock::time_point> until{};
 };
@@ -52,13 +57,6 @@ struct HttpCounts {
     std::uint64_t unauthorized = 0;
 };
 
-struct TlsFiles {
-    std::string certificate;  // contents, PEM
-    std::string key;
-    std::string clientAuthority;  // empty: clients need no certificate
-    bool clientRequired = false;  // one that is there is verified in any case
-};
-
 // Nothing where answer() is called later.
 using HttpHandler = std::function<std::optional<HttpResponse>(const HttpRequest&)>;
 
@@ -66,13 +64,18 @@ using HttpHandler = std::function<std::optional<HttpResponse>(const HttpRequest&
 // until nextWake(), then call step().
 class HttpServer {
 public:
-    // `address` is host:port or :port. Throws std::runtime_error where it cannot listen. The authenticator outlives it;
-    // without users everybody may ask.
-    HttpServer(const std::string& address, const HttpLimits& limits, const std::optional<TlsFiles>& tls,
+    // Throws std::runtime_error where it cannot listen at the address. Without `tls` there is none. The authenticator
+    // outlives it; without users everybody may ask.
+    HttpServer(const monitor::Target& address, const HttpLimits& limits, std::shared_ptr<const Tls> tls,
                Authenticator& authenticator, HttpHandler handler);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
+
+    // For connections that come from now on. Only where there was TLS from the start.
+    void setTls(std::shared_ptr<const Tls> tls);
+    // Headers of every answer that does not have them itself.
+    void setHeaders(Headers headers);
 
     int port() const;
     int descriptor() const;
@@ -82,8 +85,12 @@ public:
     void takePasswords();
     // Of a request that the handler left open. A client that has gone is passed over.
     void answer(std::uint64_t id, HttpResponse response);
-    // Ends connections that take too long.
-    void tidy(Clock::time_point now);
+    // From now on every request is answered with status 503, those that wait for an answer first. The handler is not
+    // called any more.
+    void end();
+    // Ends connections that take too long. Returns the requests that the handler left open and whose client has closed
+    // the connection, until they are answered.
+    std::vector<std::uint64_t> tidy(Clock::time_point now);
 
     HttpCounts counts() const;
     std::size_t connections() const;

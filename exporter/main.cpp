@@ -17,7 +17,6 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -69,7 +68,10 @@ void fillStandardDescriptors() {
 // Everything in one loop and one thread: requests, probes and signals.
 class Program {
 public:
-    explicit Program(const Options& given) : options(given), targets(findWorker(), given.targets) {
+    explicit Program(const Options& given)
+        : options(given),
+          targets(
+              findWorker(), given.targets, given.dryRun ? Report() : [this](const std::string& line) { say(line); }) {
         sigset_t wanted;
         sigemptyset(&wanted);
         for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
@@ -90,6 +92,7 @@ public:
         context.reload = [this](std::string& why) { return reload(why); };
         server = std::make_unique<HttpServer>(options.listenAddress, options.http, web.tls, users,
                                               [this](const HttpRequest& request) { return handle(context, request); });
+        server->setHeaders(web.headers);
         context.server = server.get();
         announce();
         Clock::time_point nextTidy = Clock::now() + tidyEvery;
@@ -107,7 +110,11 @@ public:
             targets.step(Clock::now());
             if (now >= nextTidy) {
                 nextTidy = now + tidyEvery;
-                server->tidy(now);
+                for (const std::uint64_t id : server->tidy(now)) {
+                    if (targets.forget(id)) {
+                        server->answer(id, {503, "text/plain; charset=utf-8", "The client has gone.\n", {}});
+                    }
+                }
                 targets.tidy(now);
             }
         }
@@ -148,24 +155,23 @@ public:
 
 private:
     void load() {
-        MappingFile file;
-        std::string text;
-        if (!options.configFile.empty()) {
-            file = readMappingFile(options.configFile, CHECKS);
-            std::ostringstream content;
-            content << std::ifstream(options.configFile, std::ios::binary).rdbuf();
-            text = content.str();
-        } else {
-            file = parseMapping("", "", CHECKS);
-        }
+        std::string text = options.configFile.empty() ? "" : contentOf(options.configFile);
+        MappingFile file = parseMapping(text, options.configFile, CHECKS);
         WebConfig read;
         if (!options.webConfigFile.empty()) {
             read = readWebConfig(options.webConfigFile);
+        }
+        if (server && (read.tls == nullptr) != (web.tls == nullptr)) {
+            throw std::runtime_error(options.webConfigFile + ": TLS is turned on and off by a new start only");
         }
         config = std::move(file);
         configText = std::move(text);
         web = std::move(read);
         users.setUsers(web.users);
+        if (server) {
+            server->setTls(web.tls);
+            server->setHeaders(web.headers);
+        }
         targets.configure(config, Clock::now());
         state.reloadTime = wallTime();
     }
@@ -199,7 +205,7 @@ private:
                 throw std::runtime_error("cannot write " + options.portFile);
             }
         }
-        say(fmt::format("listening at {} (port {})", options.listenAddress, server->port()));
+        say(fmt::format("listening at {} (port {})", targetText(options.listenAddress), server->port()));
         notifyManager("READY=1");
     }
 
@@ -246,13 +252,17 @@ private:
     int end() {
         notifyManager("STOPPING=1");
         say("ending");
-        context.server = nullptr;
         const Clock::time_point limit = Clock::now() + endLimit;
         targets.cancelAll();
+        server->end();
         targets.closeAll(Clock::now());
         while (!targets.idle() && Clock::now() < limit) {
+            server->step();
             descriptors();
-            poll(watched.data(), watched.size(), pollTime(std::min(targets.nextWake(), limit), Clock::now()));
+            watched.push_back({server->descriptor(), POLLIN, 0});
+            const Clock::time_point now = Clock::now();
+            poll(watched.data(), watched.size(),
+                 pollTime(std::min({limit, targets.nextWake(), server->nextWake(now)}), now));
             targets.step(Clock::now());
         }
         server.reset();

@@ -21,14 +21,15 @@ CLI::Option* addOption(CLI::App& app, const std::string& name, Value& value, con
 
 Options parseOptions(int argc, const char* const* argv) {
     Options options;
+    std::string listenAddress = targetText(options.listenAddress);
     double idle = std::chrono::duration<double>(options.targets.gateway.idle).count();
     CLI::App app("Statistics of Gateways, for Prometheus: /probe?target=HOST:PORT.", "zulstat-exporter");
     app.set_help_flag("-h,--help", "print this text");
     app.set_version_flag("-V,--version", std::string("zulstat-exporter ") + ZULSTAT_EXPORTER_VERSION,
                          "print the version");
     app.footer("Exit status: 0 ended by SIGTERM or SIGINT, 1 cannot listen or read a file, 2 bad usage.");
-    addOption(app, "--web.listen-address", options.listenAddress,
-              "where to listen (127.0.0.1:9753); port 0: any free one", "HOST:PORT");
+    addOption(app, "--web.listen-address", listenAddress, "where to listen (127.0.0.1:9753); port 0: any free one",
+              "HOST:PORT");
     addOption(app, "--web.config.file", options.webConfigFile, "TLS and users", "FILE");
     app.add_flag("--web.enable-lifecycle", options.lifecycle,
                  "POST /-/reload reloads the configuration, as SIGHUP does");
@@ -51,6 +52,7 @@ Options parseOptions(int argc, const char* const* argv) {
     addLimit("targets", options.targets.targets, "targets that are known", 1, 100000);
     addLimit("workers", options.targets.workers, "workers, one for each connection to a Gateway", 1, 100000);
     addLimit("probes", options.targets.probes, "probes in progress and waiting", 1, 100000);
+    addLimit("target-probes", options.targets.targetProbes, "of them of one target", 1, 100000);
     addLimit("worker-idle-time", idle, "seconds until an unused connection to a Gateway is closed", 1, 86400);
     addLimit("worker-scrapes", options.targets.gateway.scrapes, "scrapes until a worker is renewed", 1, 1000000000);
     app.add_flag("-q,--quiet", options.quiet, "no messages but errors");
@@ -62,6 +64,11 @@ Options parseOptions(int argc, const char* const* argv) {
         throw TextWanted{std::string(version.what()) + "\n"};
     } catch (const CLI::ParseError& error) {
         throw UsageError{error.what()};
+    }
+    if (const std::optional<monitor::Target> parsed = parseListenAddress(listenAddress)) {
+        options.listenAddress = *parsed;
+    } else {
+        throw UsageError{fmt::format("'{}' is not a host and a port, such as 127.0.0.1:9753", listenAddress)};
     }
     if (!options.dryRunTarget.empty() && (!options.dryRun || !parseTarget(options.dryRunTarget))) {
         throw UsageError{options.dryRun

@@ -9,7 +9,7 @@
 namespace exporter {
 
 struct Options {
-    std::string listenAddress = "127.0.0.1:9753";
+    monitor::Target listenAddress = {"127.0.0.1", 9753};
     std::string configFile;
     std::string webConfigFile;
     bool lifecycle = false;      // POST /-/reload

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <fstream>
 
 #include "monitor/codes.h"
@@ -113,7 +114,7 @@ std::string ownMetrics(MetricsFormat format, const Targets& targets, const HttpS
         to.counter("zulstat_exporter_failures", "Probes that failed, by phase and kind.", count,
                    {{"phase", std::string(phaseWord(what.first))}, {"kind", std::string(kindWord(what.second))}});
     }
-    for (const char* const reason : {"module", "not_allowed", "probes", "targets", "workers"}) {
+    for (const char* const reason : {"module", "not_allowed", "probes", "target", "gone", "targets", "workers"}) {
         const auto count = probes.refused.find(reason);
         to.counter("zulstat_exporter_refused", "Probes that were not made, by reason.",
                    count == probes.refused.end() ? 0 : count->second, {{"reason", reason}});
@@ -145,10 +146,14 @@ std::string ownMetrics(MetricsFormat format, const Targets& targets, const HttpS
     limit("targets", targets.limits().targets);
     limit("workers", targets.limits().workers);
     limit("probes", targets.limits().probes);
+    limit("target-probes", targets.limits().targetProbes);
     limit("connections", limits.connections);
     limit("client-connections", limits.connectionsPerClient);
     limit("header-size", limits.headerSize);
     limit("request-time", limits.requestSeconds);
+    limit("idle-time", limits.idleSeconds);
+    limit("worker-idle-time", std::chrono::duration<double>(targets.limits().gateway.idle).count());
+    limit("worker-scrapes", targets.limits().gateway.scrapes);
     to.gauge("zulstat_exporter_reload_successful", "Whether the last reload of the configuration succeeded.",
              state.reloadSucceeded ? 1 : 0);
     to.gauge("zulstat_exporter_reload_success_timestamp_seconds",

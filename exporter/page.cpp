@@ -77,8 +77,8 @@ std::string row(const TargetState& target, double now) {
                                              : fmt::format("{} %", target.contentBytes * 100 / RESULT_SET_LIMIT));
     text += fmt::format("<td data-name=\"Scrapes\">{}</td><td data-name=\"Last failure\">", bars(target.past));
     if (!target.failure.empty()) {
-        text += fmt::format("{}<br><span class=\"small\">{}, {}</span>", escapeHtml(target.failure),
-                            escapeHtml(target.hint), ago(now - target.failureTime));
+        text += fmt::format("{}<br><span class=\"small\">{}{}{}</span>", escapeHtml(target.failure),
+                            ago(now - target.failureTime), target.hint.empty() ? "" : ": ", escapeHtml(target.hint));
     }
     return text + "</td></tr>\n";
 }

@@ -49,11 +49,13 @@ std::string ProbeResult::hint() const {
     case FailureKind::forbidden:
         return "'allow' in the configuration has the addresses that may be probed.";
     case FailureKind::libraryCode:
+        return "'zulstat explain' has more on each code.";
     case FailureKind::internal:
+        return "Is the worker program in its place, and are there memory, processes and descriptors to be had?";
     case FailureKind::interrupted:
         break;
     }
-    return "The exporter's log may say more.";
+    return {};
 }
 
 Gateway::Gateway(CollectorOptions options, const GatewayLimits& given)
@@ -61,9 +63,19 @@ Gateway::Gateway(CollectorOptions options, const GatewayLimits& given)
 }
 
 void Gateway::probe(std::shared_ptr<const Module> module, Clock::time_point now, Clock::time_point deadline,
-                    ProbeDone done) {
+                    ProbeDone done, std::uint64_t client) {
     used = now;
-    waiting.push_back({std::move(module), now, deadline, std::move(done)});
+    waiting.push_back({std::move(module), now, deadline, std::move(done), client});
+}
+
+bool Gateway::forget(std::uint64_t client) {
+    const auto found = std::find_if(waiting.begin() + (probing ? 1 : 0), waiting.end(),
+                                    [&](const Waiting& probe) { return probe.client == client; });
+    if (found == waiting.end()) {
+        return false;
+    }
+    waiting.erase(found);
+    return true;
 }
 
 void Gateway::begin(Clock::time_point now) {
@@ -123,14 +135,15 @@ void Gateway::step(Clock::time_point now) {
 void Gateway::finish(Clock::time_point now, Outcome outcome) {
     probing = false;
     const bool failed = outcome.failure.has_value();
+    const bool renew = std::exchange(outdated, false);
     Waiting probe = std::move(waiting.front());
     waiting.pop_front();
     answer(std::move(probe), now, began, std::move(outcome));
     if (failed) {
         reason = StartReason::failure;
         worker = -1;
-    } else if (++scrapes >= limits.scrapes) {
-        close(now, StartReason::renewed);
+    } else if (++scrapes >= limits.scrapes || renew) {
+        close(now, renew ? reason : StartReason::renewed);
     }
 }
 
@@ -198,6 +211,7 @@ bool Gateway::busy() const {
 
 void Gateway::cancel() {
     waiting.clear();
+    outdated = false;
     if (std::exchange(probing, false)) {
         sampler.abandon();
     }
@@ -213,6 +227,7 @@ void Gateway::tidy(Clock::time_point now) {
 void Gateway::close(Clock::time_point now, StartReason next) {
     reason = next;
     if (probing) {
+        outdated = true;
         return;
     }
     closing = sampler.beginClose(now + closeTime);

@@ -61,9 +61,11 @@ class Gateway {
 public:
     Gateway(monitor::CollectorOptions options, const GatewayLimits& limits);
 
-    // `done` is called once.
+    // `done` is called once. The client's number is for forget().
     void probe(std::shared_ptr<const monitor::Module> module, Clock::time_point now, Clock::time_point deadline,
-               ProbeDone done);
+               ProbeDone done, std::uint64_t client);
+    // Drops the client's probe without a word, unless it is in progress. Returns whether there was one.
+    bool forget(std::uint64_t client);
     // Goes on as far as it can without waiting. Call it when descriptor() is readable or nextWake() has come.
     void step(Clock::time_point now);
     int descriptor() const;
@@ -73,12 +75,13 @@ public:
     void cancel();
     // Once in a while: closes a connection that nobody has used for long.
     void tidy(Clock::time_point now);
+    // After the probe in progress, where there is one.
     void close(Clock::time_point now, StartReason next);
 
     const monitor::Target& target() const {
         return settings.target;
     }
-    // Of the addresses that may be dialled; what is open is closed where they change.
+    // Of the addresses that may be dialled; what is open is closed where they change. A probe in progress goes on.
     void setNetworks(const std::string& networks, Clock::time_point now);
     bool hasWorker() const;
     std::size_t queued() const {
@@ -96,6 +99,7 @@ private:
         Clock::time_point since;
         Clock::time_point deadline;
         ProbeDone done;
+        std::uint64_t client;
     };
 
     void begin(Clock::time_point now);
@@ -112,6 +116,7 @@ private:
     std::deque<Waiting> waiting;  // the first one is in progress where `probing`
     bool probing = false;
     bool closing = false;
+    bool outdated = false;  // the connection is to be closed after the probe in progress
     Clock::time_point began;
     Clock::time_point used;
     std::vector<PhaseTime> phases;

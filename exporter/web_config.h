@@ -1,8 +1,8 @@
-// The file of --web.config.file: TLS and users. YAML.
+// The file of --web.config.file: TLS, headers and users. YAML.
 #pragma once
 
 #include <map>
-#include <optional>
+#include <memory>
 #include <string>
 
 #include "http.h"
@@ -10,7 +10,8 @@
 namespace exporter {
 
 struct WebConfig {
-    std::optional<TlsFiles> tls;               // with the files' contents
+    std::shared_ptr<const Tls> tls;  // nothing: there is none
+    Headers headers;
     std::map<std::string, std::string> users;  // names and bcrypt hashes
 };
 

@@ -80,9 +80,12 @@ bool skipValue(std::string_view& line) {
 void checkLine(std::string_view line, std::set<std::string>& series) {
     const std::string_view whole = line;
     require(monitor::isMetricName(take(line, '{')), "a metric has a name");
+    std::set<std::string_view> labels;
     while (!line.starts_with('}')) {
-        require(monitor::isMetricName(take(line, '=')) && take(line, '"').empty() && skipValue(line),
+        const std::string_view label = take(line, '=');
+        require(monitor::isLabelName(label) && take(line, '"').empty() && skipValue(line),
                 "labels are names and values");
+        require(labels.insert(label).second, "no label is there twice");
         line.remove_prefix(line.starts_with(',') ? 1 : 0);
     }
     require(series.emplace(whole.substr(0, whole.size() - line.size())).second, "no series is there twice");

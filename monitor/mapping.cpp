@@ -86,10 +86,37 @@ bool isLabelName(std::string_view name) {
     return isMetricName(name) && name.find(':') == std::string_view::npos && !name.starts_with("__");
 }
 
+bool isTakenLabel(std::string_view name, MetricType type) {
+    return name == "target" || name == "element" || name == "id" || name == "repeated" ||
+           (name == "value" && type == MetricType::info);
+}
+
 std::string cleanMetricName(std::string_view text) {
     std::string clean = cleanPiece(text);
     return clean.empty() || isDigit(clean[0]) ? "_" + clean : clean;
 }
+
+namespace {
+
+// The name that a rule gives, with what the stars matched: one that metrics may have, whatever that is.
+std::string nameByRule(const Rule& rule, const std::vector<std::string_view>& stars) {
+    std::string name = fillIn(rule.name, stars, cleanPiece);
+    if (!isMetricName(name) || name.starts_with(OWN_NAMES)) {
+        name = "_" + name;
+    }
+    name = withoutOddEnding(name, *rule.type);
+    const auto isTaken = [&] {
+        return !isLabelName(name) || isTakenLabel(name, *rule.type) ||
+               std::any_of(rule.labels.begin(), rule.labels.end(),
+                           [&](const auto& label) { return label.first == name; });
+    };
+    while (rule.type == MetricType::stateset && isTaken()) {
+        name = "state_" + name;
+    }
+    return name;
+}
+
+}  // namespace
 
 Mapper::Mapper(std::shared_ptr<const Module> module) : rules(std::move(module)) {
 }
@@ -113,7 +140,7 @@ MappedName& Mapper::find(std::string_view id) {
         }
         mapped.rule = &rule;
         if (rule.type) {
-            mapped.name = withoutOddEnding(fillIn(rule.name, *stars, cleanPiece), *rule.type);
+            mapped.name = nameByRule(rule, *stars);
             mapped.help = fillIn(rule.help, *stars);
             for (const auto& [name, value] : rule.labels) {
                 mapped.labels.emplace_back(name, fillIn(value, *stars));

@@ -24,8 +24,9 @@ enum class MetricType : std::uint8_t { gauge, counter, stateset, info };
 struct Rule {
     std::string match;
     std::optional<MetricType> type;  // nothing: what matches is dropped
-    std::string name;                // without the ending of its type: "_total" of a counter, "_info" of an info
-    std::string help;                // empty: that of a statistic without a rule
+    // Without the ending of its type: "_total" of a counter, "_info" of an info. That of a stateset is a label too.
+    std::string name;
+    std::string help;  // empty: that of a statistic without a rule
     std::vector<std::pair<std::string, std::string>> labels;
     std::vector<std::string> states;        // of a stateset
     double scale = 1;                       // factor for a number
@@ -111,11 +112,16 @@ private:
     std::size_t textsOfSample = 0;
 };
 
+// How names begin that are not the Gateway's.
+inline constexpr std::string_view OWN_NAMES = "zulstat_";
+
 // The ending that names of the type have, which OpenMetrics families lack: "_total", "_info" or none.
 std::string_view endingOf(MetricType type);
 // A name that metrics may have, with '_' for other characters.
 std::string cleanMetricName(std::string_view text);
 bool isMetricName(std::string_view name);
 bool isLabelName(std::string_view name);
+// Labels that metrics by a rule of the type may have already.
+bool isTakenLabel(std::string_view name, MetricType type);
 
 }  // namespace monitor

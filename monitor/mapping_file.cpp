@@ -10,7 +10,6 @@
 #include <functional>
 #include <initializer_list>
 #include <optional>
-#include <sstream>
 #include <string_view>
 
 #include "glob.h"
@@ -33,14 +32,17 @@ public:
 
     MappingFile read(const YAML::Node& root) const {
         MappingFile file;
+        std::vector<YAML::Node> targetNodes;
         forEachKey(root, "the file", {"allow", "targets", "modules"},
                    [&](const std::string& key, const YAML::Node& at) {
                        if (key == "allow") {
                            file.allow = texts(at, "a list of addresses, networks and host names");
                            checkEach(at, checks.allow);
                        } else if (key == "targets") {
-                           forEachItem(at, "a list of targets",
-                                       [&](const YAML::Node& item) { file.targets.push_back(target(item)); });
+                           forEachItem(at, "a list of targets", [&](const YAML::Node& item) {
+                               file.targets.push_back(target(item));
+                               targetNodes.push_back(item);
+                           });
                        } else {
                            forEachName(at, "modules", [&](const std::string& module, const YAML::Node& content) {
                                file.modules[module] = std::make_shared<const Module>(readModule(module, content));
@@ -48,10 +50,11 @@ public:
                        }
                    });
         file.modules.try_emplace("default", std::make_shared<const Module>());
-        for (const ConfiguredTarget& one : file.targets) {
+        for (std::size_t index = 0; index < file.targets.size(); ++index) {
+            const ConfiguredTarget& one = file.targets[index];
             if (!file.modules.contains(one.module)) {
-                throw MappingFileError(fmt::format("{}: the target {} has the module '{}', which is not there", name,
-                                                   one.target, one.module));
+                complain(targetNodes[index]["module"],
+                         fmt::format("the target {} has the module '{}', which is not there", one.target, one.module));
             }
         }
         return file;
@@ -290,24 +293,40 @@ private:
         checkStars(at["help"], made.help, stars);
         for (const auto& [label, value] : made.labels) {
             checkStars(at["labels"][label], value, stars);
-            if (label == "target" || label == "element" || label == "id" || label == "repeated" ||
-                (label == "value" && made.type == MetricType::info)) {
+            if (isTakenLabel(label, *made.type)) {
                 complain(at["labels"][label], fmt::format("the label '{}' is there already", label));
             }
         }
         if (!isMetricName(fillIn(made.name, anyStars(stars)))) {
             complain(at["name"], fmt::format("'{}' is not a metric's name: letters, digits, '_' and ':'", made.name));
         }
-        if (made.name.starts_with("zulstat_")) {
+        if (made.name.starts_with(OWN_NAMES)) {
             complain(at["name"], "names that begin with 'zulstat_' are taken");
         }
-        if (made.type == MetricType::stateset && made.states.empty()) {
-            complain(at, "expected the key 'states', with a list of states");
+        if (made.type == MetricType::stateset) {
+            checkStateset(at, made, stars);
         }
         for (auto state = made.states.begin(); state != made.states.end(); ++state) {
             if (std::find(made.states.begin(), state, *state) != state) {
                 complain(at["states"], fmt::format("the state '{}' is there twice", *state));
             }
+        }
+    }
+    // Its name is a label too.
+    void checkStateset(const YAML::Node& at, const Rule& made, std::size_t stars) const {
+        if (!isLabelName(fillIn(made.name, anyStars(stars)))) {
+            complain(at["name"],
+                     fmt::format("'{}' is not the name of a stateset, which is a label too: letters, digits "
+                                 "and '_'",
+                                 made.name));
+        }
+        const bool labelled = std::any_of(made.labels.begin(), made.labels.end(),
+                                          [&](const auto& label) { return label.first == made.name; });
+        if (labelled || isTakenLabel(made.name, *made.type)) {
+            complain(at["name"], fmt::format("the label '{}' of that stateset is there already", made.name));
+        }
+        if (made.states.empty()) {
+            complain(at, "expected the key 'states', with a list of states");
         }
     }
     // What stars may match, for a look at a name.
@@ -335,16 +354,22 @@ MappingFile parseMapping(const std::string& text, const std::string& name, const
     }
 }
 
-MappingFile readMappingFile(const std::string& path, const MappingChecks& checks) {
+std::string contentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (!file || !(text << file.rdbuf())) {
-        throw MappingFileError(path + ": cannot be read, or is empty");
+    std::string text(LONGEST_FILE + 1, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (!file.is_open() || file.bad()) {
+        throw MappingFileError(path + ": cannot be read");
     }
-    if (text.str().size() > LONGEST_FILE) {
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    if (text.size() > LONGEST_FILE) {
         throw MappingFileError(path + ": is larger than 4 MiB");
     }
-    return parseMapping(text.str(), path, checks);
+    return text;
+}
+
+MappingFile readMappingFile(const std::string& path, const MappingChecks& checks) {
+    return parseMapping(contentOf(path), path, checks);
 }
 
 }  // namespace monitor

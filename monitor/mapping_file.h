@@ -36,6 +36,9 @@ struct MappingChecks {
     std::string (*target)(const std::string& text) = nullptr;
 };
 
+// What a file holds, at most 4 MiB. Throws MappingFileError.
+std::string contentOf(const std::string& path);
+
 // Both throw MappingFileError. `name` is the file's, for messages.
 MappingFile parseMapping(const std::string& text, const std::string& name, const MappingChecks& checks = {});
 MappingFile readMappingFile(const std::string& path, const MappingChecks& checks = {});

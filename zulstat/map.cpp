@@ -82,11 +82,16 @@ std::string quoted(std::string_view text) {
     return yaml + "\"";
 }
 
+// What only grew for a while may be no counter: a memory's size, a time since the start.
+bool isCalledTotal(std::string_view id) {
+    return id.ends_with("total") || id.ends_with("totals") || id.ends_with("counter");
+}
+
 std::string rule(const std::string& id, const Seen& seen) {
     std::string name = metricName(id);
     std::string type = "gauge";
     std::string more;
-    if (seen.isCounter()) {
+    if (seen.isCounter() && isCalledTotal(id)) {
         type = "counter";
         constexpr std::string_view behind = "_value";
         if (name.ends_with("_total_value")) {

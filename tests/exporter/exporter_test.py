@@ -20,6 +20,7 @@ import time
 import unittest
 import urllib.parse
 import urllib.request
+import warnings
 
 from simulated import Gateways, eventually
 
@@ -163,6 +164,22 @@ class Scrapes(unittest.TestCase):
             self.assertEqual(series(text)[f'zulstat_up{{target="{one}"}}'], '1')
             self.assertEqual(exporter.metric('zulstat_exporter_failures_total{phase="querying",kind="lost"}'), 3)
 
+    def test_the_log_tells_what_goes_down_and_comes_up(self):
+        with gateways() as sim, tempfile.TemporaryFile('w+') as log:
+            with Exporter(stderr=log) as exporter:
+                target = sim.targets[0]
+                for words in ('invoke:healthy', 'invoke:close-after=0', 'invoke:healthy', 'invoke:healthy'):
+                    sim.fault(words)
+                    exporter.probe(target)
+                for number in range(45):
+                    exporter.probe(f'127.0.0.{number + 2}:1')
+            log.seek(0)
+            lines = [line.partition(': ')[2] for line in log]
+        changes = [line for line in lines if ' is ' in line]
+        self.assertRegex(changes[0], f'^{target} is down: lost the connection to {target} during a query: .*\n$')
+        self.assertEqual(changes[1], f'{target} is up again\n')
+        self.assertLessEqual(len(changes), 41, lines)  # 20 in 10 seconds, of 47
+
     def test_two_at_once_have_a_deadline_each(self):
         with gateways() as sim, Exporter() as exporter:
             target = sim.targets[0]
@@ -194,7 +211,33 @@ class Scrapes(unittest.TestCase):
             self.assertEqual(exporter.metric('zulstat_exporter_worker_starts_total{reason="idle"}'), 1)
 
 
+    def test_a_silent_target_keeps_no_other_waiting(self):
+        with gateways(2) as sim, Exporter('--limit.probes', '12') as exporter:
+            silent, healthy = sim.targets
+            sim.fault('1/get-attribute:silent:always')
+            clients = []
+            for _ in range(40):
+                client = http.client.HTTPConnection('127.0.0.1', exporter.port, timeout=10)
+                client.request('GET', f'/probe?target={silent}')
+                clients.append(client)
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_queue{}') >= 10))
+            self.assertIn(f'zulstat_up{{target="{healthy}"}} 1', exporter.probe(healthy))
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_refused_total{reason="target"}') == 30))
+            for client in clients:
+                client.close()
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_queue{}') == 1, 3))
+            self.assertEqual(exporter.metric('zulstat_exporter_refused_total{reason="gone"}'), 9)
+
+
 class Paths(unittest.TestCase):
+    def test_what_is_no_address_to_listen_at(self):
+        for address in ('127.0.0.1:99999', '127.0.0.1:', '127.0.0.1:+80', '127.0.0.1', '127.0.0.1:-1', '127.0.0.1:http'):
+            with self.subTest(address):
+                done = subprocess.run(['timeout', '5', EXPORTER, '--web.listen-address', address], env=ENVIRONMENT, text=True,
+                                      stderr=subprocess.PIPE, check=False)
+                self.assertEqual(done.returncode, 2, done.stderr)
+                self.assertIn(f"'{address}' is not a host and a port", done.stderr)
+
     def test_what_is_refused(self):
         with gateways() as sim, Exporter('--limit.targets', '2', '--limit.probes', '1') as exporter:
             target = sim.targets[0]
@@ -204,7 +247,9 @@ class Paths(unittest.TestCase):
                     ('/probe?target=%00:1', 'GET', 400), (f'/probe?target={target}&module=none', 'GET', 400),
                     (f'/probe?target={target}&debug=maybe', 'GET', 400), ('/probe?target=10.1.2.3:7531', 'GET', 403),
                     ('/probe?target=[2001:db8::1]:7531', 'GET', 403), ('/-/reload', 'POST', 403), ('/-/reload', 'GET', 405),
-                    (f'/probe?target={target}', 'POST', 405), ('/-/healthy', 'GET', 200), ('/-/ready', 'HEAD', 200)):
+                    (f'/probe?target={target}', 'POST', 405), ('/-/healthy', 'GET', 200), ('/-/ready', 'HEAD', 200),
+                    ('http://gw/-/healthy', 'GET', 200), ('http://gw', 'GET', 200), ('http://gw/x', 'GET', 404),
+                    ('/probe?target=127.0.0.1:1%00x', 'GET', 400)):
                 with self.subTest(path=path, method=method):
                     answer = exporter.ask(path, method)
                     self.assertEqual(answer[0], status, answer)
@@ -227,9 +272,33 @@ class Paths(unittest.TestCase):
             # A name for an address that nobody may dial, in a spelling that is no address.
             status, _, text = exporter.ask('/probe?target=167837955:7531')
             self.assertEqual(status, 403, text)
-            self.assertIn('10.1.1.3', text)
+            self.assertNotIn('10.1.1.3', text)
             self.assertIn('kind="cannot_connect"', exporter.probe('gw1.invalid:7531'))
             self.assertEqual(exporter.ask(f'/probe?target=192.0.2.7:{sim.ports[0] + 1}')[0], 403)
+
+    def test_names_that_are_not_allowed_push_nobody_out(self):
+        with gateways(3) as sim, tempfile.TemporaryFile('w+') as log:
+            with Exporter('--limit.targets', '3', stderr=log) as exporter:
+                for target in sim.targets:
+                    exporter.probe(target)
+                workers = exporter.children()
+                for number in range(167837955, 167837959):
+                    self.assertEqual(exporter.ask(f'/probe?target={number}:7531')[0], 403)
+                    self.assertNotIn(str(number), exporter.ask('/')[2])
+                exporter.probe('not-found.invalid:1')
+                self.assertEqual(exporter.children(), workers)
+                page = exporter.ask('/')[2]
+                self.assertEqual([target in page for target in sim.targets], [True] * 3)
+                metrics = exporter.ask('/metrics')[2]
+                for line in ('zulstat_exporter_targets{} 3', 'zulstat_exporter_refused_total{reason="not_allowed"} 4'):
+                    self.assertIn(line, metrics)
+                self.assertNotIn('kind="forbidden"', metrics)
+                # A target that is allowed takes the place of the oldest.
+                exporter.probe('127.0.0.1:1')
+                page = exporter.ask('/')[2]
+                self.assertEqual([target in page for target in (*sim.targets, '127.0.0.1:1')], [False, True, True, True])
+            log.seek(0)
+            self.assertIn('167837955:7531 is not allowed: its addresses are 10.1.1.3', log.read())
 
     def test_the_page_holds_no_markup_of_others(self):
         with gateways(1, '--fault', 'get-attribute:protocol=<script>x</script>') as sim, Exporter('--config.file', 'DIR/c.yml', files={
@@ -243,7 +312,7 @@ class Paths(unittest.TestCase):
             self.assertNotIn('<b>', page)
             self.assertNotIn('<script', page)
             self.assertIn('cannot connect to 127.0.0.1:1', page)
-            self.assertIn('Is the Gateway running', page)
+            self.assertRegex(page, r's ago: Is the Gateway running, and is it that port\?<')
             self.assertEqual(page.count('<rect'), 2)
             debug = exporter.probe(sim.targets[0], module='<b>&"\'', debug='true')
             self.assertRegex(debug, r'(?s)Deadline: .*querying .*150 statistics.*\nMetrics:\n# TYPE')
@@ -308,6 +377,35 @@ modules:
             exporter.probe(sim.targets[0], module='new')
             self.assertEqual(exporter.ask(f'/probe?target={sim.targets[0]}&module=old')[0], 400)
 
+    def test_a_reload_during_a_probe_ends_what_it_revokes(self):
+        with gateways() as sim, Exporter('--config.file', 'DIR/c.yml', '--web.enable-lifecycle', files={
+                'c.yml': 'allow: ["192.0.2.0/24"]\n'}) as exporter:
+            exporter.probe(sim.targets[0])
+            before = exporter.children()
+            sim.fault('invoke:delay=1')
+            slow = http.client.HTTPConnection('127.0.0.1', exporter.port, timeout=10)
+            slow.request('GET', f'/probe?target={sim.targets[0]}')
+            self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_queue{}') == 1))
+            exporter.write('c.yml', 'allow: []\n')
+            self.assertEqual(exporter.ask('/-/reload', 'POST')[0], 200)
+            self.assertIn('zulstat_up{target="' + sim.targets[0] + '"} 1', slow.getresponse().read().decode())
+            self.assertTrue(eventually(lambda: not exporter.children() & before))
+            exporter.probe(sim.targets[0])
+            self.assertEqual(exporter.metric('zulstat_exporter_worker_starts_total{reason="renewed"}'), 1)
+            slow.close()
+
+    def test_targets_that_a_reload_takes_away(self):
+        with gateways() as sim, Exporter('--config.file', 'DIR/c.yml', '--web.enable-lifecycle', '--limit.targets', '3', files={
+                'c.yml': 'targets: ["127.0.0.1:11", "127.0.0.1:12", "127.0.0.1:13"]\n'}) as exporter:
+            exporter.probe('127.0.0.1:13')
+            exporter.write('c.yml', 'targets: []\n')
+            self.assertEqual(exporter.ask('/-/reload', 'POST')[0], 200)
+            for target in (*sim.targets, '127.0.0.1:14', '127.0.0.1:15', *sim.targets):
+                exporter.probe(target)
+            self.assertEqual(exporter.metric('zulstat_exporter_targets{}'), 3)
+            for words in ('127.0.0.1:13', 'not probed yet'):
+                self.assertNotIn(words, exporter.ask('/')[2])
+
     def test_a_dry_run_shows_what_there_would_be(self):
         with gateways() as sim, tempfile.TemporaryDirectory() as directory:
             path = os.path.join(directory, 'c.yml')
@@ -325,6 +423,16 @@ modules:
                 file.write('allow: [nothing]\n')
             self.assertEqual(run().returncode, 1)
             self.assertRegex(run().stdout, r"c\.yml:\d+:\d+: 'nothing' is not an address, a network")
+            pathlib.Path(path).write_text('', encoding='ascii')
+            self.assertEqual(run('--web.config.file', path).stdout, 'The configuration is right.\n')
+            self.assertIn(f'{directory}: cannot be read', run('--web.config.file', directory).stdout)
+            web = pathlib.Path(directory, 'w.yml')
+            pathlib.Path(directory, 'bad').write_text('no certificate', encoding='ascii')
+            for text, error in (('basic_auth_users:\n' + f'  a: {"$2y$04$" + 53 * "a"}\n' * 2, "3:3: 'a' is there twice"),
+                                ('tls_server_config: {cert_file: bad, key_file: bad}', '1:20: certificate and key do not fit, or are none'),
+                                ('http_server_config: {headers: {Server: x}}', "1:32: unknown key 'Server', expected Content-Security-Policy")):
+                web.write_text(text, encoding='ascii')
+                self.assertIn(f'w.yml:{error}', run('--web.config.file', web).stdout)
 
 
     def test_a_proposed_file_makes_the_same_metrics_everywhere(self):
@@ -338,6 +446,9 @@ modules:
                 self.assertIn(line, proposed)
             self.assertRegex(proposed, r'{match: "conn.state", type: stateset, name: gateway_conn_state, states: \["[A-Z]+"')
             self.assertEqual(proposed.count('- {match: '), 150)
+            # What grew for a while is no counter by that alone.
+            self.assertIn('{match: "daemon.uptime.seconds", type: gauge, name: gateway_daemon_uptime_seconds}', proposed)
+            self.assertEqual(re.findall('match: "(.*)", type: counter', proposed), re.findall('match: "(.*[.]total)", type: counter', proposed))
             with open(path, 'w', encoding='ascii') as file:
                 file.write(proposed)
             shown = subprocess.run([*zulstat, '--map', path, '-o', 'openmetrics', 'stats'], env=ENVIRONMENT, text=True,
@@ -358,22 +469,42 @@ class Access(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.directory = tempfile.TemporaryDirectory()
-        for name in ('server', 'client'):
-            subprocess.run(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-days', '2', '-subj', f'/CN={name}',
-                            '-keyout', f'{cls.directory.name}/{name}.key', '-out', f'{cls.directory.name}/{name}.pem'],
+        for name in ('server', 'authority', 'stranger', 'client', 'purpose'):
+            cls.make(name)
+
+    @classmethod
+    def make(cls, name):
+        """A certificate by itself, or that of a client by the authority; 'purpose' is for servers only."""
+        path = f'{cls.directory.name}/{name}'
+        words = ['-x509', '-days', '2', '-out', path + '.pem'] if name not in ('client', 'purpose') else ['-out', path + '.csr']
+        subprocess.run(['openssl', 'req', '-newkey', 'ec', '-pkeyopt', 'ec_paramgen_curve:prime256v1', '-nodes', '-subj', f'/CN={name}', '-keyout', path + '.key', *words],
+                       check=True, stderr=subprocess.DEVNULL)
+        if name in ('client', 'purpose'):
+            pathlib.Path(path + '.ext').write_text('extendedKeyUsage=' + ('clientAuth' if name == 'client' else 'serverAuth'), encoding='ascii')
+            subprocess.run(['openssl', 'x509', '-req', '-in', path + '.csr', '-CA', f'{cls.directory.name}/authority.pem', '-days', '2',
+                            '-CAkey', f'{cls.directory.name}/authority.key', '-CAcreateserial', '-extfile', path + '.ext', '-out', path + '.pem'],
                            check=True, stderr=subprocess.DEVNULL)
 
     @classmethod
     def tearDownClass(cls):
         cls.directory.cleanup()
 
-    def tls(self, *, client=False):
+    def tls(self, client=None, version=None, authority='server'):
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
         context.check_hostname = False
-        context.load_verify_locations(f'{self.directory.name}/server.pem')
+        context.load_verify_locations(f'{self.directory.name}/{authority}.pem')
         if client:
-            context.load_cert_chain(f'{self.directory.name}/client.pem', f'{self.directory.name}/client.key')
+            context.load_cert_chain(f'{self.directory.name}/{client}.pem', f'{self.directory.name}/{client}.key')
+        if version:
+            context.set_ciphers('DEFAULT:@SECLEVEL=0')
+            context.minimum_version = context.maximum_version = version
         return context
+
+    def shakes(self, exporter, version):
+        try:
+            return exporter.ask('/-/healthy', context=self.tls('client', version))[0] == 200
+        except ssl.SSLError:
+            return False
 
     def test_users_need_their_password(self):
         def basic(words):
@@ -389,14 +520,58 @@ class Access(unittest.TestCase):
                 with self.subTest(headers):
                     self.assertEqual(exporter.ask(path, headers=headers)[0], status)
             self.assertIn('WWW-Authenticate', exporter.ask('/metrics')[1])
+            # A user that a reload takes away, although the password was found right.
+            exporter.write('w.yml', users.replace('reader', 'other'))
+            exporter.process.send_signal(signal.SIGHUP)
+            self.assertTrue(eventually(lambda: exporter.ask(path, headers=basic('reader:test'))[0] == 401))
+            self.assertEqual(exporter.ask(path, headers=basic('other:test'))[0], 200)
 
     def test_tls_with_and_without_certificates_of_clients(self):
         own = ''.join(f'  {key}: {self.directory.name}/server.{end}\n' for key, end in (('cert_file', 'pem'), ('key_file', 'key')))
-        both = own + f'  client_ca_file: {self.directory.name}/client.pem\n  client_auth_type: RequireAndVerifyClientCert\n'
+        both = own + f'  client_ca_file: {self.directory.name}/authority.pem\n  client_auth_type: RequireAndVerifyClientCert\n'
         for config, without in ((own, 200), (both, 403)):
-            with self.subTest(without), Exporter('--web.config.file', 'DIR/w.yml', files={'w.yml': 'tls_server_config:\n' + config}) as exporter:
-                self.assertEqual(exporter.ask('/-/healthy', context=self.tls())[0], without)
-                self.assertEqual(exporter.ask('/-/healthy', context=self.tls(client=True))[0], 200)
+            with Exporter('--web.config.file', 'DIR/w.yml', files={'w.yml': 'tls_server_config:\n' + config}) as exporter:
+                for client, status in ((None, without), ('client', 200), ('stranger', without), ('purpose', without)):
+                    with self.subTest(client=client, without=without):
+                        self.assertEqual(exporter.ask('/-/healthy', context=self.tls(client))[0], status)
+                for version, taken in ((ssl.TLSVersion.TLSv1, False), (ssl.TLSVersion.TLSv1_1, False), (ssl.TLSVersion.TLSv1_2, True),
+                                       (ssl.TLSVersion.TLSv1_3, True)):
+                    with self.subTest(version), warnings.catch_warnings():
+                        warnings.simplefilter('ignore', DeprecationWarning)
+                        self.assertEqual(self.shakes(exporter, version), taken)
+
+    def test_the_web_configuration_is_read_again(self):
+        pair = 'tls_server_config:\n' + ''.join(f'  {key}: {self.directory.name}/NAME.{end}\n' for key, end in (('cert_file', 'pem'), ('key_file', 'key')))
+        own = pair.replace('NAME', 'server')
+        user = 'basic_auth_users:\n  reader: "$2b$04$abcdefghijklmnopqrstuuJ3PGGpUFMVRCOqSNCbBLJnCmV2n3/S2"\n'
+        with Exporter('--web.config.file', 'DIR/w.yml', '--web.enable-lifecycle', files={'w.yml': own}) as exporter:
+            def ask(path='/', method='GET', name='server', **more):
+                return exporter.ask(path, method, context=self.tls(authority=name, **more))
+            kept = http.client.HTTPSConnection('127.0.0.1', exporter.port, timeout=10, context=self.tls())
+            kept.request('GET', '/-/healthy')
+            kept.getresponse().read()
+            headers = 'http_server_config: {headers: {X-Frame-Options: deny, Content-Security-Policy: "default-src *"}}\n'
+            exporter.write('w.yml', pair.replace('NAME', 'stranger') + '  max_version: TLS12\n' + headers)
+            self.assertEqual(ask('/-/reload', 'POST')[0], 200)
+            with self.assertRaises(ssl.SSLError):
+                ask()
+            answer = ask(name='stranger')
+            self.assertEqual((answer[0], answer[1]['X-Frame-Options']), (200, 'deny'))
+            self.assertEqual(len(answer[1].get_all('Content-Security-Policy')), 1)
+            self.assertIn("default-src 'none'", answer[1]['Content-Security-Policy'])
+            self.assertEqual(ask('/metrics', name='stranger')[1]['Content-Security-Policy'], 'default-src *')
+            with self.assertRaises(ssl.SSLError):
+                ask(name='stranger', version=ssl.TLSVersion.TLSv1_3)
+            kept.request('GET', '/-/healthy')  # on its former certificate
+            self.assertEqual(kept.getresponse().read(), b'zulstat-exporter is healthy.\n')
+            kept.close()
+            # What is wrong changes nothing, nor can TLS be turned off.
+            for text in (own.replace('server.key', 'client.key'), user, own + '  min_version: TLS9\n'):
+                exporter.write('w.yml', text)
+                self.assertEqual(ask('/-/reload', 'POST', name='stranger')[0], 500)
+            exporter.write('w.yml', pair.replace('NAME', 'stranger') + user)
+            self.assertEqual(ask('/-/reload', 'POST', name='stranger')[0], 200)
+            self.assertEqual(ask(name='stranger')[0], 401)
 
 
 class Demo(unittest.TestCase):
@@ -424,6 +599,9 @@ class Documents(unittest.TestCase):
         defaults = dict(re.findall(r'(--limit\.[\w-]+) N\s.*?\((\d+)\)', shown, re.S))
         written = dict(re.findall(r'^\*(--limit\.[\w-]+)\* _N_\n.*?The default is (\d+)', section, re.M | re.S))
         self.assertEqual(written, defaults)
+        with Exporter() as exporter:
+            self.assertEqual({f'--limit.{name}' for name in re.findall('zulstat_exporter_limit{limit="(.*)"}', exporter.ask('/metrics')[2])},
+                             defaults.keys())
         # Keys: those that an error names.
         page = (self.ROOT / 'docs/man/zulstat-map.5.scd').read_text()
         for text, title in (('x: 1', 'DESCRIPTION'), ('modules: {a: {x: 1}}', 'MODULES'), ('modules: {a: {rules: [{x: 1}]}}', 'RULES')):
@@ -440,6 +618,22 @@ class Documents(unittest.TestCase):
             file.flush()
             subprocess.run([EXPORTER, '--dry-run', '--config.file', file.name], stdout=subprocess.DEVNULL, check=True)
 
+    def test_the_unit_is_installed_and_as_the_page_says(self):
+        with tempfile.TemporaryDirectory() as prefix:
+            subprocess.run(['cmake', f'-DCMAKE_INSTALL_PREFIX={prefix}', '-P', pathlib.Path(EXPORTER).with_name('cmake_install.cmake')],
+                           stdout=subprocess.DEVNULL, check=True)
+            unit = pathlib.Path(prefix, 'lib/systemd/system/zulstat-exporter.service')
+            program = re.search('^ExecStart=(.*?) ', unit.read_text(), re.M)[1]
+            self.assertTrue(program.startswith(prefix) and os.access(program, os.X_OK), program)
+            self.assertEqual({path.name for path in pathlib.Path(prefix, 'share/zulstats/prometheus').iterdir()},
+                             {'prometheus.yml', 'zulstat-rules.yml', 'dashboard.json'})
+            if shutil.which('systemd-analyze'):
+                said = subprocess.run(['systemd-analyze', 'security', '--offline=true', '--no-pager', unit], text=True, check=True,
+                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+                page = (self.ROOT / 'docs/man/zulstat-exporter.1.scd').read_text()
+                exposure = 'exposure level for zulstat-exporter.service: ([0-9.]+)'
+                self.assertLessEqual(float(re.search(exposure, said)[1]), float(re.search(exposure, page)[1]))
+
     @unittest.skipUnless(shutil.which('promtool'), 'needs promtool (Debian: prometheus)')
     def test_rules_and_configuration_of_prometheus(self):
         for words in (['check', 'config', 'prometheus.yml'], ['test', 'rules', 'zulstat-rules-test.yml']):
@@ -449,12 +643,34 @@ class Documents(unittest.TestCase):
 
 
 class Trouble(unittest.TestCase):
+    def test_requests_while_it_ends(self):
+        """A Gateway that does not answer the close request keeps it ending for a while, in which clients go on."""
+        with gateways(1, '--fault', 'close:silent:always') as sim, Exporter() as exporter:
+            exporter.probe(sim.targets[0])
+            clients = [http.client.HTTPConnection('127.0.0.1', exporter.port, timeout=10) for _ in range(8)]
+            for client in clients:
+                client.request('GET', '/-/healthy')
+                client.getresponse().read()
+            exporter.process.send_signal(signal.SIGTERM)
+            statuses = set()
+            while exporter.process.poll() is None:
+                for number, client in enumerate(clients):
+                    with contextlib.suppress(OSError):
+                        client.request('GET', ('/metrics', '/probe?target=127.0.0.1:1')[number % 2])
+                for client in clients:
+                    with contextlib.suppress(OSError, AttributeError, http.client.HTTPException):  # of a client that did not get there
+                        statuses.add(client.getresponse().status)
+                    client.close()
+            self.assertEqual((exporter.process.returncode, statuses - {200}), (0, {503}))
+
     def test_bad_clients_keep_nobody_waiting(self):
         with gateways() as sim, Exporter('--limit.client-connections', '300', '--limit.request-time', '2') as exporter:
             def scrapes():
                 began = time.monotonic()
                 self.assertEqual(series(exporter.probe(sim.targets[0]))[f'zulstat_up{{target="{sim.targets[0]}"}}'], '1')
                 self.assertLess(time.monotonic() - began, 2)
+            silent, waiting = socket.create_server(('127.0.0.1', 0)), http.client.HTTPConnection('127.0.0.1', exporter.port, timeout=10)
+            waiting.request('GET', f'/probe?target=127.0.0.1:{silent.getsockname()[1]}')
             idle = []
             for count in range(1000):
                 client = socket.socket()
@@ -477,7 +693,8 @@ class Trouble(unittest.TestCase):
             scrapes()
             self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_connections_ended_total{reason="client"}') == 100))
             self.assertTrue(eventually(lambda: exporter.metric('zulstat_exporter_connections_ended_total{reason="time"}') >= 1000))
-            for client in idle + extra:
+            self.assertIn('kind="deadline"', waiting.getresponse().read().decode())  # within the time of the request
+            for client in (*idle, *extra, silent, waiting):
                 client.close()
 
     def test_an_answer_that_nobody_takes_ends_with_its_deadline(self):

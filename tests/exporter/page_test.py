@@ -5,9 +5,12 @@
 
 With PICTURE the page is drawn there too.
 """
+import html
 import html.parser
+import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -46,6 +49,29 @@ def browse(directory, *words):
                            *words], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, timeout=100, check=True).stdout
 
 
+MEASURE = '''<script>
+const look = element => element && getComputedStyle(element).color;
+addEventListener("load", () => parent.postMessage(JSON.stringify({
+    wide: document.documentElement.scrollWidth, room: document.documentElement.clientWidth,
+    text: look(document.body), link: look(document.querySelector("a")), bad: look(document.querySelector(".down"))}), "*"));
+</script>'''
+
+
+def measure(directory, port, widths, *words):
+    """The page in frames of these widths: how much it takes in each, and its colours. Its own rules let no script in."""
+    page = ask(port, '/').replace('<link rel="stylesheet" href="/style.css">', f'<style>{ask(port, "/style.css")}</style>{MEASURE}')
+    frames = ''.join(f'<iframe style="border: 0; width: {width}px; height: 800px" srcdoc="{html.escape(page)}"></iframe>' for width in widths)
+    path = pathlib.Path(directory, 'frames.html')
+    path.write_text(f'<!DOCTYPE html>{frames}<p></p><script>addEventListener("message", event => '
+                    'document.querySelector("p").append(event.data + "\\n"));</script>', encoding='utf-8')
+    dom = browse(directory, '--virtual-time-budget=10000', *words, '--dump-dom', path.as_uri())
+    return [json.loads(line) for line in html.unescape(re.search('<p>(.*?)</p>', dom, re.S)[1]).splitlines()]
+
+
+def brightness(colour):
+    return sum(int(part) for part in re.findall(r'\d+', colour)[:3])
+
+
 def main():
     with tempfile.TemporaryDirectory() as directory:
         sim = Gateways(46, '--fault', '3/invoke:element-rc=-7,element-index=2:always', '--fault', '5/get-attribute:close-after=0:always',
@@ -73,6 +99,13 @@ def main():
             assert elements.tags.count('tr') == 51, elements.tags.count('tr')
             assert '&lt;img src=x onerror=alert(1)&gt;' in dom
             assert '\u202e' not in dom
+            found = measure(directory, port, (360, 768, 1280))
+            assert sorted(each['room'] for each in found) == [360, 768, 1280], found
+            for each in found:
+                assert each['wide'] <= each['room'], each
+                assert brightness(each['text']) < 200 and brightness(each['bad']) < 400, each
+            dark, = measure(directory, port, (360,), '--blink-settings=preferredColorScheme=0')
+            assert min(brightness(dark[what]) for what in ('text', 'link', 'bad')) > 400, dark
             for text in ('cannot connect to 127.0.0.1:1:', 'no-such-host.invalid', 'no answer from', 'Is the Gateway running'):
                 assert text in dom, text
             if len(sys.argv) > 4:

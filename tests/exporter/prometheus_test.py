@@ -39,7 +39,13 @@ class UnderPrometheus(unittest.TestCase):
         cls.addClassCleanup(lambda: [sim.end() for sim in cls.sims])
         cls.targets = [f'127.0.0.1:{port}' for sim in cls.sims for port in sim.ports]
         config = pathlib.Path(cls.directory.name)
-        (config / 'exporter.yml').write_text('targets:\n' + ''.join(f'  - "{target}"\n' for target in cls.targets))
+        # And one with the metrics that a proposed file makes.
+        cls.sims.insert(0, Gateways(1, '--speed', '50'))
+        cls.mapped = cls.sims[0].targets[0]
+        rules = subprocess.run([ZULSTAT, '-p', str(cls.sims[0].ports[0]), 'map', '--observe', '2.5'], env=ENVIRONMENT, text=True,
+                               stdout=subprocess.PIPE, check=True).stdout.replace('  default:', '  mapped:')
+        (config / 'exporter.yml').write_text(rules + 'targets:\n' + ''.join(f'  - "{target}"\n' for target in cls.targets) +
+                                             f'  - {{target: "{cls.mapped}", module: mapped}}\n')
         cls.port, exporter_port = free_port(), free_port()
         cls.exporter = subprocess.Popen([EXPORTER, '-q', '--web.listen-address', f'127.0.0.1:{exporter_port}',
                                          '--config.file', config / 'exporter.yml'], env=ENVIRONMENT)
@@ -54,7 +60,7 @@ class UnderPrometheus(unittest.TestCase):
             [PROMETHEUS, f'--config.file={config}/prometheus.yml', f'--storage.tsdb.path={config}/data',
              f'--web.listen-address=127.0.0.1:{cls.port}', '--log.level=error'], stderr=subprocess.DEVNULL)
         cls.addClassCleanup(cls.stop, cls.prometheus)
-        assert eventually(lambda: len(cls.query('zulstat_up{job="zulstat-sd"} == 1')) == GATEWAYS, 60)
+        assert eventually(lambda: len(cls.query('zulstat_up{job="zulstat-sd"} == 1')) == GATEWAYS + 1, 60)
 
     @staticmethod
     def stop(process):
@@ -104,7 +110,7 @@ class UnderPrometheus(unittest.TestCase):
             self.assertNotIn('target', series['metric'])
 
     def test_up_and_alerts_follow_a_gateway(self):
-        sim, target = self.sims[1], self.targets[-1]
+        sim, target = self.sims[2], self.targets[-1]
         for trouble, phase in (('silent', 'querying'), ('refusing', 'opening'), ('stopped', 'opening')):
             with self.subTest(trouble):
                 if trouble == 'silent':
@@ -119,7 +125,7 @@ class UnderPrometheus(unittest.TestCase):
                 self.assertTrue(self.query(f'zulstat_failure_info{{instance="{target}", phase="{phase}"}}'))
                 self.assertTrue(all(self.up(other) == '1' for other in self.targets[:-1]))
                 if trouble == 'stopped':
-                    type(self).sims[1] = Gateways(port=sim.ports[0])
+                    type(self).sims[2] = Gateways(port=sim.ports[0])
                 else:
                     sim.fault('invoke:healthy:always')
                     sim.fault('get-attribute:healthy:always')
@@ -131,11 +137,18 @@ class UnderPrometheus(unittest.TestCase):
         expressions = [target['expr'] for panel in dashboard['panels'] for target in panel['targets']]
         self.assertGreater(len(expressions), 15)
         # A failure that its panels show.
-        self.sims[0].fault('1/invoke:close-after=0')
+        self.sims[1].fault('1/invoke:close-after=0')
         for expression in expressions:
             asked = expression.replace('$__rate_interval', '1m').replace('$instance', '.*')
             with self.subTest(expression):
                 self.assertTrue(eventually(lambda: self.query(asked), 15), asked)
+        for expression in expressions:
+            if 'gateway_' in expression:
+                asked = expression.replace('$__rate_interval', '1m').replace('$instance', self.mapped)
+                with self.subTest(mapped=expression):
+                    self.assertTrue(eventually(lambda: self.query(asked), 15), asked)
+        resets = re.search(r'expr: (\(resets.*) > 0', (HERE / 'zulstat-rules.yml').read_text())[1]
+        self.assertTrue(self.query(f'{resets} and on (instance) zulstat_up{{instance="{self.mapped}"}}'))
 
 
 if __name__ == '__main__':

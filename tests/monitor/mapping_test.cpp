@@ -139,6 +139,29 @@ TEST(Mapping, SharedNamesAreKept) {
     EXPECT_EQ(mapper.counts.otherTypes, 1u);
 }
 
+// Whatever an identifier holds, names are those of metrics, and no label is there twice.
+TEST(Mapping, NamesFromStarsAreNames) {
+    Mapper mapper = mapperOf(
+        "{match: 'l.*', type: gauge, name: $1}, {match: 'n:*', type: gauge, name: 'a:$1'},"
+        "{match: 's.*', type: stateset, name: $1, states: [A], labels: {own: x}}");
+    EXPECT_EQ(metricsOf(mapper, {{"l.1m", "1"},
+                                 {"l.", "2"},
+                                 {"l.zulstat_up", "3"},
+                                 {"n:b", "4"},
+                                 {"s.element", "A"},
+                                 {"s.own", "A"},
+                                 {"s.__x", "A"},
+                                 {"s.5", "A"}}),
+              "_1m{element=\"e\"} 1\n"
+              "_{element=\"e\"} 2\n"
+              "_zulstat_up{element=\"e\"} 3\n"
+              "a:b{element=\"e\"} 4\n"
+              "state_element{element=\"e\",own=\"x\",state_element=\"A\"} 1\n"
+              "state_own{element=\"e\",own=\"x\",state_own=\"A\"} 1\n"
+              "state___x{element=\"e\",own=\"x\",state___x=\"A\"} 1\n"
+              "_5{element=\"e\",own=\"x\",_5=\"A\"} 1\n");
+}
+
 TEST(Mapping, TextsHaveLimits) {
     Mapper mapper = mapperOf("");
     std::vector<std::pair<std::string, std::string>> many;
@@ -172,7 +195,7 @@ TEST(Mapping, ErrorsNameThePlaceAndWhatWasExpected) {
              {"a: [", "f:1:1: end of sequence flow not found"},
              {"modules: {a: {}, a: {}}", "f:1:18: 'a' is there twice"},
              {"modules: {a: {deadline: soon}}", "f:1:25: 'soon' is not a number of seconds"},
-             {"targets: [{target: 'x:1', module: b}]", "f: the target x:1 has the module 'b', which is not there"},
+             {"targets: [{target: 'x:1', module: b}]", "f:1:33: the target x:1 has the module 'b', which is not there"},
              {"modules: {a: {rules: [{match: x, type: sum}]}}",
               "f:1:40: 'sum' is no type, expected counter, gauge, stateset, info or drop"},
              {"modules: {a: {rules: [{match: x, type: gauge}]}}",
@@ -185,6 +208,12 @@ TEST(Mapping, ErrorsNameThePlaceAndWhatWasExpected) {
               "f:1:62: 'scale' goes with the types counter and gauge only"},
              {"modules: {a: {rules: [{match: x, type: stateset, name: a}]}}",
               "f:1:23: expected the key 'states', with a list of states"},
+             {"modules: {a: {rules: [{match: x, type: stateset, name: 'a:b', states: [A]}]}}",
+              "f:1:56: 'a:b' is not the name of a stateset, which is a label too: letters, digits and '_'"},
+             {"modules: {a: {rules: [{match: x, type: stateset, name: id, states: [A]}]}}",
+              "f:1:56: the label 'id' of that stateset is there already"},
+             {"modules: {a: {rules: [{match: x, type: stateset, name: s, states: [A], labels: {s: t}}]}}",
+              "f:1:56: the label 's' of that stateset is there already"},
              {"modules: {a: {groups: ['a:b']}}", "f:1:23: 'a:b' is not the name of a resource group"},
              {"modules: {a: {rules: [{match: x, type: gauge, name: a, labels: {id: x}}]}}",
               "f:1:69: the label 'id' is there already"}}) {
