@@ -90,10 +90,6 @@ std::string hintFor(const Failure& failure, const Query& query, const Subject& s
     if (!tooLarge.empty()) {
         return tooLarge;
     }
-    const std::string& host = subject.target.host;
-    if (failure.rc == RC_HOST_NOT_RESOLVED && std::count(host.begin(), host.end(), ':') == 1) {
-        return "The port is an option of its own: -p PORT.";
-    }
     std::string_view advice = adviceFor(failure.rc);
     if (subject.ping && advice.ends_with(PING_ADVICE)) {
         advice.remove_suffix(PING_ADVICE.size());
