@@ -146,7 +146,7 @@ void finish(Options& options, Words& words) {
     }
     refuseTwins(options.targets);
     options.target = options.targets.front();
-    if (options.targets.size() > 1 && command != Command::explain && command != Command::demo) {
+    if (options.several() && (command == Command::top || command == Command::map || command == Command::check)) {
         throw UsageError{fmt::format("{} Gateways are named, and this command takes one", options.targets.size())};
     }
     for (std::string& code : options.codes) {
@@ -217,7 +217,7 @@ std::chrono::milliseconds Options::intervalMs() const {
 }
 
 Layout Options::layout() const {
-    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds, mapper.get()};
+    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds, several(), mapper.get()};
 }
 
 CollectorOptions Options::collector(const Target& gateway) const {
@@ -249,6 +249,7 @@ FollowerOptions Options::follower(const Target& gateway) const {
 Subject Options::subject(const Target& gateway) const {
     return {.target = gateway,
             .timeout = timeout,
+            .several = several(),
             .series = command == Command::watch || command == Command::top,
             .ping = command == Command::ping,
             .filtered = !globs.empty(),

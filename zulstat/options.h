@@ -59,6 +59,9 @@ struct Options {
 
     std::chrono::milliseconds timeoutMs() const;
     std::chrono::milliseconds intervalMs() const;
+    bool several() const {
+        return targets.size() > 1;
+    }
     Layout layout() const;
     monitor::CollectorOptions collector() const {  // with the interrupt descriptor
         return collector(target);
