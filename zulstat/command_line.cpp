@@ -167,12 +167,19 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
     CLI::App* explain = addCommand(app, options, "explain", Command::explain, "What a return code means");
     explain->add_option("CODE", options.codes, "numbers or names; without one all")->option_text(SEVERAL_ARGUMENTS);
 
-    CLI::App* check = addCommand(app, options, "check", Command::check, "Check a value, as a monitoring plugin");
-    check->add_option("ID", words.ids, "the statistic")->expected(1)->option_text("(one)");
+    CLI::App* check = addCommand(app, options, "check", Command::check, "Check values, as a monitoring plugin");
+    check->add_option("ID", words.ids, "identifiers, and globs over all of them")->option_text(SEVERAL_ARGUMENTS);
     addOption(*check, "-w,--warning", words.warning, "warn when the value is outside", "RANGE")
         ->check(rangeValidator());
     addOption(*check, "-c,--critical", words.critical, "critical when the value is outside", "RANGE")
         ->check(rangeValidator());
+    addOption(*check, "--expect", words.expected, "critical when the value is none of these", "STATE[,STATE]...");
+    check->add_flag("--rate", words.rate, "look at the change per second between two samples");
+    check->add_flag("--delta", words.delta, "look at the difference between two samples");
+    check->add_option("-i,--interval", options.interval, "time between the two (1)")
+        ->option_text("SECONDS")
+        ->check(secondsFrom(SHORTEST_INTERVAL))
+        ->take_last();
     CLI::App* map = addCommand(app, options, "map", Command::map, "Propose a file for --map from live samples");
     map->add_option("--observe", options.observe, "how long to take samples (10)")
         ->option_text("SECONDS")

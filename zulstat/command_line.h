@@ -27,6 +27,9 @@ struct Words {
     std::vector<std::string> groups;
     std::string warning;
     std::string critical;
+    std::string expected;
+    bool rate = false;  // check
+    bool delta = false;
     bool intervalGiven = false;
     std::string map;
     std::string module;

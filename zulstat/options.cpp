@@ -98,6 +98,28 @@ bool colorWanted() {
     return variable("NO_COLOR").empty() && variable("TERM") != "dumb" && isatty(STDOUT_FILENO) == 1;
 }
 
+void finishCheck(Options& options, const Words& words) {
+    if (options.ids.empty()) {
+        throw UsageError{"check needs an identifier"};
+    }
+    if (words.rate && words.delta) {
+        throw UsageError{"--rate and --delta exclude each other"};
+    }
+    options.change = words.rate ? ChangeWanted::perSecond : words.delta ? ChangeWanted::difference : ChangeWanted::none;
+    const bool twice = options.change != ChangeWanted::none;
+    options.expected = splitPieces(words.expected, ',');
+    if (!words.expected.empty() && options.expected.empty()) {
+        throw UsageError{fmt::format("'{}' names no state", words.expected)};
+    }
+    if (!options.expected.empty() && (twice || options.warning || options.critical)) {
+        throw UsageError{"--expect is for states; -w, -c, --rate and --delta are for numbers"};
+    }
+    if (twice && options.interval >= options.timeout) {
+        throw UsageError{fmt::format("two samples with {} s between do not fit into {} s: a longer time (-T) is needed",
+                                     options.interval, options.timeout)};
+    }
+}
+
 void finish(Options& options, Words& words) {
     const Command command = options.command;
     options.header = !words.noHeader;
@@ -128,11 +150,11 @@ void finish(Options& options, Words& words) {
     if (!words.ids.empty() && !words.groups.empty()) {
         throw UsageError{"identifiers and -g exclude each other"};
     }
-    options.ids = command == Command::check ? words.ids : splitIds(words.ids, "identifier");
+    options.ids = splitIds(words.ids, "identifier");
     options.groups = splitIds(words.groups, "group");
     if (!words.map.empty()) {
-        if (options.format != Format::openmetrics) {
-            throw UsageError{"--map goes with -o openmetrics"};
+        if (options.format != Format::openmetrics && command != Command::check) {
+            throw UsageError{"--map goes with -o openmetrics and with check"};
         }
         options.mapper = readMapper(words.map, words.module.empty() ? "default" : words.module);
     } else if (!words.module.empty()) {
@@ -146,7 +168,7 @@ void finish(Options& options, Words& words) {
     }
     refuseTwins(options.targets);
     options.target = options.targets.front();
-    if (options.several() && (command == Command::top || command == Command::map || command == Command::check)) {
+    if (options.several() && (command == Command::top || command == Command::map)) {
         throw UsageError{fmt::format("{} Gateways are named, and this command takes one", options.targets.size())};
     }
     for (std::string& code : options.codes) {
@@ -154,9 +176,8 @@ void finish(Options& options, Words& words) {
     }
     options.warning = words.warning.empty() ? std::nullopt : parseRange(words.warning);
     options.critical = words.critical.empty() ? std::nullopt : parseRange(words.critical);
-    if (command == Command::check &&
-        (options.ids.empty() || options.ids[0].empty() || options.ids[0].find(':') != std::string::npos)) {
-        throw UsageError{"check takes one identifier"};
+    if (command == Command::check) {
+        finishCheck(options, words);
     }
 }
 

@@ -19,6 +19,9 @@
 
 namespace zulstat {
 
+// What check looks at in place of a value.
+enum class ChangeWanted { none, perSecond, difference };
+
 enum class Command { stats, ids, groups, watch, top, ping, explain, check, map, demo };
 
 struct Options {
@@ -37,7 +40,7 @@ struct Options {
     int traceLevel = 0;
     std::string traceFile;
 
-    std::vector<std::string> ids;     // stats, watch, top; one for check
+    std::vector<std::string> ids;     // stats, watch, top; of check globs too
     std::vector<std::string> groups;  // -g of stats, ids, watch, top; never together with ids
 
     bool counts = false;  // groups -l
@@ -56,6 +59,8 @@ struct Options {
     std::vector<std::string> codes;  // explain
     std::optional<Range> warning;    // check
     std::optional<Range> critical;
+    ChangeWanted change = ChangeWanted::none;
+    std::vector<std::string> expected;  // states; none: any value will do
 
     std::chrono::milliseconds timeoutMs() const;
     std::chrono::milliseconds intervalMs() const;

@@ -304,6 +304,60 @@ class Several(unittest.TestCase):
         self.assertEqual((checked.returncode, checked.stderr.count('nothing of')), (1, 1), checked)
 
 
+class Check(unittest.TestCase):
+    MAP = """modules: {default: {rules: [{match: host.load.1m, type: gauge, name: x, scale: 10},
+        {match: conn.accepted.total, type: counter, name: y}, {match: host.load.5m, type: drop},
+        {match: daemon.state, type: stateset, name: z, states: [STOPPED]}]}}"""
+
+    def test_several_statistics_are_one_line(self):
+        with tempfile.NamedTemporaryFile('w') as file, gateway() as port:
+            file.write(self.MAP)
+            file.flush()
+            for code, arguments, line in (
+                    (1, ['host.load.1m', 'host.load.1*', '-w', '4'],
+                     "WARNING - 1 of 2 not ok: host.load.1m is 8.04 (warning) | 'host.load.1m'=8.04;4; 'host.load.15m'=3.44;4;"),
+                    (0, ['host.load.*', '-X', '*.5m', 'host.name'], "OK - 3 ok: host.load.1m is 8.04; host.load.15m is 3.44; "
+                     "host.name is zulhost | 'host.load.1m'=8.04;; 'host.load.15m'=3.44;;"),
+                    (3, ['host.load.1m:nosuch', 'x*', '-w', '4'], "UNKNOWN - 3 of 3 not ok: the Gateway has no statistic nosuch "
+                     "(unknown); nothing matches x* (unknown); host.load.1m is 8.04 (warning) | 'host.load.1m'=8.04;4;"),
+                    (2, ['daemon.state', '--expect', 'STOPPED,FAILED'],
+                     'CRITICAL - daemon.state is RUNNING, expected STOPPED or FAILED'),
+                    (0, ['daemon.state', '--expect', 'STOPPED,RUNNING'], 'OK - daemon.state is RUNNING'),
+                    (3, ['host.load.*', 'conn.accepted.total', 'daemon.state', '--map', file.name],
+                     'UNKNOWN - 1 of 4 not ok: daemon.state is RUNNING, which is none of its states (unknown) | '
+                     "'host.load.1m'=80.39999999999999;; 'host.load.15m'=3.44;; 'conn.accepted.total'=1703965c;;"),
+                    (0, ['host.load.1m', '--delta', '-i', '0.05', '-w', '0'],
+                     "OK - host.load.1m is 0 | 'host.load.1m'=0;0;"),
+                    (3, ['daemon.state', '--rate', '-i', '0.05'], 'UNKNOWN - daemon.state is RUNNING, which is not a number')):
+                with self.subTest(arguments):
+                    result = run(port, 'check', *arguments)
+                    self.assertEqual((result.returncode, result.stdout), (code, f'ZULSTAT {line}\n'), result)
+            for arguments in (['a', '--rate', '--delta'], ['a', '--rate', '-T', '1'], ['a', '--expect', ','],
+                              ['a', '--expect', 'b', '-w', '1'], []):
+                result = run(port, 'check', *arguments)
+                self.assertEqual((result.returncode, result.stdout[:18], result.stdout.count('\n')),
+                                 (3, 'ZULSTAT UNKNOWN - ', 1), result)
+
+    def test_two_samples(self):
+        with gateway(options=('--speed', '100')) as port:
+            counter = 'conn.requests.total'
+            rate = run(port, 'check', counter, '--rate', '-i', '0.2', '-w', '1:')
+            self.assertRegex(rate.stdout, f"^ZULSTAT OK - {counter} is \\d+/s \\| '{counter}'=\\d+(\\.\\d+)?;1:;\n$")
+            delta = run(port, 'check', counter, '--delta', '-i', '0.2', '-c', '@1:')
+            self.assertRegex(delta.stdout, f"^ZULSTAT CRITICAL - {counter} is \\+\\d+ \\| '{counter}'=\\d+;;@1:\n$")
+
+    def test_several_gateways(self):
+        with gateway() as one, gateway() as other:
+            names = [f'127.0.0.1:{port}' for port in (one, other)]
+            both = ['-H', ','.join(names), 'check', 'host.load.1m']
+            data = ' '.join(f"'{name} host.load.1m'=8.04;4;" for name in names)
+            self.assertEqual(run(1, *both, '-w', '4').stdout, 'ZULSTAT WARNING - 2 of 2 not ok: ' + '; '.join(
+                f'host.load.1m of {name} is 8.04 (warning)' for name in names) + f' | {data}\n')
+            result = run(1, '-H', f'127.0.0.1:{free_port()}', *both, '-w', '4')
+            self.assertRegex(result.stdout, r'^ZULSTAT CRITICAL - 3 of 3 not ok: cannot connect to .*\(critical\); host.load')
+            self.assertEqual((result.returncode, result.stdout.partition(' | ')[2]), (2, data + '\n'))
+
+
 class Stalling(unittest.TestCase):
     def check_deadline(self, port, waiting, *arguments, code=4, **options):
         start = time.monotonic()
