@@ -152,10 +152,6 @@ private:
     std::optional<Clock::time_point> again;  // when the second query begins
 };
 
-bool isGlob(const std::string& word) {
-    return word.find_first_of("*?[") != std::string::npos;
-}
-
 std::string textOf(const std::vector<std::string>& states) {
     return escapeForTerminal(join(states, " or "));
 }
@@ -181,7 +177,7 @@ public:
             bool found = false;
             for (std::size_t index = 0; index < answer.sample.items.size(); ++index) {
                 const Item& item = answer.sample.items[index];
-                if (item.id == word || (isGlob(word) && globMatches(word, item.id) && keptByGlobs(item))) {
+                if (item.id == word || (meansId(word, item.id) && keptByGlobs(item))) {
                     found = true;
                     addOnce(item, answer.latest[index]);
                 }
@@ -332,7 +328,8 @@ int concludeAll(std::vector<Finding> findings) {
 }
 
 int check(const Options& options) {
-    const bool everything = std::any_of(options.ids.begin(), options.ids.end(), isGlob);
+    const bool everything =
+        std::any_of(options.ids.begin(), options.ids.end(), [](const std::string& word) { return isGlob(word); });
     const Query query = everything ? Query{What::stats, {}} : Query{What::statsById, options.ids};
     const Clock::time_point deadline = Clock::now() + options.timeoutMs();
     std::deque<Checking> all;

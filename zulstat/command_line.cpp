@@ -47,12 +47,15 @@ CLI::Option* addOption(CLI::App& app, const std::string& name, Value& value, con
 void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
     addOption(app, "-H,--host", words.hosts, "a Gateway's host, or HOST:PORT (ZULSTAT_HOST, 127.0.0.1)", HOST_TYPE)
         ->allow_extra_args(false)
+        ->default_str(monitor::Target{}.host)
         ->envname("ZULSTAT_HOST");
     addOption(app, "-p,--port", words.port, "the port of hosts without one (ZULSTAT_PORT, 7531)", "PORT")
         ->check(CLI::Range(1, 65535))
+        ->capture_default_str()
         ->envname("ZULSTAT_PORT");
     addOption(app, "-T,--timeout", options.timeout, "longest wait for an answer (ZULSTAT_TIMEOUT, 5)", "SECONDS")
         ->check(secondsFrom(0.001))
+        ->capture_default_str()
         ->envname("ZULSTAT_TIMEOUT");
     addOption(app, "-o,--output", words.format, formatList(), FORMAT_TYPE)->check([](const std::string& name) {
         return formatByName(name) ? std::string() : "there is no format '" + name + "'";
@@ -62,7 +65,7 @@ void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
         app.add_option_function<std::string>(
                name,
                [&options, include](const std::string& glob) {
-                   options.globs.push_back({include, glob});
+                   options.globs.rules.push_back({include, glob});
                },
                help)
             ->option_text(GLOB_TYPE)
@@ -185,6 +188,7 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
         ->option_text("SECONDS")
         ->check(secondsFrom(1))
         ->take_last();
+    addCommand(app, options, "config", Command::config, "Show what is in force, and where it comes from");
     CLI::App* demo = addCommand(app, options, "demo", Command::demo, "Try it all on a simulated Gateway");
     demo->add_flag("--web", options.web, "under zulstat-exporter, and print its address");
 }

@@ -10,6 +10,7 @@
 
 #include "advice.h"
 #include "asking.h"
+#include "charset.h"
 #include "format.h"
 #include "monitor/codes.h"
 #include "options.h"
@@ -78,6 +79,30 @@ int runQuery(const Options& options) {
     const bool ended = stepUntil(all, [](const Asking& one) { return one.over(); });
     const int exitCode = report(all, options);
     return ended ? exitCode : exitInterrupted;
+}
+
+int runConfig(const Options& options) {
+    std::size_t nameWidth = 0;
+    std::size_t valueWidth = 0;
+    for (const InForce& one : options.inForce) {
+        nameWidth = std::max(nameWidth, columnWidth(escapeForTerminal(one.name)));
+        valueWidth = std::max(valueWidth, columnWidth(escapeForTerminal(one.value)));
+    }
+    const auto row = [&](const std::string& kind, const std::string& name, const std::string& value,
+                         const std::string& from) {
+        constexpr std::size_t widestKind = 9;
+        constexpr std::size_t widest = 60;
+        print(inUsersCharacters(fmt::format("{}  {}  {}  {}\n", padRight(kind, widestKind),
+                                            padRight(name, std::min(nameWidth, widest)),
+                                            padRight(value, std::min(valueWidth, widest)), from)));
+    };
+    if (options.header) {
+        row("KIND", "NAME", "VALUE", "FROM");
+    }
+    for (const InForce& one : options.inForce) {
+        row(one.kind, escapeForTerminal(one.name), escapeForTerminal(one.value), escapeForTerminal(one.from));
+    }
+    return exitOk;
 }
 
 int runExplain(const Options& options) {

@@ -22,7 +22,15 @@ namespace zulstat {
 // What check looks at in place of a value.
 enum class ChangeWanted { none, perSecond, difference };
 
-enum class Command { stats, ids, groups, watch, top, ping, explain, check, map, demo };
+enum class Command { stats, ids, groups, watch, top, ping, explain, check, map, config, demo };
+
+// What holds, and who says so.
+struct InForce {
+    std::string kind;  // "option", "target" or "selection"
+    std::string name;
+    std::string value;
+    std::string from;  // "command line", a variable of the environment, "FILE:LINE" or "default"
+};
 
 struct Options {
     Command command = Command::stats;
@@ -31,7 +39,7 @@ struct Options {
     monitor::Target target;                // the first of them, which the members without one are about
     double timeout = 5;                    // seconds
     std::optional<Format> format;          // of -o or -j; each command has a default
-    std::vector<GlobRule> globs;           // -I and -X
+    IdFilter globs;                        // -I, -X, and selections with globs
     bool header = true;
     bool lineFeeds = false;  // csv
     bool color = true;       // false for --no-color, NO_COLOR, TERM=dumb and where standard output is not a terminal
@@ -57,6 +65,7 @@ struct Options {
     bool reconnect = true;
 
     std::vector<std::string> codes;  // explain
+    std::vector<InForce> inForce;    // config
     std::optional<Range> warning;    // check
     std::optional<Range> critical;
     ChangeWanted change = ChangeWanted::none;

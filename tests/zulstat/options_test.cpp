@@ -3,12 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 namespace {
 
 using namespace zulstat;
 using monitor::Target;
 
 Options parse(const std::string& line) {
+    setenv("XDG_CONFIG_HOME", "/nosuch", 1);
     const std::vector<std::string> words = splitPieces("zulstat " + line, ' ');
     std::vector<const char*> arguments;
     for (const std::string& word : words) {

@@ -22,7 +22,7 @@ import unittest
 
 ZULSTAT, SIM = sys.argv[1:3]
 ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {
-    'LC_ALL': 'C.UTF-8', 'TERM': 'xterm', 'PATH': os.path.dirname(SIM) + ':' + os.environ['PATH']}
+    'LC_ALL': 'C.UTF-8', 'XDG_CONFIG_HOME': '/nosuch', 'TERM': 'xterm', 'PATH': os.path.dirname(SIM) + ':' + os.environ['PATH']}
 ID, COUNTER = 'conn.open.now', 'conn.accepted.total'
 
 

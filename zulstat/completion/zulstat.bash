@@ -10,7 +10,7 @@ _zulstat_takes_value() {
 }
 
 _zulstat() {
-    local commands='stats ids groups watch top ping explain check map demo'
+    local commands='stats ids groups watch top ping explain check map config demo'
     local options='-h --help -H --host -p --port -T --timeout -o --output -j -I --include -X --exclude --map --module
         --no-header --lf --no-color -q --quiet -v --verbose --trace --trace-file'
     local before_commands='-V --version'
