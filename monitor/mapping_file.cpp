@@ -1,33 +1,29 @@
 #include "mapping_file.h"
 
 #include <fmt/format.h>
-#include <yaml-cpp/yaml.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
-#include <fstream>
 #include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string_view>
 
 #include "glob.h"
+#include "yaml_reader.h"
 
 namespace monitor {
 
 namespace {
 
-constexpr std::size_t LONGEST_FILE = 4 << 20;
 constexpr double LONGEST_DEADLINE = 3600;
 
 using Texts = std::vector<std::string>;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
-// Reads the file's nodes; every complaint names the node's place.
-class Reader {
+class Reader : private YamlReader {
 public:
-    Reader(std::string fileName, const MappingChecks& given) : name(std::move(fileName)), checks(given) {
+    Reader(std::string fileName, const MappingChecks& given) : YamlReader(std::move(fileName)), checks(given) {
     }
 
     MappingFile read(const YAML::Node& root) const {
@@ -61,81 +57,6 @@ public:
     }
 
 private:
-    [[noreturn]] void complain(const YAML::Node& at, const std::string& text) const {
-        const YAML::Mark mark = at.Mark();
-        throw MappingFileError(mark.is_null()
-                                   ? fmt::format("{}: {}", name, text)
-                                   : fmt::format("{}:{}:{}: {}", name, mark.line + 1, mark.column + 1, text));
-    }
-
-    std::string text(const YAML::Node& at, const std::string& expected) const {
-        if (!at.IsScalar()) {
-            complain(at, "expected " + expected);
-        }
-        return at.Scalar();
-    }
-    double number(const YAML::Node& at, const std::string& expected) const {
-        const std::string words = text(at, expected);
-        std::size_t used = 0;
-        double value = NAN;
-        try {
-            value = std::stod(words, &used);
-        } catch (const std::exception&) {
-        }
-        if (used != words.size() || !std::isfinite(value)) {
-            complain(at, fmt::format("'{}' is not {}", words, expected));
-        }
-        return value;
-    }
-    void forEachItem(const YAML::Node& at, const std::string& expected,
-                     const std::function<void(const YAML::Node&)>& use) const {
-        if (at.IsNull()) {
-            return;
-        }
-        if (!at.IsSequence()) {
-            complain(at, "expected " + expected);
-        }
-        for (const YAML::Node& item : at) {
-            use(item);
-        }
-    }
-    Texts texts(const YAML::Node& at, const std::string& expected) const {
-        Texts all;
-        forEachItem(at, expected, [&](const YAML::Node& item) { all.push_back(text(item, "a text")); });
-        return all;
-    }
-    // Names with something each; none twice.
-    void forEachName(const YAML::Node& at, const std::string& what,
-                     const std::function<void(const std::string&, const YAML::Node&)>& use) const {
-        if (at.IsNull()) {
-            return;
-        }
-        if (!at.IsMap()) {
-            complain(at, fmt::format("expected {}: names, a colon behind each", what));
-        }
-        Texts seen;
-        for (const auto& entry : at) {
-            const std::string key = text(entry.first, "a name");
-            if (std::find(seen.begin(), seen.end(), key) != seen.end()) {
-                complain(entry.first, fmt::format("'{}' is there twice", key));
-            }
-            seen.push_back(key);
-            use(key, entry.second);
-        }
-    }
-    void forEachKey(const YAML::Node& at, const std::string& what, const Texts& keys,
-                    const std::function<void(const std::string&, const YAML::Node&)>& use) const {
-        if (!at.IsNull() && !at.IsMap()) {
-            complain(at, fmt::format("expected {}: {}, a colon behind each", what, fmt::join(keys, ", ")));
-        }
-        for (const auto& entry : at) {
-            const std::string key = text(entry.first, "a key");
-            if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
-                complain(entry.first, fmt::format("unknown key '{}', expected {}", key, fmt::join(keys, ", ")));
-            }
-        }
-        forEachName(at, what, use);
-    }
     void checkEach(const YAML::Node& list, std::string (*check)(const std::string&)) const {
         for (const YAML::Node& item : list) {
             checkOne(item, check);
@@ -339,7 +260,6 @@ private:
         }
     }
 
-    std::string name;
     const MappingChecks& checks;
 };
 
@@ -347,7 +267,9 @@ private:
 
 MappingFile parseMapping(const std::string& text, const std::string& name, const MappingChecks& checks) {
     try {
-        return Reader(name, checks).read(YAML::Load(text));
+        return Reader(name, checks).read(parseYaml(text, name));
+    } catch (const YamlError& error) {
+        throw MappingFileError(error.what());
     } catch (const YAML::Exception& error) {
         throw MappingFileError(
             fmt::format("{}:{}:{}: {}", name, error.mark.line + 1, error.mark.column + 1, error.msg));
@@ -355,17 +277,11 @@ MappingFile parseMapping(const std::string& text, const std::string& name, const
 }
 
 std::string contentOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::string text(LONGEST_FILE + 1, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (!file.is_open() || file.bad()) {
-        throw MappingFileError(path + ": cannot be read");
+    try {
+        return readYamlText(path);
+    } catch (const YamlError& error) {
+        throw MappingFileError(error.what());
     }
-    text.resize(static_cast<std::size_t>(file.gcount()));
-    if (text.size() > LONGEST_FILE) {
-        throw MappingFileError(path + ": is larger than 4 MiB");
-    }
-    return text;
 }
 
 MappingFile readMappingFile(const std::string& path, const MappingChecks& checks) {

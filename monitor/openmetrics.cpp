@@ -131,29 +131,6 @@ std::optional<double> extractNumber(std::string_view text, const std::map<std::s
     return number && factor != units.end() ? std::optional(toDouble(*number) * factor->second) : std::nullopt;
 }
 
-// What a value is as a number by a rule; empty where it is none.
-std::string numberByRule(const Rule& rule, std::string_view value) {
-    std::optional<double> number;
-    if (!rule.extract.empty()) {
-        number = extractNumber(value, rule.extract);
-    } else if (const std::optional<Number> whole = parseNumber(value)) {
-        const double plain = toDouble(*whole);
-        if (rule.type == MetricType::counter && plain < 0) {
-            return {};
-        }
-        if (rule.scale == 1) {
-            return std::string(value);
-        }
-        number = plain;
-    } else {
-        number = parseMoment(value);
-    }
-    if (!number || (rule.type == MetricType::counter && *number < 0) || !std::isfinite(*number * rule.scale)) {
-        return {};
-    }
-    return fmt::format("{}", *number * rule.scale);
-}
-
 constexpr std::array<std::string_view, 4> TYPE_WORDS = {"gauge", "counter", "stateset", "info"};
 
 }  // namespace
@@ -302,6 +279,28 @@ private:
 };
 
 }  // namespace
+
+std::string numberByRule(const Rule& rule, std::string_view value) {
+    std::optional<double> number;
+    if (!rule.extract.empty()) {
+        number = extractNumber(value, rule.extract);
+    } else if (const std::optional<Number> whole = parseNumber(value)) {
+        const double plain = toDouble(*whole);
+        if (rule.type == MetricType::counter && plain < 0) {
+            return {};
+        }
+        if (rule.scale == 1) {
+            return std::string(value);
+        }
+        number = plain;
+    } else {
+        number = parseMoment(value);
+    }
+    if (!number || (rule.type == MetricType::counter && *number < 0) || !std::isfinite(*number * rule.scale)) {
+        return {};
+    }
+    return fmt::format("{}", *number * rule.scale);
+}
 
 void OpenMetrics::add(const Sample& sample, const Labels& sampleLabels, Mapper* mapper) {
     constexpr std::string_view statistic = "The Gateway's statistic ";

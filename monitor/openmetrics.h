@@ -24,6 +24,9 @@ enum class MetricsFormat {
 // The name of an identifier's metric where no rule gives one: gateway_host_load_1m for host.load.1m.
 std::string metricName(std::string_view id);
 
+// What a value is as a number by a rule for a counter or a gauge, scaled and without its unit; empty where it is none.
+std::string numberByRule(const Rule& rule, std::string_view value);
+
 // Collects samples and writes them out together: the metrics of one name stand together, in the order in which the
 // names came first. It keeps texts only, no sample. Nothing blocks; use one from one thread at a time.
 class OpenMetrics {

@@ -45,13 +45,17 @@ CLI::Option* addOption(CLI::App& app, const std::string& name, Value& value, con
 }
 
 void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
-    addOption(app, "-H,--host", options.target.host, "the Gateway's host (ZULSTAT_HOST, 127.0.0.1)", HOST_TYPE)
+    addOption(app, "-H,--host", words.hosts, "a Gateway's host, or HOST:PORT (ZULSTAT_HOST, 127.0.0.1)", HOST_TYPE)
+        ->allow_extra_args(false)
+        ->default_str(monitor::Target{}.host)
         ->envname("ZULSTAT_HOST");
-    addOption(app, "-p,--port", options.target.port, "its port (ZULSTAT_PORT, 7531)", "PORT")
+    addOption(app, "-p,--port", words.port, "the port of hosts without one (ZULSTAT_PORT, 7531)", "PORT")
         ->check(CLI::Range(1, 65535))
+        ->capture_default_str()
         ->envname("ZULSTAT_PORT");
     addOption(app, "-T,--timeout", options.timeout, "longest wait for an answer (ZULSTAT_TIMEOUT, 5)", "SECONDS")
         ->check(secondsFrom(0.001))
+        ->capture_default_str()
         ->envname("ZULSTAT_TIMEOUT");
     addOption(app, "-o,--output", words.format, formatList(), FORMAT_TYPE)->check([](const std::string& name) {
         return formatByName(name) ? std::string() : "there is no format '" + name + "'";
@@ -61,7 +65,7 @@ void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
         app.add_option_function<std::string>(
                name,
                [&options, include](const std::string& glob) {
-                   options.globs.push_back({include, glob});
+                   options.globs.rules.push_back({include, glob});
                },
                help)
             ->option_text(GLOB_TYPE)
@@ -166,17 +170,25 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
     CLI::App* explain = addCommand(app, options, "explain", Command::explain, "What a return code means");
     explain->add_option("CODE", options.codes, "numbers or names; without one all")->option_text(SEVERAL_ARGUMENTS);
 
-    CLI::App* check = addCommand(app, options, "check", Command::check, "Check a value, as a monitoring plugin");
-    check->add_option("ID", words.ids, "the statistic")->expected(1)->option_text("(one)");
+    CLI::App* check = addCommand(app, options, "check", Command::check, "Check values, as a monitoring plugin");
+    check->add_option("ID", words.ids, "identifiers, and globs over all of them")->option_text(SEVERAL_ARGUMENTS);
     addOption(*check, "-w,--warning", words.warning, "warn when the value is outside", "RANGE")
         ->check(rangeValidator());
     addOption(*check, "-c,--critical", words.critical, "critical when the value is outside", "RANGE")
         ->check(rangeValidator());
+    addOption(*check, "--expect", words.expected, "critical when the value is none of these", "STATE[,STATE]...");
+    check->add_flag("--rate", words.rate, "look at the change per second between two samples");
+    check->add_flag("--delta", words.delta, "look at the difference between two samples");
+    check->add_option("-i,--interval", options.interval, "time between the two (1)")
+        ->option_text("SECONDS")
+        ->check(secondsFrom(SHORTEST_INTERVAL))
+        ->take_last();
     CLI::App* map = addCommand(app, options, "map", Command::map, "Propose a file for --map from live samples");
     map->add_option("--observe", options.observe, "how long to take samples (10)")
         ->option_text("SECONDS")
         ->check(secondsFrom(1))
         ->take_last();
+    addCommand(app, options, "config", Command::config, "Show what is in force, and where it comes from");
     CLI::App* demo = addCommand(app, options, "demo", Command::demo, "Try it all on a simulated Gateway");
     demo->add_flag("--web", options.web, "under zulstat-exporter, and print its address");
 }

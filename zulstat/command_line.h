@@ -16,6 +16,8 @@ inline constexpr double SHORTEST_INTERVAL = 0.05;
 
 // What the command line has before it becomes Options.
 struct Words {
+    std::vector<std::string> hosts = {monitor::Target{}.host};
+    int port = monitor::Target{}.port;
     std::string format;
     bool json = false;
     bool noHeader = false;
@@ -25,6 +27,9 @@ struct Words {
     std::vector<std::string> groups;
     std::string warning;
     std::string critical;
+    std::string expected;
+    bool rate = false;  // check
+    bool delta = false;
     bool intervalGiven = false;
     std::string map;
     std::string module;

@@ -47,6 +47,8 @@ int run(const Options& options) {
         return runCheck(options);
     case Command::map:
         return runMap(options);
+    case Command::config:
+        return runConfig(options);
     case Command::demo:
         return runDemo(options);
     }

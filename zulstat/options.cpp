@@ -10,8 +10,12 @@
 #include <utility>
 
 #include "command_line.h"
+#include "config_file.h"
+#include "given_words.h"
 #include "interrupt.h"
 #include "map_file.h"
+#include "nearest.h"
+#include "targets.h"
 
 namespace zulstat {
 
@@ -97,7 +101,92 @@ bool colorWanted() {
     return variable("NO_COLOR").empty() && variable("TERM") != "dumb" && isatty(STDOUT_FILENO) == 1;
 }
 
-void finish(Options& options, Words& words) {
+void finishCheck(Options& options, const Words& words) {
+    if (options.ids.empty()) {
+        throw UsageError{"check needs an identifier"};
+    }
+    if (words.rate && words.delta) {
+        throw UsageError{"--rate and --delta exclude each other"};
+    }
+    options.change = words.rate ? ChangeWanted::perSecond : words.delta ? ChangeWanted::difference : ChangeWanted::none;
+    const bool twice = options.change != ChangeWanted::none;
+    options.expected = splitPieces(words.expected, ',');
+    if (!words.expected.empty() && options.expected.empty()) {
+        throw UsageError{fmt::format("'{}' names no state", words.expected)};
+    }
+    if (!options.expected.empty() && (twice || options.warning || options.critical)) {
+        throw UsageError{"--expect is for states; -w, -c, --rate and --delta are for numbers"};
+    }
+    if (twice && options.interval >= options.timeout) {
+        throw UsageError{fmt::format("two samples with {} s between do not fit into {} s: a longer time (-T) is needed",
+                                     options.interval, options.timeout)};
+    }
+}
+
+template <typename Named>
+std::vector<std::string> namesOf(const std::map<std::string, Named>& named) {
+    std::vector<std::string> names;
+    for (const auto& [name, content] : named) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+void finishTargets(Options& options, const Words& words, const Config& config, const GivenWords& given,
+                   bool hostGiven) {
+    for (const std::string& name : given.targets) {
+        const auto found = config.targets.find(name);
+        if (found == config.targets.end()) {
+            throw UsageError{
+                fmt::format("there is no target '@{}'{}", name, didYouMean(name, namesOf(config.targets)))};
+        }
+        for (const std::string& word : found->second.words) {
+            addTargets(word, words.port, options.targets);
+        }
+    }
+    if (given.targets.empty() || hostGiven) {
+        for (const std::string& host : words.hosts) {
+            addTargets(host, words.port, options.targets);
+        }
+    }
+    refuseTwins(options.targets);
+    options.target = options.targets.front();
+    if (options.several() && (options.command == Command::top || options.command == Command::map)) {
+        throw UsageError{fmt::format("{} Gateways are named, and this command takes one", options.targets.size())};
+    }
+}
+
+// Puts what selections have in their places.
+void expandSelections(Words& words, const Config& config, Options& options) {
+    std::vector<std::string> ids;
+    bool globs = false;
+    for (const std::string& word : words.ids) {
+        if (word.size() < 2 || word[0] != '@') {
+            ids.push_back(word);
+            continue;
+        }
+        const auto found = config.selections.find(word.substr(1));
+        if (found == config.selections.end()) {
+            const bool target = config.targets.contains(word.substr(1));
+            throw UsageError{fmt::format("there is no selection '{}'{}", word,
+                                         target ? "; a target stands before the command"
+                                                : didYouMean(word.substr(1), namesOf(config.selections)))};
+        }
+        const Selection& selection = found->second;
+        ids.insert(ids.end(), selection.ids.begin(), selection.ids.end());
+        words.groups.insert(words.groups.end(), selection.groups.begin(), selection.groups.end());
+        globs = globs || std::any_of(selection.ids.begin(), selection.ids.end(),
+                                     [](const std::string& id) { return isGlob(id); });
+    }
+    words.ids = ids;
+    // check takes globs as they are.
+    if (globs && options.command != Command::check) {
+        options.globs.words = splitIds(ids, "identifier");
+        words.ids.clear();
+    }
+}
+
+void finish(Options& options, Words& words, const Config& config) {
     const Command command = options.command;
     options.header = !words.noHeader;
     options.color = !words.noColor && colorWanted();
@@ -124,14 +213,15 @@ void finish(Options& options, Words& words) {
             setCount(numbers[1], options);
         }
     }
-    if (!words.ids.empty() && !words.groups.empty()) {
+    expandSelections(words, config, options);
+    if (!(words.ids.empty() && options.globs.words.empty()) && !words.groups.empty()) {
         throw UsageError{"identifiers and -g exclude each other"};
     }
-    options.ids = command == Command::check ? words.ids : splitIds(words.ids, "identifier");
+    options.ids = splitIds(words.ids, "identifier");
     options.groups = splitIds(words.groups, "group");
     if (!words.map.empty()) {
-        if (options.format != Format::openmetrics) {
-            throw UsageError{"--map goes with -o openmetrics"};
+        if (options.format != Format::openmetrics && command != Command::check) {
+            throw UsageError{"--map goes with -o openmetrics and with check"};
         }
         options.mapper = readMapper(words.map, words.module.empty() ? "default" : words.module);
     } else if (!words.module.empty()) {
@@ -140,17 +230,13 @@ void finish(Options& options, Words& words) {
     if (!options.traceFile.empty() && options.traceLevel == 0) {
         throw UsageError{"--trace-file needs --trace with a level from 1 to 5"};
     }
-    if (options.target.host.empty()) {
-        throw UsageError{"the host name is empty"};
-    }
     for (std::string& code : options.codes) {
         std::replace(code.begin(), code.end(), MINUS_MARK, '-');
     }
     options.warning = words.warning.empty() ? std::nullopt : parseRange(words.warning);
     options.critical = words.critical.empty() ? std::nullopt : parseRange(words.critical);
-    if (command == Command::check &&
-        (options.ids.empty() || options.ids[0].empty() || options.ids[0].find(':') != std::string::npos)) {
-        throw UsageError{"check takes one identifier"};
+    if (command == Command::check) {
+        finishCheck(options, words);
     }
 }
 
@@ -179,8 +265,101 @@ std::string blame(const std::string& text, int argc, const char* const* argv) {
     return text;
 }
 
-std::string missingCommand(const std::vector<std::string>& words) {
-    return words.empty() ? "a command is missing" : fmt::format("there is no command or option '{}'", words.front());
+std::vector<std::string> optionNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options()) {
+        for (const std::string& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return names;
+}
+
+// Where there is no command yet, what may have been meant is one of them.
+std::string missingCommand(const CLI::App& app, const std::vector<std::string>& words) {
+    if (words.empty()) {
+        return "a command is missing";
+    }
+    std::vector<std::string> names = optionNames(app);
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(command->get_name());
+    }
+    return fmt::format("there is no command or option '{}'{}", words.front(), didYouMean(words.front(), names));
+}
+
+std::string unexpected(const CLI::App& app, const std::string& word) {
+    std::vector<std::string> names = optionNames(app);
+    for (const CLI::App* command : app.get_subcommands()) {
+        const std::vector<std::string> own = optionNames(*command);
+        names.insert(names.end(), own.begin(), own.end());
+    }
+    return fmt::format("'{}' is not expected here{}", word,
+                       word.starts_with("--") ? didYouMean(word.substr(0, word.find('=')), names) : "");
+}
+
+// What the files say of options, as their defaults.
+void applyConfig(CLI::App& app, const Config& config) {
+    for (const auto& [name, setting] : config.options) {
+        CLI::Option* option = app.get_option("--" + name);
+        const bool flag = option->get_expected_max() == 0;
+        if (flag && setting.value != "true" && setting.value != "false") {
+            throw UsageError{fmt::format("{}: '{}' is not true or false, for {}", setting.place, setting.value, name)};
+        }
+        if (flag && setting.value == "false") {
+            continue;
+        }
+        try {
+            option->run_callback_for_default()->default_val(setting.value);
+        } catch (const CLI::Error& error) {
+            throw UsageError{fmt::format("{}: {}", setting.place, error.what())};
+        }
+    }
+}
+
+// For the command config: every option of all commands, then the names.
+std::vector<InForce> inForce(const CLI::App& app, const Options& options, const Config& config,
+                             const GivenWords& given) {
+    std::vector<InForce> all;
+    for (const CLI::Option* option : app.get_options()) {
+        const std::string name = option->get_lnames().empty() ? "" : option->get_lnames().front();
+        if (name.empty() || name == "help" || name == "version") {
+            continue;
+        }
+        const auto set = config.options.find(name);
+        InForce one = {"option", name, option->count() > 0 ? join(option->results(), ",") : option->get_default_str(),
+                       given.global.contains(option) ? "command line"
+                       : option->count() > 0         ? option->get_envname()
+                       : set != config.options.end() ? set->second.place
+                                                     : "default"};
+        if (name == "host") {
+            std::vector<std::string> targets;
+            for (const Target& target : options.targets) {
+                targets.push_back(targetText(target));
+            }
+            one.value = join(targets, ",");
+            one.from = given.targets.empty() ? one.from : "command line";
+        } else if (name == "include" || name == "exclude") {
+            std::vector<std::string> globs;
+            for (const GlobRule& rule : options.globs.rules) {
+                if (rule.include == (name == "include")) {
+                    globs.push_back(rule.glob);
+                }
+            }
+            one.value = join(globs, ",");
+        } else if (option->get_expected_max() == 0) {
+            one.value =
+                option->count() > 0 || (set != config.options.end() && set->second.value == "true") ? "true" : "false";
+        }
+        all.push_back(one);
+    }
+    for (const auto& [name, target] : config.targets) {
+        all.push_back({"target", "@" + name, join(target.words, ","), target.place});
+    }
+    for (const auto& [name, selection] : config.selections) {
+        const std::string groups = selection.groups.empty() ? "" : "-g " + join(selection.groups, " ");
+        all.push_back({"selection", "@" + name, groups.empty() ? join(selection.ids, " ") : groups, selection.place});
+    }
+    return all;
 }
 
 std::vector<std::string> commandLine(int argc, const char* const* argv) {
@@ -196,7 +375,6 @@ std::vector<std::string> commandLine(int argc, const char* const* argv) {
             }
         }
     }
-    std::reverse(words.begin(), words.end());  // as CLI11 takes them
     return words;
 }
 
@@ -211,11 +389,11 @@ std::chrono::milliseconds Options::intervalMs() const {
 }
 
 Layout Options::layout() const {
-    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds, mapper.get()};
+    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds, several(), mapper.get()};
 }
 
-CollectorOptions Options::collector() const {
-    return {target, findWorker(), traceLevel, traceFile, interruptDescriptor()};
+CollectorOptions Options::collector(const Target& gateway) const {
+    return {gateway, findWorker(), traceLevel, traceFile, interruptDescriptor()};
 }
 
 Query Options::query() const {
@@ -231,8 +409,8 @@ Query Options::query() const {
     return ids.empty() ? Query{What::stats, {}} : Query{What::statsById, ids};
 }
 
-FollowerOptions Options::follower() const {
-    return {.collector = collector(),
+FollowerOptions Options::follower(const Target& gateway) const {
+    return {.collector = collector(gateway),
             .query = query(),
             .interval = intervalMs(),
             .timeout = timeoutMs(),
@@ -240,9 +418,10 @@ FollowerOptions Options::follower() const {
             .reconnect = reconnect};
 }
 
-Subject Options::subject() const {
-    return {.target = target,
+Subject Options::subject(const Target& gateway) const {
+    return {.target = gateway,
             .timeout = timeout,
+            .several = several(),
             .series = command == Command::watch || command == Command::top,
             .ping = command == Command::ping,
             .filtered = !globs.empty(),
@@ -265,23 +444,41 @@ Options parseOptions(int argc, const char* const* argv) {
         const auto commands = app.get_subcommands();
         return UsageError{text, commands.empty() ? "" : commands.front()->get_name()};
     };
+    std::vector<std::string> line = commandLine(argc, argv);
+    const GivenWords given = takeTargets(app, line);
+    std::reverse(line.begin(), line.end());  // as CLI11 takes them
+    Config config;
+    std::optional<UsageError> wrongConfig;
     try {
-        app.parse(commandLine(argc, argv));
-        finish(options, words);
+        config = readConfig();
+        applyConfig(app, config);
+    } catch (const UsageError& error) {
+        wrongConfig = error;  // help needs none
+    }
+    try {
+        app.parse(line);
+        if (wrongConfig) {
+            throw UsageError(*wrongConfig);
+        }
+        finishTargets(options, words, config, given, given.global.contains(app.get_option("--host")));
+        finish(options, words, config);
+        if (options.command == Command::config) {
+            options.inForce = inForce(app, options, config, given);
+        }
     } catch (const CLI::CallForHelp&) {
         // 'help nosuch' too
         if (const auto rest = app.remaining(); !rest.empty() && !rest.front().starts_with('-')) {
-            throw usageError(missingCommand(rest));
+            throw usageError(missingCommand(app, rest));
         }
         throw TextWanted{app.help()};
     } catch (const CLI::CallForVersion& version) {
         throw TextWanted{std::string(version.what()) + "\n"};
     } catch (const CLI::RequiredError& error) {
-        throw usageError(app.get_subcommands().empty() ? missingCommand(app.remaining()) : error.what());
+        throw usageError(app.get_subcommands().empty() ? missingCommand(app, app.remaining()) : error.what());
     } catch (const CLI::ArgumentMismatch& error) {
         throw usageError(wrongNumberOfValues(error.what()));
     } catch (const CLI::ExtrasError&) {
-        throw usageError(fmt::format("'{}' is not expected here", app.remaining(true).front()));
+        throw usageError(unexpected(app, app.remaining(true).front()));
     } catch (const CLI::ParseError& error) {
         throw usageError(blame(error.what(), argc, argv));
     } catch (const UsageError& error) {

@@ -19,15 +19,27 @@
 
 namespace zulstat {
 
-enum class Command { stats, ids, groups, watch, top, ping, explain, check, map, demo };
+// What check looks at in place of a value.
+enum class ChangeWanted { none, perSecond, difference };
+
+enum class Command { stats, ids, groups, watch, top, ping, explain, check, map, config, demo };
+
+// What holds, and who says so.
+struct InForce {
+    std::string kind;  // "option", "target" or "selection"
+    std::string name;
+    std::string value;
+    std::string from;  // "command line", a variable of the environment, "FILE:LINE" or "default"
+};
 
 struct Options {
     Command command = Command::stats;
 
-    monitor::Target target;
-    double timeout = 5;            // seconds
-    std::optional<Format> format;  // of -o or -j; each command has a default
-    std::vector<GlobRule> globs;   // -I and -X
+    std::vector<monitor::Target> targets;  // at least one, none twice
+    monitor::Target target;                // the first of them, which the members without one are about
+    double timeout = 5;                    // seconds
+    std::optional<Format> format;          // of -o or -j; each command has a default
+    IdFilter globs;                        // -I, -X, and selections with globs
     bool header = true;
     bool lineFeeds = false;  // csv
     bool color = true;       // false for --no-color, NO_COLOR, TERM=dumb and where standard output is not a terminal
@@ -36,7 +48,7 @@ struct Options {
     int traceLevel = 0;
     std::string traceFile;
 
-    std::vector<std::string> ids;     // stats, watch, top; one for check
+    std::vector<std::string> ids;     // stats, watch, top; of check globs too
     std::vector<std::string> groups;  // -g of stats, ids, watch, top; never together with ids
 
     bool counts = false;  // groups -l
@@ -53,17 +65,32 @@ struct Options {
     bool reconnect = true;
 
     std::vector<std::string> codes;  // explain
+    std::vector<InForce> inForce;    // config
     std::optional<Range> warning;    // check
     std::optional<Range> critical;
+    ChangeWanted change = ChangeWanted::none;
+    std::vector<std::string> expected;  // states; none: any value will do
 
     std::chrono::milliseconds timeoutMs() const;
     std::chrono::milliseconds intervalMs() const;
+    bool several() const {
+        return targets.size() > 1;
+    }
     Layout layout() const;
-    monitor::CollectorOptions collector() const;  // with the interrupt descriptor
+    monitor::CollectorOptions collector() const {  // with the interrupt descriptor
+        return collector(target);
+    }
+    monitor::CollectorOptions collector(const monitor::Target& gateway) const;
     // What stats, ids, watch, top and check ask for: everything, the ids or the groups.
     monitor::Query query() const;
-    monitor::FollowerOptions follower() const;  // of watch and top
-    Subject subject() const;
+    monitor::FollowerOptions follower() const {  // of watch and top
+        return follower(target);
+    }
+    monitor::FollowerOptions follower(const monitor::Target& gateway) const;
+    Subject subject() const {
+        return subject(target);
+    }
+    Subject subject(const monitor::Target& gateway) const;
     // Throws UsageError where the library's trace would fall into a screen that is drawn again and again.
     void refuseTraceOnScreen() const;
 };

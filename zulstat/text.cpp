@@ -109,11 +109,25 @@ bool keeps(const std::vector<GlobRule>& rules, std::string_view id) {
     return rules.empty() || !rules.front().include;
 }
 
-void filter(Sample& sample, const std::vector<GlobRule>& rules) {
-    if (rules.empty()) {
+bool isGlob(std::string_view word) {
+    return word.find_first_of("*?[") != std::string_view::npos;
+}
+
+bool meansId(const std::string& word, std::string_view id) {
+    return id == word || (isGlob(word) && globMatches(word, id));
+}
+
+bool keeps(const IdFilter& wanted, std::string_view id) {
+    const bool meant = wanted.words.empty() || std::any_of(wanted.words.begin(), wanted.words.end(),
+                                                           [&](const std::string& word) { return meansId(word, id); });
+    return meant && keeps(wanted.rules, id);
+}
+
+void filter(Sample& sample, const IdFilter& wanted) {
+    if (wanted.empty()) {
         return;
     }
-    keepItems(sample, [&](const Item& item) { return keeps(rules, item.id); });
+    keepItems(sample, [&](const Item& item) { return keeps(wanted, item.id); });
 }
 
 std::vector<std::string> splitPieces(std::string_view text, char separator) {

@@ -34,8 +34,24 @@ struct GlobRule {
 };
 bool keeps(const std::vector<GlobRule>& rules, std::string_view id);
 
-// Removes the items that the rules do not keep, and the elements that lose all their items. Failed elements stay.
-void filter(monitor::Sample& sample, const std::vector<GlobRule>& rules);
+// Whether the word has characters that stand for others.
+bool isGlob(std::string_view word);
+// Whether a word is the identifier, or a glob that matches it.
+bool meansId(const std::string& word, std::string_view id);
+
+// What is shown of an answer: what one of the words means (anything where there are none) and the rules keep.
+struct IdFilter {
+    std::vector<std::string> words;
+    std::vector<GlobRule> rules;
+
+    bool empty() const {
+        return words.empty() && rules.empty();
+    }
+};
+bool keeps(const IdFilter& wanted, std::string_view id);
+
+// Removes the items that it does not keep, and the elements that lose all their items. Failed elements stay.
+void filter(monitor::Sample& sample, const IdFilter& wanted);
 
 // Pieces between the separators; empty pieces are dropped.
 std::vector<std::string> splitPieces(std::string_view text, char separator);

@@ -22,7 +22,7 @@ import time
 import unittest
 
 ZULSTAT, SIM, RESOLVER, SYSTEM, HEADER = sys.argv[1:6]
-ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {'LC_ALL': 'C.UTF-8'}
+ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {'LC_ALL': 'C.UTF-8', 'XDG_CONFIG_HOME': '/nosuch'}
 
 
 @contextlib.contextmanager
@@ -234,6 +234,16 @@ class Healthy(unittest.TestCase):
         result = run(self.port, 'groups', environment={'ZULSTAT_TIMEOUT': 'x'})
         self.assertEqual((result.returncode, 'ZULSTAT_TIMEOUT' in result.stderr), (2, True), result)
 
+    def test_what_was_meant_is_offered(self):
+        for arguments, meant in ((['stat'], 'stats'), (['gruops', 'x'], 'groups'), (['--timeuot', '1', 'ids'], '--timeout'),
+                                 (['watch', '--no-reconect'], '--no-reconnect'), (['--versoin'], '--version')):
+            result = run(self.port, *arguments)
+            self.assertEqual((result.returncode, f"; did you mean '{meant}'?" in result.stderr), (2, True), result)
+        for arguments, meant in ((['stats', 'host.load.1n', 'conn.open.nwo'], 'host.load.1m, conn.open.now'),
+                                 (['ids', '-g', 'hots'], 'host')):
+            self.assertIn(f'hint: Did you mean {meant}?\n', run(self.port, *arguments).stderr)
+        self.assertNotIn('mean', run(self.port, 'stats', 'zzzzzz').stderr + run(self.port, 'zzzzzz').stderr)
+
     def test_globs(self):
         ids = [line.split()[0] for line in lines_of(run(
             self.port, '-X', '*.total', 'stats', '-g', 'conn', '-I', 'conn.[l-z]*', '-X', '*', '--no-header').stdout)]
@@ -262,6 +272,181 @@ class Healthy(unittest.TestCase):
             result = run(self.port, *output.split(), stdout=write_end)
             os.close(write_end)
             self.assertEqual((result.returncode, result.stderr), (0, ''))
+
+
+class Several(unittest.TestCase):
+    def test_each_format_has_all_gateways(self):
+        with gateway() as one, gateway() as other, gateway('invoke:silent:always') as silent:
+            names = [f'127.0.0.1:{port}' for port in (one, other)]
+            hosts = ['-H', ','.join(names), '-H', f'127.0.0.1:{free_port()},127.0.0.1:{silent}']
+            query = ['stats', 'host.name', 'host.laod.1m']
+            start = time.monotonic()
+            results = {f: run(1, '-T', '1', *hosts, *query, '-o', f) for f in ('table', 'plain', 'jsonl', 'csv', 'openmetrics')}
+            self.assertLess(time.monotonic() - start, 7.5)
+            counts = run(1, '-H', ','.join(names), 'groups', '-l', '-I', 'conn', '--no-header').stdout
+            alone = run(one, *query, '-o', 'openmetrics')
+            pinged = run(1, '-T', '1', *hosts, 'ping', '-c', '1')
+            checked = run(1, '-H', ','.join(names), '-X', '*', 'ids')
+        for form, result in results.items():
+            with self.subTest(form):
+                self.assertEqual(result.returncode, 4)
+                self.assertRegex(result.stderr, r"""(?x)^zulstat:\ cannot\ connect\ to\ 127.*\nzulstat:\ hint:.*
+                    \nzulstat:\ no\ answer\ from\ 127\.0\.0\.1:%s\ within.*\nzulstat:\ hint:.*
+                    \nzulstat:\ 2\ of\ 4\ Gateways\ gave\ no\ answer;\ 2\ of\ 4\ query\ elements\ failed:
+                    \ host.laod.1m\ \(rc\ -1,\ %s\),\ host.laod.1m\ \(rc\ -1,\ %s\)
+                    \nzulstat:\ hint:\ Did\ you\ mean\ host.load.1m\?\n$""" % (silent, *names))
+        rows = lines_of(results['table'].stdout)
+        self.assertEqual([re.split('  +', row) for row in rows], [['TARGET', 'ID', 'VALUE']] + [
+            [name, *rest] for name in names for rest in (['host.name', 'zulhost'], ['host.laod.1m', 'failed, rc -1'])])
+        self.assertEqual(results['plain'].stdout, ''.join(
+            f'host.name\tzulhost\thost.name\t0\t{name}\n\t\thost.laod.1m\t-1\t{name}\n' for name in names))
+        self.assertEqual([json.loads(line)['target']['port'] for line in lines_of(results['jsonl'].stdout)],
+                         [int(one), int(other)])
+        self.assertEqual([row[1] for row in csv.reader(lines_of(results['csv'].stdout))],
+                         ['target', names[0], names[0], names[1], names[1]])
+        both = lines_of(results['openmetrics'].stdout)
+        self.assertEqual([line.split('{')[0] for line in both if names[1] not in line],
+                         [line.split('{')[0] for line in lines_of(alone.stdout)])
+        self.assertEqual(sum(name in line for line in both for name in names[1:]), sum('{' in line for line in both) // 2)
+        self.assertEqual(counts, ''.join(f'{name}  conn  16\n' for name in names))
+        self.assertEqual((pinged.returncode, pinged.stdout.count('query 1: '), pinged.stdout.count(f'{names[1]}: 1 query, ')),
+                         (4, 2, 1), pinged)
+        self.assertEqual((checked.returncode, checked.stderr.count('nothing of')), (1, 1), checked)
+
+
+class Check(unittest.TestCase):
+    MAP = """modules: {default: {rules: [{match: host.load.1m, type: gauge, name: x, scale: 10},
+        {match: conn.accepted.total, type: counter, name: y}, {match: host.load.5m, type: drop},
+        {match: daemon.state, type: stateset, name: z, states: [STOPPED]}]}}"""
+
+    def test_several_statistics_are_one_line(self):
+        with tempfile.NamedTemporaryFile('w') as file, gateway() as port:
+            file.write(self.MAP)
+            file.flush()
+            for code, arguments, line in (
+                    (1, ['host.load.1m', 'host.load.1*', '-w', '4'],
+                     "WARNING - 1 of 2 not ok: host.load.1m is 8.04 (warning) | 'host.load.1m'=8.04;4; 'host.load.15m'=3.44;4;"),
+                    (0, ['host.load.*', '-X', '*.5m', 'host.name'], "OK - 3 ok: host.load.1m is 8.04; host.load.15m is 3.44; "
+                     "host.name is zulhost | 'host.load.1m'=8.04;; 'host.load.15m'=3.44;;"),
+                    (3, ['host.load.1m:nosuch', 'x*', '-w', '4'], "UNKNOWN - 3 of 3 not ok: the Gateway has no statistic nosuch "
+                     "(unknown); nothing matches x* (unknown); host.load.1m is 8.04 (warning) | 'host.load.1m'=8.04;4;"),
+                    (2, ['daemon.state', '--expect', 'STOPPED,FAILED'],
+                     'CRITICAL - daemon.state is RUNNING, expected STOPPED or FAILED'),
+                    (0, ['daemon.state', '--expect', 'STOPPED,RUNNING'], 'OK - daemon.state is RUNNING'),
+                    (3, ['host.load.*', 'conn.accepted.total', 'daemon.state', '--map', file.name],
+                     'UNKNOWN - 1 of 4 not ok: daemon.state is RUNNING, which is none of its states (unknown) | '
+                     "'host.load.1m'=80.39999999999999;; 'host.load.15m'=3.44;; 'conn.accepted.total'=1703965c;;"),
+                    (0, ['host.load.1m', '--delta', '-i', '0.05', '-w', '0'],
+                     "OK - host.load.1m is 0 | 'host.load.1m'=0;0;"),
+                    (3, ['daemon.state', '--rate', '-i', '0.05'], 'UNKNOWN - daemon.state is RUNNING, which is not a number')):
+                with self.subTest(arguments):
+                    result = run(port, 'check', *arguments)
+                    self.assertEqual((result.returncode, result.stdout), (code, f'ZULSTAT {line}\n'), result)
+            for arguments in (['a', '--rate', '--delta'], ['a', '--rate', '-T', '1'], ['a', '--expect', ','],
+                              ['a', '--expect', 'b', '-w', '1'], []):
+                result = run(port, 'check', *arguments)
+                self.assertEqual((result.returncode, result.stdout[:18], result.stdout.count('\n')),
+                                 (3, 'ZULSTAT UNKNOWN - ', 1), result)
+
+    def test_two_samples(self):
+        with gateway(options=('--speed', '100')) as port:
+            counter = 'conn.requests.total'
+            rate = run(port, 'check', counter, '--rate', '-i', '0.2', '-w', '1:')
+            self.assertRegex(rate.stdout, f"^ZULSTAT OK - {counter} is \\d+/s \\| '{counter}'=\\d+(\\.\\d+)?;1:;\n$")
+            delta = run(port, 'check', counter, '--delta', '-i', '0.2', '-c', '@1:')
+            self.assertRegex(delta.stdout, f"^ZULSTAT CRITICAL - {counter} is \\+\\d+ \\| '{counter}'=\\d+;;@1:\n$")
+
+    def test_several_gateways(self):
+        with gateway() as one, gateway() as other:
+            names = [f'127.0.0.1:{port}' for port in (one, other)]
+            both = ['-H', ','.join(names), 'check', 'host.load.1m']
+            data = ' '.join(f"'{name} host.load.1m'=8.04;4;" for name in names)
+            self.assertEqual(run(1, *both, '-w', '4').stdout, 'ZULSTAT WARNING - 2 of 2 not ok: ' + '; '.join(
+                f'host.load.1m of {name} is 8.04 (warning)' for name in names) + f' | {data}\n')
+            result = run(1, '-H', f'127.0.0.1:{free_port()}', *both, '-w', '4')
+            self.assertRegex(result.stdout, r'^ZULSTAT CRITICAL - 3 of 3 not ok: cannot connect to .*\(critical\); host.load')
+            self.assertEqual((result.returncode, result.stdout.partition(' | ')[2]), (2, data + '\n'))
+
+
+class Configuration(unittest.TestCase):
+    def setUp(self):
+        self.home = self.enterContext(tempfile.TemporaryDirectory())
+        self.system = self.enterContext(tempfile.TemporaryDirectory())
+        self.environment = {'XDG_CONFIG_HOME': self.home, 'XDG_CONFIG_DIRS': f'/nosuch:{self.system}'}
+
+    def write(self, directory, text):
+        with open(f'{directory}/zulstat.yaml', 'w', encoding='utf-8') as file:
+            file.write(text)
+
+    def zulstat(self, *arguments, **environment):
+        return subprocess.run([ZULSTAT, *arguments], text=True, env=ENVIRONMENT | self.environment | environment, timeout=30,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+
+    def test_targets_and_selections(self):
+        with gateway() as one, gateway() as other:
+            self.write(self.home, f'targets: {{lab: "127.0.0.1:{one}", prod: [127.0.0.1:{one}, "127.0.0.1:{other}"]}}')
+            self.write(self.system, f"""
+                targets: {{lab: 127.0.0.1:1}}
+                selections:
+                  load: ["host.load.1*", host.name]
+                  plain: [host.name, nosuch]
+                  web: {{groups: [conn]}}""")
+            for arguments, code, ids in ((['@lab', 'stats', '@load'], 0, ['host.name', 'host.load.1m', 'host.load.15m']),
+                                         (['-q', '@lab', 'stats', '@load', '-X', '*.1m', 'host.load.5m'], 0,
+                                          ['host.name', 'host.load.5m', 'host.load.15m']),
+                                         (['-q', '@lab', 'stats', '@plain'], 1, ['host.name', '']),
+                                         (['@lab', 'watch', '@plain', '0.1', '1', '-q'], 1, ['host.name', '']),
+                                         (['@lab', 'stats', ':@load', '-q'], 1, [''])):
+                with self.subTest(arguments):
+                    result = self.zulstat(*arguments, '-o', 'csv', ZULSTAT_HOST='nosuch.invalid')
+                    self.assertEqual((result.returncode, [row[4] for row in csv.reader(lines_of(result.stdout))][1:]),
+                                     (code, ids), result)
+            both = self.zulstat('-T', '5', '@prod', 'stats', '@web', '-I', 'conn.open.now', '--no-header')
+            self.assertEqual([row.split()[0] for row in lines_of(both.stdout)], [f'127.0.0.1:{p}' for p in (one, other)])
+            checked = self.zulstat('@lab', 'check', '@load', '-w', '1')
+            self.assertRegex(checked.stdout, '^ZULSTAT UNKNOWN - 3 of 3 not ok: host.name is zulhost, which is not a number')
+            for arguments, message in ((['@prud', 'ids'], r"no target '@prud'; did you mean 'prod'\?"),
+                                       (['stats', '@laod'], r"no selection '@laod'; did you mean 'load'\?"),
+                                       (['stats', '@prod'], 'a target stands before the command'),
+                                       (['@lab', '@prod', 'ids'], f'the Gateway 127.0.0.1:{one} is named twice'),
+                                       (['@lab', 'stats', '@load', '@web'], 'exclude each other')):
+                result = self.zulstat(*arguments)
+                self.assertEqual(result.returncode, 2, result)
+                self.assertRegex(result.stderr, message)
+
+    def test_what_is_in_force(self):
+        self.write(self.home, 'options:\n  port: 7000\n  timeout: 2\n  quiet: true\n  lf: false\n')
+        self.write(self.system, 'options: {port: 7001,\n  host: [a, "b:1"]}\ntargets: {lab: c}\nselections:\n  s: [x, y]\n')
+        def rows(*arguments, **environment):
+            result = self.zulstat('config', *arguments, **environment)
+            self.assertEqual((result.returncode, result.stderr), (0, ''), result)
+            return {row[1]: (row[0], *row[2:]) for row in (re.split('  +', line) for line in lines_of(result.stdout))}
+        shown = rows('--trace=1', '-Ia*', ZULSTAT_TIMEOUT='3')
+        for name, row in {'host': ('option', 'a:7000,b:1', f'{self.system}/zulstat.yaml:2'),
+                          'port': ('option', '7000', f'{self.home}/zulstat.yaml:2'), 'timeout': ('option', '3', 'ZULSTAT_TIMEOUT'),
+                          'quiet': ('option', 'true', f'{self.home}/zulstat.yaml:4'),
+                          'lf': ('option', 'false', f'{self.home}/zulstat.yaml:5'), 'trace': ('option', '1', 'command line'),
+                          'include': ('option', 'a*', 'command line'), 'verbose': ('option', 'false', 'default'),
+                          '@lab': ('target', 'c', f'{self.system}/zulstat.yaml:3'),
+                          '@s': ('selection', 'x y', f'{self.system}/zulstat.yaml:5')}.items():
+            self.assertEqual(shown.get(name), row)
+        self.assertEqual(rows('-qp', '9', ZULSTAT_HOST='d')['host'], ('option', 'd:9', 'ZULSTAT_HOST'))
+        self.environment = {'XDG_CONFIG_HOME': '/nosuch'}
+        self.assertEqual(rows()['host'], ('option', '127.0.0.1:7531', 'default'))
+
+    def test_mistakes_are_named_with_their_place(self):
+        for text, place, message in (('options: {prt: 1}', '1:11', "unknown key 'prt', expected host, port"),
+                                     ('options:\n  port: 0', '2', 'not in range'), ('options: {lf: 1}', '1', 'not true or false'),
+                                     ('targets: {a: "b:x"}', '1:14', 'not a host and a port'), ('targets: {a: []}', '1:14', 'expected'),
+                                     ('selections: {a: {ids: [b], groups: [c]}}', '1:17', 'expected'),
+                                     ('selections: {"a b": c}', '1:21', 'not a name'), ('a: [', '1:1', 'end of')):
+            with self.subTest(text):
+                self.write(self.home, text)
+                result = self.zulstat('explain', 'no-memory')
+                self.assertEqual((result.returncode, result.stdout), (2, ''), result)
+                self.assertRegex(result.stderr, f'^zulstat: {self.home}/zulstat.yaml:{place}: .*{message}')
+                self.assertEqual(self.zulstat('--help').returncode, 0)
+                self.assertTrue(self.zulstat('check', 'x').stdout.startswith('ZULSTAT UNKNOWN - '))
 
 
 class Stalling(unittest.TestCase):

@@ -16,7 +16,7 @@ PAGE, SIM_PAGE, README, BASH, ZSH = (SOURCE / name for name in (
     'docs/man/zulstat.1.scd', 'docs/man/zulstat-sim.1.scd', 'README.md', 'zulstat/completion/zulstat.bash',
     'zulstat/completion/_zulstat'))
 ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {
-    'LC_ALL': 'C.UTF-8', 'PATH': f'{ZULSTAT.parent}:{os.environ["PATH"]}'}
+    'LC_ALL': 'C.UTF-8', 'XDG_CONFIG_HOME': '/nosuch', 'PATH': f'{ZULSTAT.parent}:{os.environ["PATH"]}'}
 
 
 def output(*command, **environment):

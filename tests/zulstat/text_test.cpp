@@ -133,7 +133,13 @@ TEST(ZulstatText, GlobsMatchWholeTexts) {
     EXPECT_TRUE(keeps(rules, "a.b"));
     EXPECT_FALSE(keeps(rules, "a.c"));
     EXPECT_FALSE(keeps(rules, "z"));
-    EXPECT_TRUE(keeps({{false, "a.*"}}, "z"));
+    EXPECT_TRUE(keeps(std::vector<GlobRule>{{false, "a.*"}}, "z"));
+    // What a selection means, and what the rules leave of it.
+    const IdFilter wanted = {{"a.*", "b[0]"}, {{false, "a.b"}}};
+    EXPECT_TRUE(keeps(wanted, "a.c"));
+    EXPECT_TRUE(keeps(wanted, "b[0]"));
+    EXPECT_FALSE(keeps(wanted, "a.b"));
+    EXPECT_FALSE(keeps(wanted, "z"));
 }
 
 TEST(ZulstatRange, AlertsAsPluginsDo) {

@@ -4,13 +4,13 @@ _zulstat_takes_value() {
     case $1 in
     -H | --host | -p | --port | -T | --timeout | -o | --output | -I | --include | -X | --exclude | --map | --module | \
         --trace | --trace-file | -g | --group | -i | --interval | -r | --rate | -d | --delta | -c | --count | \
-        --header-every | -w | --warning | --critical | --observe) return 0 ;;
+        --header-every | -w | --warning | --critical | --expect | --observe) return 0 ;;
     esac
     return 1
 }
 
 _zulstat() {
-    local commands='stats ids groups watch top ping explain check map demo'
+    local commands='stats ids groups watch top ping explain check map config demo'
     local options='-h --help -H --host -p --port -T --timeout -o --output -j -I --include -X --exclude --map --module
         --no-header --lf --no-color -q --quiet -v --verbose --trace --trace-file'
     local before_commands='-V --version'
@@ -56,7 +56,7 @@ _zulstat() {
         watch) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect -c --count --header-every' ;;
         top) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect' ;;
         ping) options+=' -c --count -i --interval' ;;
-        check) options+=' -w --warning -c --critical' ;;
+        check) options+=' -w --warning -c --critical --expect --rate --delta -i --interval' ;;
         map) options+=' --observe' ;;
         demo) options+=' --web' ;;
         '') options+=" $before_commands" ;;
