@@ -130,8 +130,8 @@ void finish(Options& options, Words& words) {
     options.ids = command == Command::check ? words.ids : splitIds(words.ids, "identifier");
     options.groups = splitIds(words.groups, "group");
     if (!words.map.empty()) {
-        if (options.format != Format::openmetrics) {
-            throw UsageError{"--map goes with -o openmetrics"};
+        if (options.format != Format::openmetrics && command != Command::top) {
+            throw UsageError{"--map goes with -o openmetrics, and with top"};
         }
         options.mapper = readMapper(words.map, words.module.empty() ? "default" : words.module);
     } else if (!words.module.empty()) {

@@ -180,9 +180,9 @@ class FullScreen(unittest.TestCase):
             self.dialogue(port, 'top', ID, talk=[(b'', ID)], end=signal.SIGTERM, LC_ALL='C')
             self.dialogue(port, 'watch', '0.2', ID, talk=[(b'', '\x1b[K'), (b'', ID)], end=signal.SIGINT)
             self.dialogue(port, 'top', '-i', '0.2', end=b'q', talk=[
-                (b'', ID), (b'', '\u2588'), (b'/worker.q', 'worker.queue.now'), (b'\rh', 'leaves it'), (b'x', 'worker.queue.now'),
-                (b'\x1b', 'conn.backlog.now'), (b'h', 'leaves it'), (b'x', 'conn.idle.now'), (b'p', 'paused'), (b'p', 'connected'),
-                (stack.close, 'next attempt')])
+                (b'', 'uptime.seconds'), (b'', '\u2588'), (b'/worker.q', 'worker.queue.now'), (b'\rh', 'leaves it'),
+                (b'x', 'worker.queue.now'), (b'\r', 'first seen'), (b'\r\x1b', 'daemon.version'), (b'a', '\u25b8 server.foxtrot'),
+                (b'a', 'uptime.seconds'), (b'p', 'paused'), (b'p', 'every'), (stack.close, 'next attempt')])
         self.assertEqual([run(port, *words).returncode for words in (['top'], ['watch'], ['watch', '-j', '-r*'])], [2, 3, 2])
 
     def test_a_signal_ends_it_while_the_terminal_takes_nothing(self):
