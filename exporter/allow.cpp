@@ -1,7 +1,6 @@
 #include "allow.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "monitor/glob.h"
 
@@ -13,32 +12,6 @@ namespace {
 
 constexpr std::string_view LOOPBACK = "127.0.0.0/8 ::1";
 constexpr std::size_t LONGEST_HOST = 255;
-
-std::optional<int> parsePort(std::string_view text) {
-    int port = 0;
-    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    const bool whole = error == std::errc() && rest == text.data() + text.size();
-    return whole && port >= 1 && port <= 65535 ? std::optional(port) : std::nullopt;
-}
-
-struct HostAndPort {
-    std::string_view host;
-    std::string_view port;
-    bool brackets = false;
-};
-
-std::optional<HostAndPort> splitPort(std::string_view text) {
-    const std::size_t colon = text.rfind(':');
-    if (colon == std::string_view::npos) {
-        return std::nullopt;
-    }
-    HostAndPort split{text.substr(0, colon), text.substr(colon + 1)};
-    split.brackets = split.host.starts_with('[') && split.host.ends_with(']');
-    if (split.brackets) {
-        split.host = split.host.substr(1, split.host.size() - 2);
-    }
-    return split;
-}
 
 bool isHostCharacter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||

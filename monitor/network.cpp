@@ -65,4 +65,24 @@ bool anyContains(std::string_view networks, std::string_view address) {
     return false;
 }
 
+std::optional<int> parsePort(std::string_view text) {
+    int port = 0;
+    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    const bool whole = error == std::errc() && rest == text.data() + text.size();
+    return whole && port >= 1 && port <= 65535 ? std::optional(port) : std::nullopt;
+}
+
+std::optional<HostAndPort> splitPort(std::string_view text) {
+    const std::size_t colon = text.rfind(':');
+    if (colon == std::string_view::npos) {
+        return std::nullopt;
+    }
+    HostAndPort split{text.substr(0, colon), text.substr(colon + 1)};
+    split.brackets = split.host.starts_with('[') && split.host.ends_with(']');
+    if (split.brackets) {
+        split.host = split.host.substr(1, split.host.size() - 2);
+    }
+    return split;
+}
+
 }  // namespace monitor

@@ -1,4 +1,4 @@
-// Networks: an address and how many of its bits count.
+// Words of hosts and ports; networks: an address and how many of its bits count.
 #pragma once
 
 #include <array>
@@ -25,5 +25,17 @@ std::optional<AddressBytes> parseAddress(std::string_view text);
 std::optional<Network> parseNetwork(std::string_view text);
 // Whether one of the networks, with blanks between, contains the address. No network contains what is no address.
 bool anyContains(std::string_view networks, std::string_view address);
+
+// From 1 to 65535.
+std::optional<int> parsePort(std::string_view text);
+
+// What stands before and behind the last colon, as views of the text; brackets around the host are taken off. Neither
+// is looked at. Nothing without a colon.
+struct HostAndPort {
+    std::string_view host;
+    std::string_view port;
+    bool brackets = false;
+};
+std::optional<HostAndPort> splitPort(std::string_view text);
 
 }  // namespace monitor

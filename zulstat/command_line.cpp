@@ -45,9 +45,10 @@ CLI::Option* addOption(CLI::App& app, const std::string& name, Value& value, con
 }
 
 void addGlobalOptions(CLI::App& app, Options& options, Words& words) {
-    addOption(app, "-H,--host", options.target.host, "the Gateway's host (ZULSTAT_HOST, 127.0.0.1)", HOST_TYPE)
+    addOption(app, "-H,--host", words.hosts, "a Gateway's host, or HOST:PORT (ZULSTAT_HOST, 127.0.0.1)", HOST_TYPE)
+        ->allow_extra_args(false)
         ->envname("ZULSTAT_HOST");
-    addOption(app, "-p,--port", options.target.port, "its port (ZULSTAT_PORT, 7531)", "PORT")
+    addOption(app, "-p,--port", words.port, "the port of hosts without one (ZULSTAT_PORT, 7531)", "PORT")
         ->check(CLI::Range(1, 65535))
         ->envname("ZULSTAT_PORT");
     addOption(app, "-T,--timeout", options.timeout, "longest wait for an answer (ZULSTAT_TIMEOUT, 5)", "SECONDS")

@@ -16,6 +16,8 @@ inline constexpr double SHORTEST_INTERVAL = 0.05;
 
 // What the command line has before it becomes Options.
 struct Words {
+    std::vector<std::string> hosts = {monitor::Target{}.host};
+    int port = monitor::Target{}.port;
     std::string format;
     bool json = false;
     bool noHeader = false;

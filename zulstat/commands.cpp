@@ -3,22 +3,20 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
-#include <limits>
-#include <optional>
+#include <deque>
+#include <set>
 #include <string>
+#include <vector>
 
-#include "charset.h"
 #include "advice.h"
-#include "monitor/collector.h"
-#include "monitor/sampler.h"
+#include "asking.h"
 #include "format.h"
-#include "interrupt.h"
 #include "monitor/codes.h"
 #include "options.h"
 #include "output.h"
 #include "report.h"
 #include "text.h"
+#include "waiting.h"
 
 namespace zulstat {
 
@@ -26,116 +24,60 @@ using namespace monitor;
 
 namespace {
 
-// One deadline for a whole command.
-class TimeLeft {
-public:
-    explicit TimeLeft(const Options& options) : end(Clock::now() + options.timeoutMs()) {
-    }
-    std::chrono::milliseconds operator()() const {
-        return std::max(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()), std::chrono::milliseconds(0));
-    }
-
-private:
-    Clock::time_point end;
-};
-
-// What was asked for is there: a Gateway that does not answer the close request is worth a note only.
-int closeQuietly(auto& collector, std::chrono::milliseconds timeLeft, const Options& options) {
-    const std::optional<Failure> failure = collector.close(timeLeft);
-    if (failure && failure->kind != FailureKind::interrupted) {
-        note(options.subject(), "closing: " + failureText(*failure, options.subject()));
-    }
-    return failure && failure->kind == FailureKind::interrupted ? exitInterrupted : exitOk;
-}
-
-// Turns the answer to a query for groups into one with the number of statistics of each. Asks for one group at a time,
-// so that no answer grows too large.
-std::optional<Failure> countStatistics(Sampler& collector, Sample& groups, const TimeLeft& timeLeft) {
-    for (Item& group : groups.items) {
-        Outcome outcome = collector.collect({What::idsByGroup, {std::string(group.id)}}, timeLeft());
-        if (outcome.failure) {
-            return outcome.failure;
-        }
-        group.value = groups.keep(std::to_string(outcome.sample.items.size()));
-    }
-    groups.hasValues = true;
-    return std::nullopt;
-}
-
-// The times of the queries that ping has made.
-class PingTimes {
-public:
-    void add(double time) {
-        least = std::min(least, time);
-        most = std::max(most, time);
-        sum += time;
-        ++count;
-    }
-    void printSummary() const {
-        if (count > 0) {
-            print(fmt::format("{} {}, min/avg/max {:.1f}/{:.1f}/{:.1f} ms\n", count, count == 1 ? "query" : "queries",
-                              least, sum / static_cast<double>(count), most));
+// Prints what came, in the order in which the Gateways are named.
+void printSamples(const std::deque<Asking>& all, const Options& options) {
+    std::vector<Sample> samples;
+    for (const Asking& one : all) {
+        if (!one.failure) {
+            samples.push_back(one.sample);
         }
     }
+    if (!samples.empty()) {
+        print(formatSamples(options.format.value_or(Format::table), samples, options.layout()));
+    }
+    for (const Asking& one : all) {
+        if (!one.failure) {
+            detail(options.subject(one.target), sampleDetails(one.sample));
+        }
+    }
+}
 
-private:
-    double least = std::numeric_limits<double>::infinity();
-    double most = 0;
-    double sum = 0;
-    long count = 0;
-};
+int report(const std::deque<Asking>& all, const Options& options) {
+    const Query query = options.query();
+    std::vector<Result> results;
+    std::set<std::string> hints;
+    int exitCode = exitOk;
+    for (const Asking& one : all) {
+        Subject subject = options.subject(one.target);
+        if (one.failure) {
+            const bool repeated = !hints.insert(hintFor(*one.failure, query, subject)).second;
+            subject.quiet = subject.quiet || repeated;
+            exitCode = std::max(exitCode, reportFailure(*one.failure, query, subject));
+        }
+        // What was asked for is there: a Gateway that does not answer the close request is worth a note only.
+        if (one.closing) {
+            noteClosing(*one.closing, subject);
+        }
+        results.push_back({subject, one.failure ? nullptr : &one.sample, one.known});
+    }
+    return std::max(exitCode, reportSamples(results));
+}
 
 }  // namespace
 
 int runQuery(const Options& options) {
-    const TimeLeft timeLeft(options);
-    const Query query = options.query();
-    Sampler collector(options.collector());
-    Outcome outcome = collector.collect(query, timeLeft());
-    if (!outcome.failure) {
-        filter(outcome.sample, options.globs);
-        outcome.failure = options.counts ? countStatistics(collector, outcome.sample, timeLeft) : std::nullopt;
+    const Clock::time_point deadline = Clock::now() + options.timeoutMs();
+    std::deque<Asking> all;
+    for (const Target& target : options.targets) {
+        all.emplace_back(options, target, deadline);
     }
-    if (outcome.failure) {
-        return reportFailure(*outcome.failure, query, options.subject());
+    if (!stepUntil(all, [](const Asking& one) { return one.answered(); })) {
+        return exitInterrupted;
     }
-    const Sample& sample = outcome.sample;
-    print(formatSample(options.format.value_or(Format::table), sample, options.layout()));
-    detail(options.subject(), sampleDetails(sample));
-    const int closed = closeQuietly(collector, timeLeft(), options);
-    const int reported = reportSample(sample, options.subject());
-    return closed != exitOk ? closed : reported;
-}
-
-int runPing(const Options& options) {
-    constexpr long defaultCount = 4;
-    const long count = options.count.value_or(defaultCount);
-    const Query query{What::stats, {}};
-    Collector collector(options.collector());
-    PingTimes times;
-    for (long done = 0; done < count; ++done) {
-        if (done > 0 && !sleepUnlessInterrupted(options.intervalMs())) {
-            times.printSummary();
-            return exitInterrupted;
-        }
-        const Outcome outcome = collector.collect(query, options.timeoutMs());
-        const Sample& sample = outcome.sample;
-        if (sample.freshConnection) {
-            print(inUsersCharacters(fmt::format("{}: open in {:.1f} ms, protocol {}\n",
-                                                escapeForTerminal(targetText(options.target)),
-                                                milliseconds(sample.openSeconds), escapeForTerminal(sample.protocol))));
-        }
-        if (outcome.failure) {
-            times.printSummary();
-            return reportFailure(*outcome.failure, query, options.subject());
-        }
-        const double time = milliseconds(sample.querySeconds);
-        print(fmt::format("query {}: {:.1f} ms, {} entries, {}\n", done + 1, time, sample.items.size(),
-                          sizeText(sample)));
-        times.add(time);
-    }
-    times.printSummary();
-    return closeQuietly(collector, options.timeoutMs(), options);
+    printSamples(all, options);
+    const bool ended = stepUntil(all, [](const Asking& one) { return one.over(); });
+    const int exitCode = report(all, options);
+    return ended ? exitCode : exitInterrupted;
 }
 
 int runExplain(const Options& options) {

@@ -125,7 +125,7 @@ bool isOnlyOfMain(const CLI::Option* option) {
 std::string zshOption(const CLI::Option* option) {
     const std::vector<std::string> names = namesOf(option);
     const bool ends = option->check_lname("help") || option->check_lname("version");
-    const bool repeats = isType(option, GLOB_TYPE) || isType(option, GROUPS_TYPE);
+    const bool repeats = isType(option, GLOB_TYPE) || isType(option, GROUPS_TYPE) || isType(option, HOST_TYPE);
     std::string exclusion;
     if (ends) {
         exclusion = "(- *)";

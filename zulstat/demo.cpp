@@ -176,6 +176,7 @@ int runDemo(const Options& options) {
     directory.reset();
     Options shown = options;
     shown.target = {"127.0.0.1", *port};
+    shown.targets = {shown.target};
     const bool fullScreen = !options.format && canRedraw() && isatty(STDIN_FILENO) == 1;
     shown.command = fullScreen ? Command::top : Command::watch;
     return fullScreen ? runTop(shown) : runWatch(shown);

@@ -33,12 +33,16 @@ bool elementsMatter(const Sample& sample) {
     });
 }
 
-std::vector<Row> tableRows(const Sample& sample, bool withElement) {
-    std::vector<Row> rows;
+void addRows(const Sample& sample, bool withTarget, bool withElement, std::vector<Row>& rows) {
+    const Row lead = withTarget ? Row{escapeForTerminal(targetText(sample.target))} : Row{};
+    const auto add = [&](const Row& cells) {
+        rows.push_back(lead);
+        rows.back().insert(rows.back().end(), cells.begin(), cells.end());
+    };
     for (const Element& element : sample.elements) {
         const std::string text = escapeForTerminal(element.text);
         if (element.rc < 0) {
-            rows.push_back({text, fmt::format("failed, rc {}", element.rc)});
+            add({text, fmt::format("failed, rc {}", element.rc)});
         }
         for (const Item& item : sample.itemsOf(element)) {
             Row row = {escapeForTerminal(item.id)};
@@ -48,29 +52,36 @@ std::vector<Row> tableRows(const Sample& sample, bool withElement) {
             if (withElement) {
                 row.push_back(text);
             }
-            rows.push_back(std::move(row));
+            add(row);
         }
     }
-    return rows;
 }
 
-std::string formatTable(const Sample& sample, bool header) {
-    const bool withElement = elementsMatter(sample);
-    std::vector<Row> rows = tableRows(sample, withElement);
+std::string formatTable(std::span<const Sample> samples, const Layout& layout) {
+    const bool withElement = std::any_of(samples.begin(), samples.end(), elementsMatter);
+    std::vector<Row> rows;
+    for (const Sample& sample : samples) {
+        addRows(sample, layout.targets, withElement, rows);
+    }
     if (rows.empty()) {
         return {};
     }
-    if (header) {
-        Row titles = {sample.query.what == What::groups ? "GROUP" : "ID"};
-        if (sample.hasValues) {
-            titles.push_back(holdsCounts(sample) ? "STATISTICS" : "VALUE");
+    if (layout.header) {
+        const Sample& first = samples.front();
+        Row titles;
+        if (layout.targets) {
+            titles.push_back("TARGET");
+        }
+        titles.push_back(first.query.what == What::groups ? "GROUP" : "ID");
+        if (first.hasValues) {
+            titles.push_back(holdsCounts(first) ? "STATISTICS" : "VALUE");
         }
         if (withElement) {
             titles.push_back("ELEMENT");
         }
         rows.insert(rows.begin(), std::move(titles));
     }
-    std::array<std::size_t, 3> widths{};
+    std::array<std::size_t, 4> widths{};
     for (const Row& row : rows) {
         for (std::size_t column = 0; column + 1 < row.size(); ++column) {
             widths[column] = std::min(std::max(widths[column], columnWidth(row[column])), WIDEST_COLUMN);
@@ -88,10 +99,11 @@ std::string formatTable(const Sample& sample, bool header) {
 
 // ---- plain --------------------------------------------------------------------------------------------------------
 
-std::string formatPlain(const Sample& sample) {
+std::string formatPlain(const Sample& sample, const Layout& layout) {
+    const std::string behind = layout.targets ? "\t" + targetText(sample.target) : "";
     std::string text;
     const auto addLine = [&](const Item& item, const Element& element) {
-        text += fmt::format("{}\t{}\t{}\t{}\n", item.id, item.value, element.text, element.rc);
+        text += fmt::format("{}\t{}\t{}\t{}{}\n", item.id, item.value, element.text, element.rc, behind);
     };
     for (const Element& element : sample.elements) {
         if (element.rc < 0) {
@@ -180,9 +192,15 @@ std::string formatCsv(const Sample& sample, const Layout& layout) {
 
 // ---- openmetrics --------------------------------------------------------------------------------------------------
 
-std::string formatOpenMetrics(const Sample& sample, Mapper* mapper) {
+std::string formatOpenMetrics(std::span<const Sample> samples, Mapper* mapper) {
     OpenMetrics metrics;
-    metrics.add(sample, {{"target", targetText(sample.target)}}, mapper);
+    for (const Sample& sample : samples) {
+        std::optional<Mapper> own;
+        if (mapper != nullptr && samples.size() > 1) {
+            own = *mapper;
+        }
+        metrics.add(sample, {{"target", targetText(sample.target)}}, own ? &*own : mapper);
+    }
     return metrics.text();
 }
 
@@ -214,22 +232,26 @@ std::vector<std::string_view> formatNames() {
     return names;
 }
 
-std::string formatSample(Format format, const Sample& sample, const Layout& layout) {
-    switch (format) {
-    case Format::table:
-        return inUsersCharacters(formatTable(sample, layout.header));
-    case Format::plain:
-        return formatPlain(sample);
-    case Format::json:
-        return formatJson(sample, 2, layout.asciiJson);
-    case Format::jsonl:
-        return formatJson(sample, -1, layout.asciiJson);
-    case Format::csv:
-        return formatCsv(sample, layout);
-    case Format::openmetrics:
-        return formatOpenMetrics(sample, layout.mapper);
+std::string formatSamples(Format format, std::span<const Sample> samples, const Layout& layout) {
+    if (format == Format::table) {
+        return inUsersCharacters(formatTable(samples, layout));
     }
-    return {};
+    if (format == Format::openmetrics) {
+        return formatOpenMetrics(samples, layout.mapper);
+    }
+    std::string text;
+    Layout next = layout;
+    for (const Sample& sample : samples) {
+        text += format == Format::plain ? formatPlain(sample, next)
+                : format == Format::csv ? formatCsv(sample, next)
+                                        : formatJson(sample, format == Format::json ? 2 : -1, next.asciiJson);
+        next.header = false;
+    }
+    return text;
+}
+
+std::string formatSample(Format format, const Sample& sample, const Layout& layout) {
+    return formatSamples(format, {&sample, 1}, layout);
 }
 
 }  // namespace zulstat

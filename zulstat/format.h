@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,7 +13,8 @@
 namespace zulstat {
 
 // table        for people, in the user's characters; odd bytes escaped
-// plain        one line per entry, columns separated by tabs: id, value, element, rc; bytes as they came
+// plain        one line per entry, columns separated by tabs: id, value, element, rc, and of several Gateways the one;
+//              bytes as they came
 // json         one document, indented
 //              {"schema": "zulstat/1", "target": {"host", "port"}, "protocol", "query": {"what", "ids": [...]},
 //               "time": ISO 8601, "wall", "monotonic", "open_seconds", "query_seconds": seconds, "fresh_connection",
@@ -30,13 +32,17 @@ std::optional<Format> formatByName(std::string_view name);
 std::vector<std::string_view> formatNames();
 
 struct Layout {
-    bool header = true;                 // of table and csv; a series of samples has it once
-    bool asciiJson = false;             // other characters as \u escapes, so that a terminal obeys none of them
-    bool lineFeeds = false;             // lines of csv end in LF alone, not in CR LF
-    monitor::Mapper* mapper = nullptr;  // for openmetrics; the caller's
+    bool header = true;      // of table and csv; a series of samples has it once
+    bool asciiJson = false;  // other characters as \u escapes, so that a terminal obeys none of them
+    bool lineFeeds = false;  // lines of csv end in LF alone, not in CR LF
+    bool targets = false;    // several Gateways: table and plain have a column for them
+    // For openmetrics; the caller's. Where there are several samples each has a copy of its own.
+    monitor::Mapper* mapper = nullptr;
 };
 
-// Ends with a line end unless it is empty.
+// Ends with a line end unless it is empty. Several samples, one of each Gateway, are one table, one text of
+// openmetrics, and documents one behind the other.
+std::string formatSamples(Format format, std::span<const monitor::Sample> samples, const Layout& layout = {});
 std::string formatSample(Format format, const monitor::Sample& sample, const Layout& layout = {});
 
 }  // namespace zulstat

@@ -12,6 +12,7 @@
 #include "command_line.h"
 #include "interrupt.h"
 #include "map_file.h"
+#include "targets.h"
 
 namespace zulstat {
 
@@ -140,8 +141,13 @@ void finish(Options& options, Words& words) {
     if (!options.traceFile.empty() && options.traceLevel == 0) {
         throw UsageError{"--trace-file needs --trace with a level from 1 to 5"};
     }
-    if (options.target.host.empty()) {
-        throw UsageError{"the host name is empty"};
+    for (const std::string& host : words.hosts) {
+        addTargets(host, words.port, options.targets);
+    }
+    refuseTwins(options.targets);
+    options.target = options.targets.front();
+    if (options.several() && (command == Command::map || command == Command::check)) {
+        throw UsageError{fmt::format("{} Gateways are named, and this command takes one", options.targets.size())};
     }
     for (std::string& code : options.codes) {
         std::replace(code.begin(), code.end(), MINUS_MARK, '-');
@@ -211,11 +217,11 @@ std::chrono::milliseconds Options::intervalMs() const {
 }
 
 Layout Options::layout() const {
-    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds, mapper.get()};
+    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds, several(), mapper.get()};
 }
 
-CollectorOptions Options::collector() const {
-    return {target, findWorker(), traceLevel, traceFile, interruptDescriptor()};
+CollectorOptions Options::collector(const Target& gateway) const {
+    return {gateway, findWorker(), traceLevel, traceFile, interruptDescriptor()};
 }
 
 Query Options::query() const {
@@ -231,8 +237,8 @@ Query Options::query() const {
     return ids.empty() ? Query{What::stats, {}} : Query{What::statsById, ids};
 }
 
-FollowerOptions Options::follower() const {
-    return {.collector = collector(),
+FollowerOptions Options::follower(const Target& gateway) const {
+    return {.collector = collector(gateway),
             .query = query(),
             .interval = intervalMs(),
             .timeout = timeoutMs(),
@@ -240,9 +246,10 @@ FollowerOptions Options::follower() const {
             .reconnect = reconnect};
 }
 
-Subject Options::subject() const {
-    return {.target = target,
+Subject Options::subject(const Target& gateway) const {
+    return {.target = gateway,
             .timeout = timeout,
+            .several = several(),
             .series = command == Command::watch || command == Command::top,
             .ping = command == Command::ping,
             .filtered = !globs.empty(),

@@ -24,10 +24,11 @@ enum class Command { stats, ids, groups, watch, top, ping, explain, check, map, 
 struct Options {
     Command command = Command::stats;
 
-    monitor::Target target;
-    double timeout = 5;            // seconds
-    std::optional<Format> format;  // of -o or -j; each command has a default
-    std::vector<GlobRule> globs;   // -I and -X
+    std::vector<monitor::Target> targets;  // at least one, none twice
+    monitor::Target target;                // the first of them, which the members without one are about
+    double timeout = 5;                    // seconds
+    std::optional<Format> format;          // of -o or -j; each command has a default
+    std::vector<GlobRule> globs;           // -I and -X
     bool header = true;
     bool lineFeeds = false;  // csv
     bool color = true;       // false for --no-color, NO_COLOR, TERM=dumb and where standard output is not a terminal
@@ -59,12 +60,24 @@ struct Options {
 
     std::chrono::milliseconds timeoutMs() const;
     std::chrono::milliseconds intervalMs() const;
+    bool several() const {
+        return targets.size() > 1;
+    }
     Layout layout() const;
-    monitor::CollectorOptions collector() const;  // with the interrupt descriptor
+    monitor::CollectorOptions collector() const {  // with the interrupt descriptor
+        return collector(target);
+    }
+    monitor::CollectorOptions collector(const monitor::Target& gateway) const;
     // What stats, ids, watch, top and check ask for: everything, the ids or the groups.
     monitor::Query query() const;
-    monitor::FollowerOptions follower() const;  // of watch and top
-    Subject subject() const;
+    monitor::FollowerOptions follower() const {  // of watch and top
+        return follower(target);
+    }
+    monitor::FollowerOptions follower(const monitor::Target& gateway) const;
+    Subject subject() const {
+        return subject(target);
+    }
+    Subject subject(const monitor::Target& gateway) const;
     // Throws UsageError where the library's trace would fall into a screen that is drawn again and again.
     void refuseTraceOnScreen() const;
 };

@@ -10,6 +10,7 @@
 #include "charset.h"
 #include "monitor/codes.h"
 #include "monitor/number.h"
+#include "nearest.h"
 #include "output.h"
 #include "text.h"
 
@@ -33,15 +34,23 @@ std::string tooLargeHint(const Query& query) {
 }
 
 // What the failed elements look like.
-std::string elementsHint(const Sample& sample, const Subject& subject) {
+std::string elementsHint(const Result& result) {
     const auto anyFailed = [&](auto looksSo) {
-        return std::any_of(sample.elements.begin(), sample.elements.end(),
+        return std::any_of(result.sample->elements.begin(), result.sample->elements.end(),
                            [&](const Element& element) { return element.rc < 0 && looksSo(element.text); });
     };
     const auto has = [](const char* characters) {
         return [=](std::string_view text) { return text.find_first_of(characters) != std::string::npos; };
     };
-    return subject.series && anyFailed(parseNumber)
+    std::vector<std::string> meant;
+    for (const Element& element : result.sample->elements) {
+        const std::string best = element.rc < 0 ? nearest(element.text, result.known) : "";
+        if (!best.empty()) {
+            meant.push_back(escapeForTerminal(best));
+        }
+    }
+    return !meant.empty() ? fmt::format("Did you mean {}?", join(meant, ", "))
+           : result.subject.series && anyFailed(parseNumber)
                ? "Interval and count go before or behind the identifiers, or to -i and -c."
            : anyFailed(has("*?[")) ? "-I chooses identifiers by a pattern."
            : anyFailed(has(","))   ? "Identifiers and groups are separated by blanks or ':'."
@@ -70,7 +79,10 @@ int exitCodeFor(const Failure& failure) {
 }
 
 std::string failureText(const Failure& failure, const Subject& subject) {
-    return escapeForTerminal(describeFailure(failure, subject.target, std::chrono::duration<double>(subject.timeout)));
+    const std::string text = describeFailure(failure, subject.target, std::chrono::duration<double>(subject.timeout));
+    const std::string gateway = targetText(subject.target);
+    const bool named = !subject.several || text.find(gateway) != std::string::npos;
+    return escapeForTerminal(named ? text : gateway + ": " + text);
 }
 
 std::string hintFor(const Failure& failure, const Query& query, const Subject& subject) {
@@ -89,10 +101,6 @@ std::string hintFor(const Failure& failure, const Query& query, const Subject& s
     const std::string tooLarge = failure.rc == RC_REQUEST_FAILED ? tooLargeHint(query) : "";
     if (!tooLarge.empty()) {
         return tooLarge;
-    }
-    const std::string& host = subject.target.host;
-    if (failure.rc == RC_HOST_NOT_RESOLVED && std::count(host.begin(), host.end(), ':') == 1) {
-        return "The port is an option of its own: -p PORT.";
     }
     std::string_view advice = adviceFor(failure.rc);
     if (subject.ping && advice.ends_with(PING_ADVICE)) {
@@ -114,7 +122,8 @@ void note(const Subject& subject, std::string_view text) {
 
 void detail(const Subject& subject, std::string_view text) {
     if (subject.verbose) {
-        complain(text);
+        complain(subject.several ? fmt::format("{}: {}", escapeForTerminal(targetText(subject.target)), text)
+                                 : std::string(text));
     }
 }
 
@@ -146,25 +155,63 @@ std::string sampleDetails(const Sample& sample) {
                        milliseconds(sample.querySeconds), split, sizeText(sample), byIds);
 }
 
-int reportSample(const Sample& sample, const Subject& subject) {
-    const std::size_t failed = failedElements(sample);
-    if (failed > 0) {
-        std::string names;
-        for (const Element& element : sample.elements) {
+void noteClosing(const Failure& failure, const Subject& subject) {
+    note(subject, "closing: " + failureText(failure, subject));
+}
+
+int reportSamples(const std::vector<Result>& results) {
+    const Subject& subject = results.front().subject;
+    std::size_t silent = 0;
+    std::size_t elements = 0;
+    std::size_t failed = 0;
+    std::vector<std::string> names;
+    std::vector<std::string> empty;  // Gateways
+    std::string hint;
+    for (const Result& result : results) {
+        if (result.sample == nullptr) {
+            ++silent;
+            continue;
+        }
+        const std::string gateway = escapeForTerminal(targetText(result.subject.target));
+        const std::size_t failedHere = failedElements(*result.sample);
+        elements += result.sample->elements.size();
+        failed += failedHere;
+        for (const Element& element : result.sample->elements) {
             if (element.rc < 0) {
-                names +=
-                    fmt::format("{}{} (rc {})", names.empty() ? "" : ", ", escapeForTerminal(element.text), element.rc);
+                names.push_back(fmt::format("{} (rc {}{})", escapeForTerminal(element.text), element.rc,
+                                            subject.several ? ", " + gateway : ""));
             }
         }
-        note(subject, fmt::format("{} of {} query elements failed: {}", failed, sample.elements.size(), names));
-        note(subject, "hint: " + elementsHint(sample, subject));
-        return exitPartly;
+        if (failedHere > 0) {
+            hint = hint.empty() ? elementsHint(result) : hint;
+        } else if (result.sample->items.empty()) {
+            empty.push_back(gateway);
+        }
     }
-    if (sample.items.size() == 0) {
-        note(subject, subject.filtered ? "nothing matches -I and -X" : "the Gateway's answer is empty");
-        return exitPartly;
+    std::vector<std::string> parts;
+    if (silent > 0 && results.size() > 1) {
+        parts.push_back(fmt::format("{} of {} Gateways gave no answer", silent, results.size()));
     }
-    return exitOk;
+    if (failed > 0) {
+        parts.push_back(fmt::format("{} of {} query elements failed: {}", failed, elements, join(names, ", ")));
+    }
+    if (!empty.empty()) {
+        const std::string whose = subject.several ? " of " + join(empty, ", ") : "";
+        parts.push_back(subject.filtered   ? fmt::format("nothing{} matches -I and -X", whose)
+                        : !subject.several ? "the Gateway's answer is empty"
+                                           : fmt::format("there is nothing in the answer{}", whose));
+    }
+    if (!parts.empty()) {
+        note(subject, join(parts, "; "));
+    }
+    if (!hint.empty()) {
+        note(subject, "hint: " + hint);
+    }
+    return failed > 0 || !empty.empty() ? exitPartly : exitOk;
+}
+
+int reportSample(const Sample& sample, const Subject& subject) {
+    return reportSamples({{subject, &sample}});
 }
 
 }  // namespace zulstat

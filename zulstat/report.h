@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "monitor/failure.h"
 #include "monitor/sample.h"
@@ -23,8 +24,9 @@ enum ExitCode {
 // What messages are about, and how much of them is wanted.
 struct Subject {
     monitor::Target target;
-    double timeout = 5;   // seconds, as given
-    bool series = false;  // watch, top
+    double timeout = 5;    // seconds, as given
+    bool several = false;  // Gateways: messages name this one
+    bool series = false;   // watch, top
     bool ping = false;
     bool filtered = false;  // by -I and -X
     bool quiet = false;
@@ -52,7 +54,18 @@ std::string sampleDetails(const monitor::Sample& sample);
 std::string sizeText(const monitor::Sample& sample);
 double milliseconds(double seconds);
 
-// The summary of failed elements and of nothing matched, and the exit code: exitOk or exitPartly.
+// note() of a close request without an answer.
+void noteClosing(const monitor::Failure& failure, const Subject& subject);
+
+// What came of one Gateway.
+struct Result {
+    Subject subject;
+    const monitor::Sample* sample = nullptr;  // nothing: it gave no answer, which was said
+    std::vector<std::string> known = {};      // what there is in place of failed elements, where that was asked for
+};
+// The summary in one line, of failed elements, of Gateways without an answer and of nothing matched, with a hint; and
+// the exit code: exitOk or exitPartly, whatever came of those without an answer.
+int reportSamples(const std::vector<Result>& results);
 int reportSample(const monitor::Sample& sample, const Subject& subject);
 
 }  // namespace zulstat

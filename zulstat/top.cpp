@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,26 +32,41 @@ double seconds(Clock::time_point time) {
     return std::chrono::duration<double>(time.time_since_epoch()).count();
 }
 
+// What the screen shows one Gateway each of.
+struct Followed {
+    Followed(const Options& options, const Target& target)
+        : subject(options.subject(target)), follower(options.follower(target)) {
+    }
+
+    const Subject subject;
+    Follower follower;
+    std::optional<Failure> end;
+    bool ended = false;
+};
+
 class Top {
 public:
     explicit Top(const Options& given)
         : options(given),
-          subject(given.subject()),
           query(given.query()),
-          follower(given.follower()),
           view({.raw = given.raw, .named = !given.ids.empty(), .unicode = userHasUtf8(), .interval = given.interval}),
           screen(std::make_unique<Screen>(given.color)) {
-        TopGateway gateway;
-        gateway.target = escapeForTerminal(targetText(given.target));
-        gateway.tracks = Tracks(given.derived, given.mapper);
-        gateways.push_back(std::move(gateway));
+        for (const Target& target : given.targets) {
+            followed.emplace_back(given, target);
+            TopGateway gateway;
+            gateway.target = escapeForTerminal(targetText(target));
+            // Each has its own: a map remembers the texts of one Gateway.
+            gateway.tracks = Tracks(given.derived, given.mapper ? std::make_shared<Mapper>(*given.mapper) : nullptr);
+            gateways.push_back(std::move(gateway));
+        }
     }
 
     int run() {
-        std::optional<Failure> end;
-        while (!view.leaving && !hungUp && !interrupted() && !end) {
-            end = sample();
-            gateways.front().state = state();
+        while (!view.leaving && !hungUp && !interrupted() && !allEnded()) {
+            for (std::size_t index = 0; index < followed.size(); ++index) {
+                sample(index);
+                gateways[index].state = state(index);
+            }
             screen->show(view.draw(screen->rows(), screen->columns(), gateways, seconds(Clock::now()), wallTime));
             wait();
             while (const std::optional<int> pressed = screen->key()) {
@@ -59,14 +74,22 @@ public:
             }
         }
         screen.reset();
-        return end ? reportFailure(*end, query, subject) : exitOk;
+        int exitCode = exitOk;
+        for (const Followed& one : followed) {
+            exitCode = one.end ? std::max(exitCode, reportFailure(*one.end, query, one.subject)) : exitCode;
+        }
+        return exitCode;
     }
 
 private:
-    // Returns the failure that ends it all.
-    std::optional<Failure> sample() {
-        TopGateway& gateway = gateways.front();
-        while (std::optional<Event> event = follower.step(Clock::now())) {
+    bool allEnded() const {
+        return std::all_of(followed.begin(), followed.end(), [](const Followed& one) { return one.ended; });
+    }
+
+    void sample(std::size_t index) {
+        TopGateway& gateway = gateways[index];
+        Followed& one = followed[index];
+        while (std::optional<Event> event = one.follower.step(Clock::now())) {
             switch (event->kind) {
             case Event::Kind::sample:
                 filter(event->sample, options.globs);
@@ -80,22 +103,26 @@ private:
                 if (event->firstGap) {
                     gateway.tracks.gap();
                 }
-                gateway.lost = failureText(*event->failure, subject);
+                gateway.lost = failureText(*event->failure, one.subject);
                 break;
             case Event::Kind::end:
-                return event->failure;
+                one.ended = true;
+                one.end = std::move(event->failure);
+                gateway.lost = one.end ? failureText(*one.end, one.subject) : gateway.lost;
+                break;
             }
         }
-        return std::nullopt;
     }
 
     // Until a key, an answer, a signal or the next moment at which something is to be done.
     void wait() {
         const Clock::time_point now = Clock::now();
-        const Clock::time_point wake =
-            std::min(follower.nextWake(), now + std::chrono::seconds(1));  // the state counts
-        std::array<pollfd, 3> watched = {
-            {{STDIN_FILENO, POLLIN, 0}, {interruptDescriptor(), POLLIN, 0}, {follower.descriptor(), POLLIN, 0}}};
+        Clock::time_point wake = now + std::chrono::seconds(1);  // the state counts
+        std::vector<pollfd> watched = {{STDIN_FILENO, POLLIN, 0}, {interruptDescriptor(), POLLIN, 0}};
+        for (const Followed& one : followed) {
+            wake = std::min(wake, one.follower.nextWake());
+            watched.push_back({one.follower.descriptor(), POLLIN, 0});
+        }
         const int ready = poll(watched.data(), watched.size(), pollTime(wake, now));
         hungUp = ready > 0 && (watched[0].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
     }
@@ -103,33 +130,37 @@ private:
     void press(int key) {
         const double interval = view.interval;
         view.press(key, gateways);
-        if (view.interval != interval) {
-            follower.setInterval(Milliseconds(static_cast<long>(view.interval * 1000)), Clock::now());
+        for (Followed& one : followed) {
+            if (view.interval != interval) {
+                one.follower.setInterval(Milliseconds(static_cast<long>(view.interval * 1000)), Clock::now());
+            }
+            one.follower.pause(view.paused);
         }
-        follower.pause(view.paused);
     }
 
     // Nothing while all is well.
-    std::string state() const {
-        const TopGateway& gateway = gateways.front();
-        const double waited = std::chrono::duration<double>(Clock::now() - follower.began()).count();
+    std::string state(std::size_t index) const {
+        const TopGateway& gateway = gateways[index];
+        const Followed& one = followed[index];
+        const double waited = std::chrono::duration<double>(Clock::now() - one.follower.began()).count();
         if (!gateway.lost.empty()) {
-            const double left = std::chrono::duration<double>(follower.nextAttempt() - Clock::now()).count();
-            return view.paused       ? "no connection, last values: " + gateway.lost
-                   : follower.busy() ? "trying again: " + gateway.lost
-                                     : fmt::format("next attempt in {:.0f} s: {}", std::max(left, 0.0), gateway.lost);
+            const double left = std::chrono::duration<double>(one.follower.nextAttempt() - Clock::now()).count();
+            return one.ended     ? gateway.lost
+                   : view.paused ? "no connection, last values: " + gateway.lost
+                   : one.follower.busy()
+                       ? "trying again: " + gateway.lost
+                       : fmt::format("next attempt in {:.0f} s: {}", std::max(left, 0.0), gateway.lost);
         }
-        if (follower.busy() && (waited >= 1 || !gateway.sampled)) {
+        if (one.follower.busy() && (waited >= 1 || !gateway.sampled)) {
             return fmt::format("waiting {:.0f} s: {}", waited,
-                               escapeForTerminal(describeWait(follower.phase(), query)));
+                               escapeForTerminal(describeWait(one.follower.phase(), query)));
         }
         return {};
     }
 
     const Options& options;
-    const Subject subject;
     const Query query;
-    Follower follower;
+    std::deque<Followed> followed;
     std::vector<TopGateway> gateways;
     TopView view;
     std::unique_ptr<Screen> screen;

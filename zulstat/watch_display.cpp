@@ -69,152 +69,214 @@ std::vector<Line> readableLines(const Sample& sample, Changes& changes, const Op
     return lines;
 }
 
+// What the column TARGET has, with the space behind it; empty texts where there is one Gateway only.
+class TargetColumn {
+public:
+    explicit TargetColumn(const Options& options) : cells(options.targets.size()) {
+        if (!options.several()) {
+            return;
+        }
+        title = "TARGET";
+        for (std::size_t index = 0; index < cells.size(); ++index) {
+            cells[index] = escapeForTerminal(targetText(options.targets[index]));
+            width = std::max(width, columnWidth(cells[index]));
+        }
+        for (std::string& cell : cells) {
+            cell = padRight(cell, width) + "  ";
+        }
+        title = padRight(title, width) + "  ";
+    }
+
+    std::string title;
+    std::vector<std::string> cells;
+
+private:
+    std::size_t width = 6;
+};
+
 class Redrawn : public WatchDisplay {
 public:
-    explicit Redrawn(const Options& given) : options(given) {
+    explicit Redrawn(const Options& given) : options(given), targets(given), gateways(given.targets.size()) {
     }
-    void show(const Sample& sample) override {
-        lines = readableLines(sample, changes, options, width);
-        time = sample.wallTime;
-        lost = false;
-        waits.clear();
+    void show(std::size_t gateway, const Sample& sample) override {
+        Gateway& one = gateways[gateway];
+        one.lines = readableLines(sample, one.changes, options, width);
+        one.time = sample.wallTime;
+        one.lost = false;
+        one.waits.clear();
         draw();
     }
-    void refresh(const std::string& waiting) override {
+    void refresh(const std::vector<std::string>& waiting) override {
         const TerminalSize now = terminalSize();
-        if (waits != waiting || (drawn && (now.rows != size.rows || now.columns != size.columns))) {
-            waits = waiting;
+        bool due = drawn && (now.rows != size.rows || now.columns != size.columns);
+        for (std::size_t index = 0; index < gateways.size(); ++index) {
+            due = due || gateways[index].waits != waiting[index];
+            gateways[index].waits = waiting[index];
+        }
+        if (due) {
             draw();
         }
     }
-    void gap(const Failure& failure, bool, std::chrono::milliseconds retryIn) override {
-        state = fmt::format("next attempt in {:.2g} s: {}", std::chrono::duration<double>(retryIn).count(),
-                            failureText(failure, options.subject()));
-        lost = true;
-        draw();
+    void gap(std::size_t gateway, const Failure& failure, bool, std::chrono::milliseconds retryIn) override {
+        lose(gateway, fmt::format("next attempt in {:.2g} s: ", std::chrono::duration<double>(retryIn).count()),
+             failure);
+    }
+    void end(std::size_t gateway, const Failure& failure) override {
+        lose(gateway, "", failure);
     }
     bool showsState() const override {
         return isatty(STDERR_FILENO) == 1;
     }
 
 private:
+    // What is shown of one.
+    struct Gateway {
+        Changes changes;
+        std::vector<Line> lines;
+        std::string state;
+        std::string waits;
+        double time = 0;
+        bool lost = false;
+    };
+
+    void lose(std::size_t gateway, const std::string& before, const Failure& failure) {
+        Gateway& one = gateways[gateway];
+        one.state = before + failureText(failure, options.subject(options.targets[gateway]));
+        one.lost = true;
+        draw();
+    }
     // Each line is cut to the width, and its rest cleared rather than the screen, so that nothing flickers.
     void add(const std::string& text, const char* style) {
+        if (room == 0) {
+            return;
+        }
+        --room;
         const std::string cut = cutToWidth(text, size.columns);
         frame += (options.color && *style != '\0' ? style + cut + "\x1b[m" : cut) + "\x1b[K\r\n";
+    }
+    void addHead(const Target& target, const Gateway& one) {
+        const std::string name = escapeForTerminal(targetText(target));
+        add(one.time == 0 ? fmt::format("{}  {}", name, one.waits)
+                          : fmt::format("{}  {}  {}", name, clockTime(one.time),
+                                        one.lost             ? "no connection, last values"
+                                        : !one.waits.empty() ? one.waits
+                                                             : fmt::format("every {} s", options.interval)),
+            one.lost ? "\x1b[1;31m" : "\x1b[1m");
+        if (one.lost) {
+            for (const std::string& line : wrapToWidth(one.waits.empty() ? one.state : one.waits, size.columns)) {
+                add(line, "\x1b[31m");
+            }
+        }
     }
     void draw() {
         size = terminalSize();
         // What the terminal showed before moves up into its history.
         frame = drawn ? "\x1b[H" : std::string(size.rows, '\n') + "\x1b[H";
         drawn = true;
-        std::size_t room = size.rows > 1 ? size.rows - 1 : 1;  // the cursor stays in the last line
-        const auto addLine = [&](const std::string& text, const char* style) {
-            if (room > 0) {
-                --room;
-                add(text, style);
+        room = size.rows > 1 ? size.rows - 1 : 1;  // the cursor stays in the last line
+        std::size_t count = 0;
+        bool any = false;
+        for (std::size_t index = 0; index < gateways.size(); ++index) {
+            addHead(options.targets[index], gateways[index]);
+            count += gateways[index].lines.size();
+            any = any || gateways[index].time != 0;
+        }
+        if (options.header && any) {
+            add(targets.title + padRight("ID", width) + "  VALUE", "\x1b[1m");
+        }
+        const std::size_t most = count <= room ? count : room > 0 ? room - 1 : 0;
+        std::size_t shown = 0;
+        for (std::size_t index = 0; index < gateways.size(); ++index) {
+            const Gateway& one = gateways[index];
+            for (const Line& line : one.lines) {
+                if (shown < most) {
+                    ++shown;
+                    add(targets.cells[index] + padRight(line.id, width) + "  " + line.value, line.rc < 0 ? "\x1b[31m"
+                                                                                             : one.lost  ? "\x1b[2m"
+                                                                                                         : "");
+                }
             }
-        };
-        const std::string target = escapeForTerminal(targetText(options.target));
-        addLine(time == 0 ? fmt::format("{}  {}", target, waits)
-                          : fmt::format("{}  {}  {}", target, clockTime(time),
-                                        lost             ? "no connection, last values"
-                                        : !waits.empty() ? waits
-                                                         : fmt::format("every {} s", options.interval)),
-                lost ? "\x1b[1;31m" : "\x1b[1m");
-        if (lost) {
-            for (const std::string& line : wrapToWidth(waits.empty() ? state : waits, size.columns)) {
-                addLine(line, "\x1b[31m");
-            }
         }
-        if (options.header && time != 0) {
-            addLine(padRight("ID", width) + "  VALUE", "\x1b[1m");
-        }
-        const bool fits = lines.size() <= room;
-        const std::size_t shown = fits ? lines.size() : room > 0 ? room - 1 : 0;
-        for (std::size_t index = 0; index < shown; ++index) {
-            const Line& line = lines[index];
-            addLine(padRight(line.id, width) + "  " + line.value, line.rc < 0 ? "\x1b[31m" : lost ? "\x1b[2m" : "");
-        }
-        if (!fits) {
-            addLine(fmt::format("... {} more: 'zulstat top' scrolls, -I and -g choose", lines.size() - shown), "");
+        if (shown < count) {
+            add(fmt::format("... {} more: 'zulstat top' scrolls, -I and -g choose", count - shown), "");
         }
         print(inUsersCharacters(frame + "\x1b[J"));
     }
 
     const Options& options;
-    Changes changes;
-    std::vector<Line> lines;
-    std::string state;
-    std::string waits;
+    const TargetColumn targets;
+    std::vector<Gateway> gateways;
     std::string frame;
-    std::size_t width = 2;
+    std::size_t width = 2;  // of the identifiers
+    std::size_t room = 0;   // lines that are left
     TerminalSize size;
-    double time = 0;
-    bool lost = false;
     bool drawn = false;
 };
 
 class Rows : public WatchDisplay {
 public:
-    explicit Rows(const Options& given) : options(given) {
+    explicit Rows(const Options& given) : options(given), targets(given), changes(given.targets.size()) {
     }
-    void show(const Sample& sample) override {
+    void show(std::size_t gateway, const Sample& sample) override {
         const std::string time = isoTime(sample.wallTime);
-        const std::vector<Line> lines = readableLines(sample, changes, options, width);
+        const std::vector<Line> lines = readableLines(sample, changes[gateway], options, width);
         std::string text;
         const bool due = options.headerEvery > 0 && rowsSinceHeader >= options.headerEvery;
         if (options.header && !lines.empty() && (!headerShown || due)) {
-            text = padRight("TIME", time.size()) + "  " + padRight("ID", width) + "  VALUE\n";
+            text = padRight("TIME", time.size()) + "  " + targets.title + padRight("ID", width) + "  VALUE\n";
             headerShown = true;
             rowsSinceHeader = 0;
         }
         for (const Line& line : lines) {
-            text += time + "  " + padRight(line.id, width) + "  " + line.value + "\n";
+            text += time + "  " + targets.cells[gateway] + padRight(line.id, width) + "  " + line.value + "\n";
         }
         rowsSinceHeader += static_cast<long>(lines.size());
         print(inUsersCharacters(text));
     }
-    void gap(const Failure&, bool first, std::chrono::milliseconds) override {
+    void gap(std::size_t gateway, const Failure&, bool first, std::chrono::milliseconds) override {
         if (first) {
-            print(isoTime(clockSeconds(CLOCK_REALTIME)) + "  -- no connection --\n");
+            print(inUsersCharacters(isoTime(clockSeconds(CLOCK_REALTIME)) + "  " + targets.cells[gateway] +
+                                    "-- no connection --\n"));
         }
     }
 
 private:
     const Options& options;
-    Changes changes;
+    const TargetColumn targets;
+    std::vector<Changes> changes;  // one for each Gateway
     std::size_t width = 2;
     long rowsSinceHeader = 0;
     bool headerShown = false;
 };
 
-// Columns separated by tabs, bytes as they came: time, id, value, element, rc.
+// Columns separated by tabs, bytes as they came: time, id, value, element, rc, and of several Gateways the one.
 class PlainRows : public WatchDisplay {
 public:
-    explicit PlainRows(const Options& given) : options(given) {
+    explicit PlainRows(const Options& given) : options(given), changes(given.targets.size()) {
     }
-    void show(const Sample& sample) override {
+    void show(std::size_t gateway, const Sample& sample) override {
         std::string text;
-        for (const Line& line : linesOf(sample, changes, options)) {
-            text += row(isoTime(sample.wallTime), line);
+        for (const Line& line : linesOf(sample, changes[gateway], options)) {
+            text += row(gateway, isoTime(sample.wallTime), line);
         }
         print(text);
     }
-    void gap(const Failure& failure, bool first, std::chrono::milliseconds) override {
+    void gap(std::size_t gateway, const Failure& failure, bool first, std::chrono::milliseconds) override {
         if (first) {
-            print(row(isoTime(clockSeconds(CLOCK_REALTIME)),
+            print(row(gateway, isoTime(clockSeconds(CLOCK_REALTIME)),
                       {"", "", "", failure.rc < 0 ? failure.rc : RC_CONNECTION_LOST}));
         }
     }
 
 private:
-    static std::string row(const std::string& time, const Line& line) {
-        return time + '\t' + line.id + '\t' + line.value + '\t' + line.element + '\t' + std::to_string(line.rc) + '\n';
+    std::string row(std::size_t gateway, const std::string& time, const Line& line) const {
+        const std::string behind = options.several() ? '\t' + targetText(options.targets[gateway]) : "";
+        return time + '\t' + line.id + '\t' + line.value + '\t' + line.element + '\t' + std::to_string(line.rc) +
+               behind + '\n';
     }
 
     const Options& options;
-    Changes changes;
+    std::vector<Changes> changes;  // one for each Gateway
 };
 
 // The formats for other programs. A gap is a sample of its own, with an element without a name that failed with the
@@ -222,20 +284,24 @@ private:
 class Documents : public WatchDisplay {
 public:
     explicit Documents(const Options& given) : options(given), format(*given.format) {
+        if (options.mapper) {
+            mappers.assign(options.targets.size(), *options.mapper);
+        }
     }
-    void show(const Sample& sample) override {
+    void show(std::size_t gateway, const Sample& sample) override {
+        layout.mapper = mappers.empty() ? nullptr : &mappers[gateway];
         print(formatSample(format, sample, layout));
         layout.header = false;
     }
-    void gap(const Failure& failure, bool first, std::chrono::milliseconds) override {
+    void gap(std::size_t gateway, const Failure& failure, bool first, std::chrono::milliseconds) override {
         if (first) {
             Sample sample;
-            sample.target = options.target;
+            sample.target = options.targets[gateway];
             sample.query = options.query();
             sample.wallTime = clockSeconds(CLOCK_REALTIME);
             sample.monotonicTime = clockSeconds(CLOCK_MONOTONIC);
             sample.addElement("", failure.rc < 0 ? failure.rc : RC_CONNECTION_LOST);
-            show(sample);
+            show(gateway, sample);
         }
     }
 
@@ -243,6 +309,7 @@ private:
     const Options& options;
     Format format;
     Layout layout = options.layout();
+    std::vector<Mapper> mappers;  // one for each Gateway
 };
 
 }  // namespace

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "monitor/failure.h"
 #include "monitor/sample.h"
@@ -19,11 +21,18 @@ public:
     WatchDisplay(const WatchDisplay&) = delete;
     WatchDisplay& operator=(const WatchDisplay&) = delete;
 
-    virtual void show(const monitor::Sample& sample) = 0;
+    // `gateway` is the place among the targets of the options.
+    virtual void show(std::size_t gateway, const monitor::Sample& sample) = 0;
     // No sample could be had. Called after each attempt, `first` for the one that ended a series.
-    virtual void gap(const monitor::Failure& failure, bool first, std::chrono::milliseconds retryIn) = 0;
-    // Called a few times a second in between. `waiting` says what an answer waits for, once that takes long.
-    virtual void refresh(const std::string& waiting) {
+    virtual void gap(std::size_t gateway, const monitor::Failure& failure, bool first,
+                     std::chrono::milliseconds retryIn) = 0;
+    // There will be no more of this Gateway, while others go on. Called where showsState().
+    virtual void end(std::size_t gateway, const monitor::Failure& failure) {
+        static_cast<void>(gateway);
+        static_cast<void>(failure);
+    }
+    // Called a few times a second in between. `waiting` says what the answers wait for, once that takes long.
+    virtual void refresh(const std::vector<std::string>& waiting) {
         static_cast<void>(waiting);
     }
     // Whether gap() tells the user already what the messages on standard error would.

@@ -264,6 +264,46 @@ class Healthy(unittest.TestCase):
             self.assertEqual((result.returncode, result.stderr), (0, ''))
 
 
+class Several(unittest.TestCase):
+    def test_each_format_has_all_gateways(self):
+        with gateway() as one, gateway() as other, gateway('invoke:silent:always') as silent:
+            names = [f'127.0.0.1:{port}' for port in (one, other)]
+            hosts = ['-H', ','.join(names), '-H', f'127.0.0.1:{free_port()},127.0.0.1:{silent}']
+            query = ['stats', 'host.name', 'host.laod.1m']
+            start = time.monotonic()
+            results = {f: run(1, '-T', '1', *hosts, *query, '-o', f) for f in ('table', 'plain', 'jsonl', 'csv', 'openmetrics')}
+            self.assertLess(time.monotonic() - start, 7.5)
+            counts = run(1, '-H', ','.join(names), 'groups', '-l', '-I', 'conn', '--no-header').stdout
+            alone = run(one, *query, '-o', 'openmetrics')
+            pinged = run(1, '-T', '1', *hosts, 'ping', '-c', '1')
+            checked = run(1, '-H', ','.join(names), '-X', '*', 'ids')
+        for form, result in results.items():
+            with self.subTest(form):
+                self.assertEqual(result.returncode, 4)
+                self.assertRegex(result.stderr, r"""(?x)^zulstat:\ cannot\ connect\ to\ 127.*\nzulstat:\ hint:.*
+                    \nzulstat:\ no\ answer\ from\ 127\.0\.0\.1:%s\ within.*\nzulstat:\ hint:.*
+                    \nzulstat:\ 2\ of\ 4\ Gateways\ gave\ no\ answer;\ 2\ of\ 4\ query\ elements\ failed:
+                    \ host.laod.1m\ \(rc\ -1,\ %s\),\ host.laod.1m\ \(rc\ -1,\ %s\)
+                    \nzulstat:\ hint:\ Did\ you\ mean\ host.load.1m\?\n$""" % (silent, *names))
+        rows = lines_of(results['table'].stdout)
+        self.assertEqual([re.split('  +', row) for row in rows], [['TARGET', 'ID', 'VALUE']] + [
+            [name, *rest] for name in names for rest in (['host.name', 'zulhost'], ['host.laod.1m', 'failed, rc -1'])])
+        self.assertEqual(results['plain'].stdout, ''.join(
+            f'host.name\tzulhost\thost.name\t0\t{name}\n\t\thost.laod.1m\t-1\t{name}\n' for name in names))
+        self.assertEqual([json.loads(line)['target']['port'] for line in lines_of(results['jsonl'].stdout)],
+                         [int(one), int(other)])
+        self.assertEqual([row[1] for row in csv.reader(lines_of(results['csv'].stdout))],
+                         ['target', names[0], names[0], names[1], names[1]])
+        both = lines_of(results['openmetrics'].stdout)
+        self.assertEqual([line.split('{')[0] for line in both if names[1] not in line],
+                         [line.split('{')[0] for line in lines_of(alone.stdout)])
+        self.assertEqual(sum(name in line for line in both for name in names[1:]), sum('{' in line for line in both) // 2)
+        self.assertEqual(counts, ''.join(f'{name}  conn  16\n' for name in names))
+        self.assertEqual((pinged.returncode, pinged.stdout.count('query 1: '), pinged.stdout.count(f'{names[1]}: 1 query, ')),
+                         (4, 2, 1), pinged)
+        self.assertEqual((checked.returncode, checked.stderr.count('nothing of')), (1, 1), checked)
+
+
 class Stalling(unittest.TestCase):
     def check_deadline(self, port, waiting, *arguments, code=4, **options):
         start = time.monotonic()

@@ -6,6 +6,7 @@
 namespace {
 
 using namespace zulstat;
+using monitor::Target;
 
 Options parse(const std::string& line) {
     const std::vector<std::string> words = splitPieces("zulstat " + line, ' ');
@@ -47,6 +48,39 @@ TEST(ZulstatOptions, TakesIntervalAndCountFromEitherEnd) {
         EXPECT_EQ(join(options.groups, " "), c.groups) << c.line;
     }
     for (const char* line : {"watch a -i 2 3", "watch a 2 5 -c 1", "watch a 2 0.5", "watch a 0.01"}) {
+        EXPECT_THROW(parse(line), UsageError) << line;
+    }
+}
+
+std::string shown(const std::vector<Target>& targets) {
+    std::vector<std::string> texts;
+    for (const Target& target : targets) {
+        texts.push_back(target.host + " " + std::to_string(target.port));
+    }
+    return join(texts, ", ");
+}
+
+TEST(ZulstatOptions, TakesGatewaysWithAndWithoutPorts) {
+    struct {
+        const char* line;
+        const char* targets;
+    } const cases[] = {
+        {"ids", "127.0.0.1 7531"},
+        {"explain -H gw1:7000", "gw1 7000"},
+        {"explain -H gw1:7000,gw2 -p 7001", "gw1 7000, gw2 7001"},
+        {"explain -p 7001 -H gw2 --host gw1:7000 -H gw1:07", "gw2 7001, gw1 7000, gw1 7"},
+        {"explain -H ::1,[::1]:9,[fe80::1%eth0],2001:db8::7:8",
+         "::1 7531, ::1 9, fe80::1%eth0 7531, 2001:db8::7:8 7531"},
+    };
+    for (const auto& c : cases) {
+        const Options options = parse(c.line);
+        EXPECT_EQ(shown(options.targets), c.targets) << c.line;
+        EXPECT_EQ(targetText(options.target), targetText(options.targets.front())) << c.line;
+    }
+    for (const char* line :
+         {"ids -H gw1:x", "ids -H gw1:0", "ids -H gw1:65536", "ids -H gw1:", "ids -H :7531", "ids -H gw1,",
+          "ids -H ,gw1", "ids -H []", "ids -H [::1", "ids -H [::1]7", "ids -H [::1]:", "ids -H [::1]x:7",
+          "ids -H gw1,gw1", "ids -H gw1 -H gw1:7531", "ids -H ::1,[::1]:7531", "top -H gw1,gw2", "map -H gw1 -H gw2"}) {
         EXPECT_THROW(parse(line), UsageError) << line;
     }
 }

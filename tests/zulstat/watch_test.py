@@ -134,6 +134,28 @@ class Watch(unittest.TestCase):
                 self.assertEqual((watch.returncode, errors), (0, ''))
                 self.assertEqual([output.count(text) for text in once], [1] * len(once), output)
 
+    def test_one_of_several_gateways_stops(self):
+        for form, row, gap in (('table', '  {}  ' + COUNTER + '  ', '  {}  -- no connection --\n'),
+                               ('plain', '\t{}\n', '\t\t\t\t-102\t{}\n'), ('csv', ',{},' + COUNTER, ',{},,-102,,\n')):
+            with self.subTest(form), simulator() as stays, contextlib.ExitStack() as stack:
+                with simulator() as goes:
+                    names = [f'127.0.0.1:{port}' for port in (stays, goes)]
+                    watch = stack.enter_context(started(ZULSTAT, 'watch', '0.1', COUNTER, '-o', form, '-H',
+                                                        f'127.0.0.1:1,{names[0]}', '-H', names[1]))
+                    begun = ''
+                    while begun.count(row.format(names[1])) < 2:
+                        begun += watch.stdout.readline()
+                lines = ''
+                while gap.format(names[1]) not in lines:
+                    lines += watch.stdout.readline()
+                for _ in range(4):
+                    self.assertIn(row.format(names[0]).strip(), watch.stdout.readline())
+                watch.send_signal(signal.SIGINT)
+                output, errors = watch.communicate(timeout=5)
+                self.assertNotIn(names[1], output)
+                self.assertRegex(errors, r'(?s)^zulstat: cannot connect to 127.0.0.1:1.*zulstat: lost .*; trying again\n$')
+                self.assertEqual(watch.returncode, 3)
+
     def test_demo_takes_no_simulator_from_elsewhere(self):
         with tempfile.TemporaryDirectory() as directory:
             os.makedirs(f'{directory}/simgateway')
