@@ -17,6 +17,8 @@ struct Piece {
     std::size_t column = 0;
     std::string text;  // UTF-8 without control characters; what is beyond the right edge is cut
     Style style = Style::normal;
+
+    bool operator==(const Piece&) const = default;
 };
 
 struct Frame {

@@ -113,11 +113,31 @@ std::size_t Screen::columns() const {
 }
 
 void Screen::show(const Frame& frame) {
-    ::werase(stdscr);
+    std::vector<std::vector<Piece>> pieces(rows());
     for (const Piece& piece : frame.pieces) {
-        if (piece.row >= rows() || piece.column >= columns()) {
-            continue;
+        if (piece.row < pieces.size() && piece.column < columns()) {
+            pieces[piece.row].push_back(piece);
         }
+    }
+    if (shown.size() != pieces.size() || shownColumns != columns()) {
+        ::werase(stdscr);
+        shown.assign(pieces.size(), {});
+        shownColumns = columns();
+    }
+    for (std::size_t row = 0; row < pieces.size(); ++row) {
+        if (pieces[row] != shown[row]) {
+            wmove(stdscr, static_cast<int>(row), 0);
+            wclrtoeol(stdscr);
+            drawPieces(pieces[row]);
+        }
+    }
+    shown = std::move(pieces);
+    const UsersLocale locale;
+    output.write([] { wrefresh(stdscr); });
+}
+
+void Screen::drawPieces(const std::vector<Piece>& pieces) const {
+    for (const Piece& piece : pieces) {
         const std::string cut = inUsersCharacters(cutToWidth(piece.text, columns() - piece.column));
         const UsersLocale locale;
         const int attributes = static_cast<int>(attributesOf(piece.style, color));
@@ -125,8 +145,6 @@ void Screen::show(const Frame& frame) {
         mvwaddstr(stdscr, static_cast<int>(piece.row), static_cast<int>(piece.column), cut.c_str());
         wattroff(stdscr, attributes);
     }
-    const UsersLocale locale;
-    output.write([] { wrefresh(stdscr); });
 }
 
 std::optional<int> Screen::key() {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <vector>
 
 #include "curses_output.h"
 #include "frame.h"
@@ -30,9 +31,13 @@ public:
     std::optional<int> key();
 
 private:
+    void drawPieces(const std::vector<Piece>& pieces) const;
+
     CursesOutput output;
     termios modes{};  // as they were before
     bool color = false;
+    std::vector<std::vector<Piece>> shown;  // by row
+    std::size_t shownColumns = 0;
 };
 
 }  // namespace zulstat

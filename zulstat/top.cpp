@@ -63,15 +63,23 @@ public:
 
     int run() {
         while (!view.leaving && !hungUp && !interrupted() && !allEnded()) {
+            // An answer comes in many pieces; most of them change nothing.
+            bool changed = Clock::now() >= nextSecond;
             for (std::size_t index = 0; index < followed.size(); ++index) {
-                sample(index);
-                gateways[index].state = state(index);
+                changed = sample(index) || changed;
+                std::string text = state(index);
+                changed = changed || text != gateways[index].state;
+                gateways[index].state = std::move(text);
             }
-            screen->show(view.draw(screen->rows(), screen->columns(), gateways, seconds(Clock::now()), wallTime));
-            wait();
             while (const std::optional<int> pressed = screen->key()) {
                 press(*pressed);
+                changed = true;
             }
+            if (changed) {
+                screen->show(view.draw(screen->rows(), screen->columns(), gateways, seconds(Clock::now()), wallTime));
+                nextSecond = Clock::now() + std::chrono::seconds(1);
+            }
+            wait();
         }
         screen.reset();
         int exitCode = exitOk;
@@ -86,10 +94,13 @@ private:
         return std::all_of(followed.begin(), followed.end(), [](const Followed& one) { return one.ended; });
     }
 
-    void sample(std::size_t index) {
+    // Returns whether there is something new.
+    bool sample(std::size_t index) {
+        bool any = false;
         TopGateway& gateway = gateways[index];
         Followed& one = followed[index];
         while (std::optional<Event> event = one.follower.step(Clock::now())) {
+            any = true;
             switch (event->kind) {
             case Event::Kind::sample:
                 filter(event->sample, options.globs);
@@ -112,12 +123,13 @@ private:
                 break;
             }
         }
+        return any;
     }
 
     // Until a key, an answer, a signal or the next moment at which something is to be done.
     void wait() {
         const Clock::time_point now = Clock::now();
-        Clock::time_point wake = now + std::chrono::seconds(1);  // the state counts
+        Clock::time_point wake = nextSecond;
         std::vector<pollfd> watched = {{STDIN_FILENO, POLLIN, 0}, {interruptDescriptor(), POLLIN, 0}};
         for (const Followed& one : followed) {
             wake = std::min(wake, one.follower.nextWake());
@@ -164,7 +176,8 @@ private:
     std::vector<TopGateway> gateways;
     TopView view;
     std::unique_ptr<Screen> screen;
-    double wallTime = 0;  // of the last sample
+    double wallTime = 0;           // of the last sample
+    Clock::time_point nextSecond;  // when the screen is drawn again although nothing came: it has times that pass
     bool hungUp = false;
 };
 

@@ -203,7 +203,7 @@ void drawText(Frame& frame, const TopTable& table, const Track& track, const Pla
 
 void drawRow(Frame& frame, const TopTable& table, const TopOrder& order, const TopLine& line, const Places& places,
              std::size_t row, bool selected) {
-    const Track& track = line.track();
+    const Track& track = *line.track;
     const Style changing = selected ? Style::selected : styleOf(track, table.lost[line.gateway], table.now);
     const Style plain = changing == Style::bright || changing == Style::notice ? Style::normal : changing;
     if (selected) {
@@ -260,13 +260,13 @@ void drawSideBySide(Frame& frame, const TopTable& table, const TopOrder& order, 
             drawHeading(frame, table, line, row, isSelected ? Style::selected : Style::normal);
             continue;
         }
-        const Style idStyle = isSelected ? Style::selected : line.track().failed ? Style::bad : Style::normal;
+        const Style idStyle = isSelected ? Style::selected : line.track->failed ? Style::bad : Style::normal;
         if (isSelected) {
             frame.put(row, 0, std::string(frame.columns, ' '), Style::selected);
         }
-        frame.put(row, indent, cutWithMark(nameIn(line.track(), order.grouped()), id), idStyle);
+        frame.put(row, indent, cutWithMark(nameIn(*line.track, order.grouped()), id), idStyle);
         for (std::size_t gateway = 0; gateway < count; ++gateway) {
-            const Track* const track = line.tracks[gateway];
+            const Track* const track = line.beside[gateway];
             const std::string text = track == nullptr ? "-" : valueText(*track, table.raw);
             const Style style = isSelected         ? Style::selected
                                 : track == nullptr ? Style::dim
@@ -369,17 +369,19 @@ void drawTable(Frame& frame, TopTable& table, const TopOrder& order, std::span<c
     for (const TopLine& line : lines) {
         if (!line.heading) {
             // Most are ASCII, whose width is their size.
-            longestId = std::max(longestId, nameIn(line.track(), order.grouped()).size());
+            longestId = std::max(longestId, nameIn(*line.track, order.grouped()).size());
         }
     }
     const std::span<const TopLine> shown = lines.subspan(std::min(first, lines.size()));
     for (const TopLine& line : shown.first(std::min(bottom > top ? bottom - top : 0, shown.size()))) {
-        for (const Track* const track : line.tracks) {
+        const auto widen = [&](const Track* track) {
             const std::size_t width = track == nullptr ? 0 : columnWidth(valueText(*track, table.raw));
             if (width <= (track != nullptr && track->number ? WIDEST_VALUE : WIDEST_VALUE / 2)) {
                 table.valueWidth = std::max(table.valueWidth, width);
             }
-        }
+        };
+        widen(line.track);
+        std::for_each(line.beside.begin(), line.beside.end(), widen);
     }
     const std::size_t cursor = selected >= first ? selected - first : shown.size();
     if (order.together == Together::sideBySide) {

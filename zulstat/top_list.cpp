@@ -40,7 +40,7 @@ void join(std::vector<TopLine>& lines, std::size_t gateways, bool sideBySide) {
     std::map<Key, std::size_t> places;
     std::vector<std::vector<TopLine>> joined;
     for (TopLine& line : lines) {
-        const Track& track = line.track();
+        const Track& track = *line.track;
         const auto [place, isNew] =
             places.emplace(Key(track.element, track.id, track.repeated, track.failed), joined.size());
         if (isNew) {
@@ -54,38 +54,42 @@ void join(std::vector<TopLine>& lines, std::size_t gateways, bool sideBySide) {
             std::move(same.begin(), same.end(), std::back_inserter(lines));
             continue;
         }
-        TopLine line;
-        line.group = same.front().group;
-        line.tracks.resize(gateways);
+        TopLine line = same.front();
+        line.beside.resize(gateways);
         for (const TopLine& one : same) {
-            line.tracks[one.gateway] = one.tracks.front();
+            line.beside[one.gateway] = one.track;
         }
         lines.push_back(std::move(line));
     }
 }
 
 bool isConstant(const TopLine& line) {
-    return std::all_of(line.tracks.begin(), line.tracks.end(),
-                       [](const Track* track) { return track == nullptr || track->constant(); });
+    return line.track->constant() && std::all_of(line.beside.begin(), line.beside.end(), [](const Track* track) {
+               return track == nullptr || track->constant();
+           });
 }
 
 std::vector<TopLine> underHeadings(std::vector<TopLine> lines, const TopOrder& order) {
     std::unordered_map<std::string_view, std::size_t> places;
     std::vector<std::pair<TopLine, std::vector<TopLine>>> groups;
     std::vector<TopLine> result;
+    std::size_t current = 0;  // of the groups: neighbours are mostly of one
     for (TopLine& line : lines) {
-        if (line.track().failed) {
+        if (line.track->failed) {
             result.push_back(std::move(line));  // above everything
             continue;
         }
-        const auto [place, isNew] = places.emplace(line.group, groups.size());
-        if (isNew) {
-            TopLine heading;
-            heading.heading = true;
-            heading.group = line.group;
-            groups.emplace_back(std::move(heading), std::vector<TopLine>());
+        if (groups.empty() || groups[current].first.group != line.group) {
+            const auto [place, isNew] = places.emplace(line.group, groups.size());
+            if (isNew) {
+                TopLine heading;
+                heading.heading = true;
+                heading.group = line.group;
+                groups.emplace_back(std::move(heading), std::vector<TopLine>());
+            }
+            current = place->second;
         }
-        auto& [heading, members] = groups[place->second];
+        auto& [heading, members] = groups[current];
         ++heading.count;
         heading.constants += isConstant(line) ? 1 : 0;
         if (order.constants || !isConstant(line)) {
@@ -113,10 +117,6 @@ std::vector<TopLine> underHeadings(std::vector<TopLine> lines, const TopOrder& o
 
 }  // namespace
 
-const Track& TopLine::track() const {
-    return **std::find_if(tracks.begin(), tracks.end(), [](const Track* track) { return track != nullptr; });
-}
-
 std::vector<TopLine> topLines(std::span<const Tracks* const> gateways, const TopOrder& order) {
     const Filter filter(order.filter);
     std::vector<TopLine> lines;
@@ -128,7 +128,7 @@ std::vector<TopLine> topLines(std::span<const Tracks* const> gateways, const Top
             if (filter.keeps(*track)) {
                 TopLine line;
                 line.group = track->group;
-                line.tracks = {track.get()};
+                line.track = track.get();
                 line.gateway = gateway;
                 lines.push_back(std::move(line));
             }
@@ -147,7 +147,7 @@ std::vector<TopLine> topLines(std::span<const Tracks* const> gateways, const Top
         std::vector<std::pair<std::optional<double>, std::size_t>> keys;
         keys.reserve(lines.size());
         for (std::size_t index = 0; index < lines.size(); ++index) {
-            const Track& track = lines[index].track();
+            const Track& track = *lines[index].track;
             keys.emplace_back(track.failed ? std::nullopt : number(track), index);
         }
         std::stable_sort(keys.begin(), keys.end(), [&](const auto& left, const auto& right) {

@@ -1,6 +1,7 @@
 // The lines of top: headings and statistics of one Gateway or several, sorted, filtered and folded.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <set>
@@ -19,14 +20,16 @@ enum class Together : std::uint8_t { one, all, sideBySide };
 struct TopLine {
     bool heading = false;
     std::string_view group;            // of a heading and of what stands under it
-    std::vector<const Track*> tracks;  // of a statistic: by Gateway, null where one has none
-    std::size_t gateway = 0;           // the one of tracks[0], unless they stand side by side
+    const Track* track = nullptr;      // of a statistic: that of the first Gateway that has it
+    std::size_t gateway = 0;           // that one
+    std::vector<const Track*> beside;  // side by side: by Gateway, null where one has none; else empty
     std::size_t count = 0;             // of a heading: statistics under it
     std::size_t constants = 0;         // those that never changed
     bool folded = false;
 
-    // The first that is there.
-    const Track& track() const;
+    bool hasTrack(const Track* wanted) const {
+        return track == wanted || std::find(beside.begin(), beside.end(), wanted) != beside.end();
+    }
 };
 
 struct TopOrder {

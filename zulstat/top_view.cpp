@@ -99,7 +99,7 @@ void TopView::move(int key, Gateways gateways) {
                    : key == keyPageDown ? std::min(at + page, last)
                    : key == keyHome     ? 0
                                         : last;
-    cursor.track = shown[cursor.index].heading ? nullptr : &shown[cursor.index].track();
+    cursor.track = shown[cursor.index].heading ? nullptr : shown[cursor.index].track;
     cursor.group = shown[cursor.index].group;
 }
 
@@ -253,16 +253,14 @@ std::vector<TopLine> TopView::lines(Gateways gateways) {
 // Finds the cursor's line again; where it is gone, the cursor stays at its place.
 void TopView::follow(std::span<const TopLine> shown) {
     const auto same = [&](const TopLine& line) {
-        return cursor.track != nullptr
-                   ? std::find(line.tracks.begin(), line.tracks.end(), cursor.track) != line.tracks.end()
-                   : line.heading && line.group == cursor.group;
+        return cursor.track != nullptr ? line.hasTrack(cursor.track) : line.heading && line.group == cursor.group;
     };
     const auto place = std::find_if(shown.begin(), shown.end(), same);
     if (place != shown.end()) {
         cursor.index = static_cast<std::size_t>(place - shown.begin());
     } else if (!shown.empty()) {
         cursor.index = std::min(cursor.index, shown.size() - 1);
-        cursor.track = shown[cursor.index].heading ? nullptr : &shown[cursor.index].track();
+        cursor.track = shown[cursor.index].heading ? nullptr : shown[cursor.index].track;
         cursor.group = shown[cursor.index].group;
     } else {
         cursor = {};
@@ -299,12 +297,7 @@ Frame TopView::draw(std::size_t rows, std::size_t columns, Gateways gateways, do
     }
     if (paneFits) {
         const TopLine& line = shown[cursor.index];
-        std::size_t gateway = line.gateway;
-        if (line.tracks.size() > 1) {
-            gateway = static_cast<std::size_t>(std::find(line.tracks.begin(), line.tracks.end(), &line.track()) -
-                                               line.tracks.begin());
-        }
-        drawPane(frame, table, line.track(), gateway, bottom);
+        drawPane(frame, table, *line.track, line.gateway, bottom);
     }
     if (footer < rows) {
         drawFooter(frame, shown.size(), page);
