@@ -142,7 +142,12 @@ void TopView::fold(int key, Gateways gateways) {
 void TopView::foldAll(int, Gateways gateways) {
     const bool unfold = !order.folded.empty();
     order.folded.clear();
-    for (const TopLine& line : lines(gateways)) {
+    const std::vector<TopLine> shown = lines(gateways);
+    follow(shown);
+    if (!unfold) {
+        cursor.track = nullptr;  // on the heading
+    }
+    for (const TopLine& line : shown) {
         if (!unfold && line.heading) {
             order.folded.emplace(line.group);
         }

@@ -205,7 +205,7 @@ class FullScreen(unittest.TestCase):
             self.dialogue(port, 'top', '-i', '0.2', end=b'q', talk=[
                 (b'', 'uptime.seconds'), (b'', '\u2588'), (b'/worker.q', 'worker.queue.now'), (b'\rh', 'leaves it'),
                 (b'x', 'worker.queue.now'), (b'\r', 'first seen'), (b'\r\x1b', '\u25be worker'), (b'a', '\u25b8 server.foxtrot'),
-                (b'a', 'uptime.seconds'), (b'p', 'paused'), (b'p', 'every'), (gateway.close, 'next attempt')])
+                (b'a', '\u25be worker'), (b'p', 'paused'), (b'p', 'every'), (gateway.close, 'next attempt')])
             stays = stack.enter_context(simulator())
             other = contextlib.ExitStack()
             goes = other.enter_context(simulator())
