@@ -160,6 +160,7 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
     CLI::App* top = addCommand(app, options, "top", Command::top, "Full screen: sort, filter, history");
     addIdsAndGroups(*top, words, "[INTERVAL] [ID]...");
     addSeries(*top, options, words);
+    top->add_flag("--raw", options.raw, "numbers as the Gateway sends them");
 
     CLI::App* ping = addCommand(app, options, "ping", Command::ping, "Connect, and measure queries for everything");
     addCount(*ping, options, "number of queries (4)");

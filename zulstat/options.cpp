@@ -151,7 +151,7 @@ void finishTargets(Options& options, const Words& words, const Config& config, c
     }
     refuseTwins(options.targets);
     options.target = options.targets.front();
-    if (options.several() && (options.command == Command::top || options.command == Command::map)) {
+    if (options.several() && options.command == Command::map) {
         throw UsageError{fmt::format("{} Gateways are named, and this command takes one", options.targets.size())};
     }
 }
@@ -220,8 +220,8 @@ void finish(Options& options, Words& words, const Config& config) {
     options.ids = splitIds(words.ids, "identifier");
     options.groups = splitIds(words.groups, "group");
     if (!words.map.empty()) {
-        if (options.format != Format::openmetrics && command != Command::check) {
-            throw UsageError{"--map goes with -o openmetrics and with check"};
+        if (options.format != Format::openmetrics && command != Command::check && command != Command::top) {
+            throw UsageError{"--map goes with -o openmetrics, with check and with top"};
         }
         options.mapper = readMapper(words.map, words.module.empty() ? "default" : words.module);
     } else if (!words.module.empty()) {

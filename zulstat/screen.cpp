@@ -3,11 +3,13 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <map>
 #include <string>
 
 #include "charset.h"
+#include "keys.h"
 #include "terminal.h"
 #include "usage_error.h"
 
@@ -19,6 +21,7 @@ namespace zulstat {
 namespace {
 
 constexpr short RED_PAIR = 1;
+constexpr short YELLOW_PAIR = 2;
 
 SCREEN* terminal = nullptr;
 WINDOW* keys = nullptr;  // a pad, as reading a key from a window draws that first
@@ -26,6 +29,27 @@ WINDOW* keys = nullptr;  // a pad, as reading a key from a window draws that fir
 // Signals that would end the program with the terminal as it is become one that ends it in order.
 void endInOrder(int) {
     raise(SIGTERM);
+}
+
+attr_t attributesOf(Style style, bool color) {
+    const auto inColor = [&](short pair) { return color ? static_cast<attr_t>(COLOR_PAIR(pair)) | A_BOLD : A_BOLD; };
+    switch (style) {
+    case Style::bold:
+    case Style::bright:
+        return A_BOLD;
+    case Style::dim:
+        return A_DIM;
+    case Style::header:
+    case Style::selected:
+        return A_REVERSE;
+    case Style::bad:
+        return inColor(RED_PAIR);
+    case Style::notice:
+        return inColor(YELLOW_PAIR);
+    case Style::normal:
+        break;
+    }
+    return A_NORMAL;
 }
 
 void catchOtherSignals() {
@@ -59,6 +83,7 @@ Screen::Screen(bool useColor) {
             start_color();
             use_default_colors();
             init_pair(RED_PAIR, COLOR_RED, -1);
+            init_pair(YELLOW_PAIR, COLOR_YELLOW, -1);
         }
         keypad(keys, TRUE);
         nodelay(keys, TRUE);
@@ -79,45 +104,64 @@ Screen::~Screen() {
     terminal = nullptr;
 }
 
-int Screen::rows() const {
-    return getmaxy(stdscr);
+std::size_t Screen::rows() const {
+    return static_cast<std::size_t>(std::max(getmaxy(stdscr), 0));
 }
 
-int Screen::columns() const {
-    return getmaxx(stdscr);
+std::size_t Screen::columns() const {
+    return static_cast<std::size_t>(std::max(getmaxx(stdscr), 0));
 }
 
-void Screen::clear() {
-    ::werase(stdscr);
-}
-
-void Screen::put(int row, int column, std::string_view text, Style style) {
-    if (row < 0 || row >= rows() || column >= columns()) {
-        return;
+void Screen::show(const Frame& frame) {
+    std::vector<std::vector<Piece>> pieces(rows());
+    for (const Piece& piece : frame.pieces) {
+        if (piece.row < pieces.size() && piece.column < columns()) {
+            pieces[piece.row].push_back(piece);
+        }
     }
-    const std::string cut = inUsersCharacters(cutToWidth(text, static_cast<std::size_t>(columns() - column)));
-    const UsersLocale locale;
-    const attr_t red = color ? static_cast<attr_t>(COLOR_PAIR(RED_PAIR)) : A_BOLD;
-    const attr_t attributes = style == Style::bold     ? A_BOLD
-                              : style == Style::dim    ? A_DIM
-                              : style == Style::header ? A_REVERSE
-                              : style == Style::bad    ? red
-                                                       : A_NORMAL;
-    wattron(stdscr, static_cast<int>(attributes));
-    mvwaddstr(stdscr, row, column, cut.c_str());
-    wattroff(stdscr, static_cast<int>(attributes));
-}
-
-void Screen::update() {
+    if (shown.size() != pieces.size() || shownColumns != columns()) {
+        ::werase(stdscr);
+        shown.assign(pieces.size(), {});
+        shownColumns = columns();
+    }
+    for (std::size_t row = 0; row < pieces.size(); ++row) {
+        if (pieces[row] != shown[row]) {
+            wmove(stdscr, static_cast<int>(row), 0);
+            wclrtoeol(stdscr);
+            drawPieces(pieces[row]);
+        }
+    }
+    shown = std::move(pieces);
     const UsersLocale locale;
     output.write([] { wrefresh(stdscr); });
 }
 
+void Screen::drawPieces(const std::vector<Piece>& pieces) const {
+    for (const Piece& piece : pieces) {
+        const std::string cut = inUsersCharacters(cutToWidth(piece.text, columns() - piece.column));
+        const UsersLocale locale;
+        const int attributes = static_cast<int>(attributesOf(piece.style, color));
+        wattron(stdscr, attributes);
+        mvwaddstr(stdscr, static_cast<int>(piece.row), static_cast<int>(piece.column), cut.c_str());
+        wattroff(stdscr, attributes);
+    }
+}
+
 std::optional<int> Screen::key() {
     static const std::map<int, int> known = {
-        {KEY_UP, keyUp},     {KEY_DOWN, keyDown},   {KEY_PPAGE, keyPageUp},         {KEY_NPAGE, keyPageDown},
-        {KEY_HOME, keyHome}, {KEY_END, keyEnd},     {KEY_RESIZE, keyResize},        {KEY_ENTER, ENTER_KEY},
-        {'\n', ENTER_KEY},   {'\b', BACKSPACE_KEY}, {KEY_BACKSPACE, BACKSPACE_KEY},
+        {KEY_UP, keyUp},
+        {KEY_DOWN, keyDown},
+        {KEY_LEFT, keyLeft},
+        {KEY_RIGHT, keyRight},
+        {KEY_PPAGE, keyPageUp},
+        {KEY_NPAGE, keyPageDown},
+        {KEY_HOME, keyHome},
+        {KEY_END, keyEnd},
+        {KEY_RESIZE, keyResize},
+        {KEY_ENTER, ENTER_KEY},
+        {'\n', ENTER_KEY},
+        {'\b', BACKSPACE_KEY},
+        {KEY_BACKSPACE, BACKSPACE_KEY},
     };
     const int code = wgetch(keys);
     if (code == ERR) {

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <utility>
 
+#include "charset.h"
 #include "text.h"
 
 namespace zulstat {
@@ -42,6 +43,14 @@ std::string cutToWidth(std::string_view text, std::size_t columns) {
         end = next;
     }
     return std::string(text.substr(0, end));
+}
+
+std::string cutWithMark(std::string_view text, std::size_t columns) {
+    std::string cut = cutToWidth(text, columns);
+    if (cut.size() == text.size() || columns == 0) {
+        return cut;
+    }
+    return cutToWidth(cut, columns - 1) + (userHas(U'…') ? "…" : "~");
 }
 
 std::vector<std::string> wrapToWidth(std::string_view text, std::size_t columns) {

@@ -20,6 +20,9 @@ bool canRedraw();
 // The longest beginning of a text without control characters that fits into this many terminal columns.
 std::string cutToWidth(std::string_view text, std::size_t columns);
 
+// The same, with a mark (an ellipsis, where the user's locale has it) at the end of what was cut.
+std::string cutWithMark(std::string_view text, std::size_t columns);
+
 // The text in lines of at most this many columns, broken at blanks where it can be.
 std::vector<std::string> wrapToWidth(std::string_view text, std::size_t columns);
 

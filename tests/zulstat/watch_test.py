@@ -198,13 +198,20 @@ class FullScreen(unittest.TestCase):
 
     def test_top_and_watch(self):
         with contextlib.ExitStack() as stack:
-            port = stack.enter_context(simulator())
+            gateway = stack.enter_context(contextlib.ExitStack())
+            port = gateway.enter_context(simulator())
             self.dialogue(port, 'top', ID, talk=[(b'', ID)], end=signal.SIGTERM, LC_ALL='C')
             self.dialogue(port, 'watch', '0.2', ID, talk=[(b'', '\x1b[K'), (b'', ID)], end=signal.SIGINT)
             self.dialogue(port, 'top', '-i', '0.2', end=b'q', talk=[
-                (b'', ID), (b'', '\u2588'), (b'/worker.q', 'worker.queue.now'), (b'\rh', 'leaves it'), (b'x', 'worker.queue.now'),
-                (b'\x1b', 'conn.backlog.now'), (b'h', 'leaves it'), (b'x', 'conn.idle.now'), (b'p', 'paused'), (b'p', 'connected'),
-                (stack.close, 'next attempt')])
+                (b'', 'uptime.seconds'), (b'', '\u2588'), (b'/worker.q', 'worker.queue.now'), (b'\rh', 'leaves it'),
+                (b'x', 'worker.queue.now'), (b'\r', 'first seen'), (b'\r\x1b', '\u25be worker'), (b'a', '\u25b8 server.foxtrot'),
+                (b'a', '\u25be worker'), (b'p', 'paused'), (b'p', '\x1b['), (gateway.close, 'next attempt')])
+            stays = stack.enter_context(simulator())
+            other = contextlib.ExitStack()
+            goes = other.enter_context(simulator())
+            self.dialogue(stays, 'top', '-H', f'127.0.0.1:{stays},127.0.0.1:{goes},127.0.0.1:1', end=b'q', talk=[
+                (b'', 'uptime.seconds'), (b'', '(1 of 3)'), (b't', '(2 of 3)'), (b'tt', 'TARGET'), (b'', f'127.0.0.1:{goes}  '),
+                (b't', f' 127.0.0.1:{goes}'), (other.close, 'lost the connection')])
         self.assertEqual([run(port, *words).returncode for words in (['top'], ['watch'], ['watch', '-j', '-r*'])], [2, 3, 2])
 
     def test_a_signal_ends_it_while_the_terminal_takes_nothing(self):
@@ -216,11 +223,12 @@ class FullScreen(unittest.TestCase):
                     termios.tcsetwinsize(slave, (200, 200))
                     modes = termios.tcgetattr(slave)
                     with started(ZULSTAT, '-p', port, command, '-i', '0.05', stdin=slave, stdout=slave) as process:
-                        while ID.encode() not in os.read(master, 65536):
+                        while b'open.now' not in os.read(master, 65536):
                             pass
                         os.write(master, stop)  # Ctrl-S, or nobody reads
                         deadline = time.monotonic() + 20
                         while select.select([], [slave], [], 0.05)[1]:
+                            os.write(master, b'?')  # top draws the help and the rows in turns
                             self.assertLess(time.monotonic(), deadline, 'the terminal is never full')
                         time.sleep(0.3)
                         process.send_signal(signal.SIGTERM)

@@ -54,7 +54,7 @@ _zulstat() {
         ids) options+=' -g --group' ;;
         groups) options+=' -l --long' ;;
         watch) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect -c --count --header-every' ;;
-        top) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect' ;;
+        top) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect --raw' ;;
         ping) options+=' -c --count -i --interval' ;;
         check) options+=' -w --warning -c --critical --expect --rate --delta -i --interval' ;;
         map) options+=' --observe' ;;
