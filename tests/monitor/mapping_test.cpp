@@ -195,7 +195,7 @@ TEST(Mapping, ErrorsNameThePlaceAndWhatWasExpected) {
              {"a: [", "f:1:1: end of sequence flow not found"},
              {"modules: {a: {}, a: {}}", "f:1:18: 'a' is there twice"},
              {"modules: {a: {deadline: soon}}", "f:1:25: 'soon' is not a number of seconds"},
-             {"targets: [{target: 'x:1', module: b}]", "f:1:33: the target x:1 has the module 'b', which is not there"},
+             {"targets: [{target: 'x:1', module: b}]", "f:1:35: the target x:1 has the module 'b', which is not there"},
              {"modules: {a: {rules: [{match: x, type: sum}]}}",
               "f:1:40: 'sum' is no type, expected counter, gauge, stateset, info or drop"},
              {"modules: {a: {rules: [{match: x, type: gauge}]}}",
