@@ -332,7 +332,8 @@ class Check(unittest.TestCase):
                     (0, ['host.load.*', '-X', '*.5m', 'host.name'], "OK - 3 ok: host.load.1m is 8.04; host.load.15m is 3.44; "
                      "host.name is zulhost | 'host.load.1m'=8.04;; 'host.load.15m'=3.44;;"),
                     (3, ['host.load.1m:nosuch', 'x*', '-w', '4'],
-                     "UNKNOWN - 3 of 3 not ok: the Gateway has no statistic nosuch (unknown); nothing matches x* (unknown); host.load.1m is 8.04 (warning) | 'host.load.1m'=8.04;4;"),
+                     "UNKNOWN - 3 of 3 not ok: the Gateway has no statistic nosuch (unknown); "
+                     "nothing matches x* (unknown); host.load.1m is 8.04 (warning) | 'host.load.1m'=8.04;4;"),
                     (2, ['daemon.state', '--expect', 'STOPPED,FAILED'],
                      'CRITICAL - daemon.state is RUNNING, expected STOPPED or FAILED'),
                     (0, ['daemon.state', '--expect', 'STOPPED,RUNNING'], 'OK - daemon.state is RUNNING'),
