@@ -157,6 +157,7 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
     addCount(*watch, options, "end after N samples");
     addOption(*watch, "--header-every", options.headerEvery, "repeat the header after N rows, 0 for never (20)", "N")
         ->check(CLI::Range(0, 1000000));
+    watch->add_flag("--wide", options.wide, "a line for each sample, a column for each identifier");
     CLI::App* top = addCommand(app, options, "top", Command::top, "Full screen: sort, filter, history");
     addIdsAndGroups(*top, words, "[INTERVAL] [ID]...");
     addSeries(*top, options, words);
@@ -190,6 +191,11 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
         ->check(secondsFrom(1))
         ->take_last();
     addCommand(app, options, "config", Command::config, "Show what is in force, and where it comes from");
+    CLI::App* complete = addCommand(app, options, "complete", Command::complete, "Print words for completions");
+    complete->add_option("KIND", options.completed, "ids, groups, targets or selections")
+        ->required()
+        ->option_text("(one)")
+        ->check(CLI::IsMember({"ids", "groups", "targets", "selections"}));
     CLI::App* demo = addCommand(app, options, "demo", Command::demo, "Try it all on a simulated Gateway");
     demo->add_flag("--web", options.web, "under zulstat-exporter, and print its address");
 }

@@ -16,6 +16,7 @@ int runExplain(const Options& options);
 int runCheck(const Options& options);  // throws nothing
 int runMap(const Options& options);    // samples for a while, then a mapping file on standard output
 int runConfig(const Options& options);
+int runComplete(const Options& options);
 int runDemo(const Options& options);  // starts zulstat-sim on a free port, and top on it, or watch without a terminal
 
 // The line and the exit code of a check that cannot be made.

@@ -32,12 +32,14 @@ std::vector<ValueKind> valueKinds() {
         return fmt::format("mapfile -t COMPREPLY < <(compgen -W '{}' -- \"$current\")", list);
     };
     const std::string levels = "0 1 2 3 4 5";
+    const std::string groups = "mapfile -t COMPREPLY < <(compgen -W \"$(_zulstat_known groups)\" -- \"$current\")";
     return {
         {FORMAT_TYPE, words(formats()), "(" + formats() + ")"},
         {LEVEL_TYPE, words(levels), "(" + levels + ")"},
         {HOST_TYPE, "mapfile -t COMPREPLY < <(compgen -A hostname -- \"$current\")", "_hosts"},
         {FILE_TYPE, "compopt -o filenames 2>/dev/null\n        mapfile -t COMPREPLY < <(compgen -f -- \"$current\")",
-         "_files"}};
+         "_files"},
+        {GROUPS_TYPE, groups, "_zulstat_known groups"}};
 }
 
 std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
@@ -50,6 +52,13 @@ std::vector<const CLI::Option*> optionsOf(const CLI::App& app, bool positional) 
 
 bool takesValue(const CLI::Option* option) {
     return option->get_expected_max() > 0;
+}
+
+// Whether identifiers stand behind the command.
+bool takesIds(const CLI::App* command) {
+    const std::vector<const CLI::Option*> arguments = command->get_options(
+        [](const CLI::Option* option) { return option->get_positional() && option->get_name() == "ID"; });
+    return !arguments.empty();
 }
 
 bool isType(const CLI::Option* option, std::string_view type) {
@@ -147,8 +156,11 @@ std::string zshOption(const CLI::Option* option) {
 }
 
 std::string zshArgument(const CLI::Option* option) {
-    return fmt::format("'{}:{}: '", option->get_option_text() == SEVERAL_ARGUMENTS ? "*" : "",
-                       zshMessage(option->get_name()));
+    const std::string name = option->get_name();
+    return fmt::format("'{}:{}:{}'", option->get_option_text() == SEVERAL_ARGUMENTS ? "*" : "", zshMessage(name),
+                       name == "ID"     ? "_zulstat_known ids selections"
+                       : name == "KIND" ? "(ids groups targets selections)"
+                                        : " ");
 }
 
 }  // namespace
@@ -157,8 +169,12 @@ std::string bashCompletion(const CLI::App& app) {
     std::vector<std::string> commands;
     std::vector<std::string> withValue = optionNames(app, takesValue);
     std::string branches;
+    std::vector<std::string> withIds;
     for (const CLI::App* command : commandsOf(app)) {
         commands.push_back(command->get_name());
+        if (takesIds(command)) {
+            withIds.push_back(command->get_name());
+        }
         addNew(withValue, optionNames(*command, takesValue));
         std::vector<std::string> own =
             optionNames(*command, [](const CLI::Option* option) { return !option->check_lname("help"); });
@@ -186,25 +202,54 @@ _zulstat_takes_value() {{
     return 1
 }}
 
+# Words of a kind, of the Gateways that the line names; readline takes host:port and @name for several words.
+_zulstat_known() {{
+    local line gateway=() index command=''
+    read -ra line <<<"${{COMP_LINE-}}"
+    [[ ${{COMP_LINE-}} == *[[:blank:]] ]] || unset 'line[-1]'  # not complete yet
+    for ((index = 1; index < ${{#line[@]}}; ++index)); do
+        case ${{line[index]}} in
+        -H | --host | -p | --port) gateway+=("${{line[index]}}" "${{line[++index]-}}") ;;
+        --host=* | --port=*) gateway+=("${{line[index]}}") ;;
+        -*) ! _zulstat_takes_value "${{line[index]}}" || ((++index)) ;;
+        @*) [[ -n $command ]] || gateway+=("${{line[index]}}") ;;
+        *) command=1 ;;
+        esac
+    done
+    zulstat "${{gateway[@]}}" complete "$1" 2>/dev/null
+}}
+
 _zulstat() {{
     local commands='{}'
     local options='{}'
     local before_commands='{}'
-    local current=${{COMP_WORDS[COMP_CWORD]}} before=${{COMP_WORDS[COMP_CWORD - 1]}} command='' index word
+    local current=${{COMP_WORDS[COMP_CWORD]}} before=${{COMP_WORDS[COMP_CWORD - 1]}} command='' index word names
     # Readline takes --option=value for three words.
     if [[ $current == '=' ]]; then
         current=''
     elif [[ $before == '=' ]]; then
         before=${{COMP_WORDS[COMP_CWORD - 2]}}
     fi
+    # The '@' of a name is a word here, and a part of the word that is completed.
+    if [[ $before == '@' ]]; then
+        current=@$current before=''
+    fi
     for ((index = 1; index < COMP_CWORD; ++index)); do
         word=${{COMP_WORDS[index]}}
-        if [[ $word != -* ]]; then
+        if [[ $word == '@' ]]; then
+            ((++index))
+        elif [[ $word == @* ]]; then
+            continue
+        elif [[ $word != -* ]]; then
             command=$word
             break
         elif _zulstat_takes_value "$word"; then
             ((++index))
             [[ ${{COMP_WORDS[index]}} != '=' ]] || ((++index))
+            # host:port
+            while [[ ${{COMP_WORDS[index + 1]-}} == :* ]]; do
+                ((index += 2))
+            done
         fi
     done
 
@@ -217,8 +262,17 @@ _zulstat() {{
         esac
         if [[ $current == -* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
-        elif [[ -z $command ]]; then
+        elif [[ -z $command && $current != @* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$current")
+        elif [[ -z $command || ' {} ' == *" $command "* ]]; then
+            if [[ -z $command ]]; then
+                names=$(_zulstat_known targets)
+            elif [[ $current == @* ]]; then
+                names=$(_zulstat_known selections)
+            else
+                names=$(_zulstat_known ids)
+            fi
+            mapfile -t COMPREPLY < <(compgen -W "$names" -- "$current")
         fi
         ;;
     esac
@@ -227,7 +281,7 @@ complete -F _zulstat zulstat
 )",
         folded(withValue, 4, "        ", " | ", "\\"), fmt::join(commands, " "),
         folded(optionNames(app, [](const CLI::Option* option) { return !isOnlyOfMain(option); }), 19, "        "),
-        fmt::join(optionNames(app, isOnlyOfMain), " "), values, branches);
+        fmt::join(optionNames(app, isOnlyOfMain), " "), values, branches, fmt::join(withIds, " "));
 }
 
 std::string zshCompletion(const CLI::App& app) {
@@ -249,9 +303,35 @@ std::string zshCompletion(const CLI::App& app) {
         }
         branches += "\n        ;;\n";
     }
-    return fmt::format(R"(#compdef zulstat
+    return fmt::format(R"zsh(#compdef zulstat
 
-local curcontext=$curcontext state line
+# Words of these kinds, of the Gateways that the line names.
+_zulstat_known() {{
+    local kind
+    local -a found
+    for kind in "$@"; do
+        found+=(${{(f)"$(_call_program words zulstat ${{(q)zulstat_gateway}} complete $kind 2>/dev/null)"}})
+    done
+    compadd -a found
+}}
+
+local curcontext=$curcontext state line index
+local -a zulstat_gateway
+for ((index = 2; index < CURRENT; ++index)); do
+    case $words[index] in
+    -H | --host | -p | --port) zulstat_gateway+=($words[index] $words[index+1]) ;;
+    --host=* | --port=*) zulstat_gateway+=($words[index]) ;;
+    esac
+done
+if [[ CURRENT -eq 2 && $words[2] == @* ]]; then
+    _zulstat_known targets
+    return
+fi
+while [[ CURRENT -gt 2 && $words[2] == @* ]]; do
+    zulstat_gateway+=($words[2])
+    words[2]=()
+    ((CURRENT--))
+done
 local -a general version commands
 general=(
 {})
@@ -270,7 +350,7 @@ rest)
 {}    esac
     ;;
 esac
-)",
+)zsh",
                        general, version, commands, branches);
 }
 

@@ -163,17 +163,6 @@ std::string formatJson(const Sample& sample, int indent, bool ascii) {
 
 // ---- csv ----------------------------------------------------------------------------------------------------------
 
-std::string csvField(std::string_view text) {
-    if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
-        return std::string(text);
-    }
-    std::string field = "\"";
-    for (const char c : text) {
-        field += c == '"' ? "\"\"" : std::string(1, c);
-    }
-    return field + "\"";
-}
-
 std::string formatCsv(const Sample& sample, const Layout& layout) {
     const std::string_view end = layout.lineFeeds ? "\n" : "\r\n";
     std::string text = layout.header ? fmt::format("time,target,element,rc,id,value{}", end) : "";
@@ -230,6 +219,17 @@ std::vector<std::string_view> formatNames() {
         names.push_back(name);
     }
     return names;
+}
+
+std::string csvField(std::string_view text) {
+    if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
+        return std::string(text);
+    }
+    std::string field = "\"";
+    for (const char c : text) {
+        field += c == '"' ? "\"\"" : std::string(1, c);
+    }
+    return field + "\"";
 }
 
 std::string formatSamples(Format format, std::span<const Sample> samples, const Layout& layout) {

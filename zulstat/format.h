@@ -40,6 +40,9 @@ struct Layout {
     monitor::Mapper* mapper = nullptr;
 };
 
+// A field as csv has it.
+std::string csvField(std::string_view text);
+
 // Ends with a line end unless it is empty. Several samples, one of each Gateway, are one table, one text of
 // openmetrics, and documents one behind the other.
 std::string formatSamples(Format format, std::span<const monitor::Sample> samples, const Layout& layout = {});

@@ -49,6 +49,8 @@ int run(const Options& options) {
         return runMap(options);
     case Command::config:
         return runConfig(options);
+    case Command::complete:
+        return runComplete(options);
     case Command::demo:
         return runDemo(options);
     }

@@ -462,7 +462,7 @@ Options parseOptions(int argc, const char* const* argv) {
         }
         finishTargets(options, words, config, given, given.global.contains(app.get_option("--host")));
         finish(options, words, config);
-        if (options.command == Command::config) {
+        if (options.command == Command::config || options.command == Command::complete) {
             options.inForce = inForce(app, options, config, given);
         }
     } catch (const CLI::CallForHelp&) {

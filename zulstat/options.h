@@ -22,7 +22,7 @@ namespace zulstat {
 // What check looks at in place of a value.
 enum class ChangeWanted { none, perSecond, difference };
 
-enum class Command { stats, ids, groups, watch, top, ping, explain, check, map, config, demo };
+enum class Command { stats, ids, groups, watch, top, ping, explain, check, map, config, complete, demo };
 
 // What holds, and who says so.
 struct InForce {
@@ -64,9 +64,11 @@ struct Options {
     long headerEvery = 20;      // 0: only once
     bool reconnect = true;
     bool raw = false;  // top: numbers as the Gateway sends them
+    bool wide = false;  // watch: a line for each sample
 
     std::vector<std::string> codes;  // explain
-    std::vector<InForce> inForce;    // config
+    std::vector<InForce> inForce;    // config, complete
+    std::string completed;           // complete: the kind of word
     std::optional<Range> warning;    // check
     std::optional<Range> critical;
     ChangeWanted change = ChangeWanted::none;

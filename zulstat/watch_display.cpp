@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -279,6 +280,86 @@ private:
     std::vector<Changes> changes;  // one for each Gateway
 };
 
+// A line for each sample, a column for each identifier: in columns for people, or as csv.
+class Wide : public WatchDisplay {
+public:
+    explicit Wide(const Options& given)
+        : options(given),
+          targets(given),
+          csv(given.format == Format::csv),
+          changes(given.targets.size()),
+          ids(given.ids) {
+    }
+    void show(std::size_t gateway, const Sample& sample) override {
+        std::map<std::string, std::string> values;
+        const bool choose = ids.empty();
+        for (const Line& line : linesOf(sample, changes[gateway], options)) {
+            const bool first = line.rc >= 0 && values.try_emplace(line.id, line.value).second;
+            if (choose && first) {
+                ids.push_back(line.id);
+            }
+        }
+        std::vector<std::string> cells;
+        for (const std::string& id : ids) {
+            const auto found = values.find(id);
+            cells.push_back(found != values.end() ? found->second : csv ? "" : "-");
+        }
+        const std::string time = isoTime(sample.wallTime);
+        print(csv ? csvLine(time, gateway, cells) : tableLine(time, gateway, cells));
+    }
+    void gap(std::size_t gateway, const Failure&, bool first, std::chrono::milliseconds) override {
+        if (first) {
+            const std::string time = isoTime(clockSeconds(CLOCK_REALTIME));
+            print(csv ? csvLine(time, gateway, std::vector<std::string>(ids.size()))
+                      : inUsersCharacters(time + "  " + targets.cells[gateway] + "-- no connection --\n"));
+        }
+    }
+
+private:
+    std::string csvLine(const std::string& time, std::size_t gateway, const std::vector<std::string>& cells) {
+        const auto line = [&](std::string text, const std::vector<std::string>& fields) {
+            for (const std::string& field : fields) {
+                text += "," + csvField(field);
+            }
+            return text + (options.lineFeeds ? "\n" : "\r\n");
+        };
+        const bool due = options.header && !headerShown;
+        headerShown = true;
+        return (due ? line("time,target", ids) : "") +
+               line(time + "," + csvField(targetText(options.targets[gateway])), cells);
+    }
+
+    // Columns grow with what they show.
+    std::string tableLine(const std::string& time, std::size_t gateway, std::vector<std::string> cells) {
+        constexpr std::size_t least = 6;
+        widths.resize(ids.size(), least);
+        std::string titles = padRight("TIME", time.size()) + "  " + targets.title;
+        std::string line = time + "  " + targets.cells[gateway];
+        for (std::size_t column = 0; column < ids.size(); ++column) {
+            const std::string title = escapeForTerminal(ids[column]);
+            const std::string cell = escapeForTerminal(cells[column]);
+            widths[column] = std::max({widths[column], columnWidth(title), columnWidth(cell)});
+            const std::string between = column == 0 ? "" : "  ";
+            titles += between + padLeft(title, widths[column]);
+            line += between + padLeft(cell, widths[column]);
+        }
+        const bool due = options.headerEvery > 0 && rowsSinceHeader >= options.headerEvery;
+        const bool withHeader = options.header && (!headerShown || due);
+        headerShown = true;
+        rowsSinceHeader = withHeader ? 1 : rowsSinceHeader + 1;
+        return inUsersCharacters((withHeader ? titles + "\n" : "") + line + "\n");
+    }
+
+    const Options& options;
+    const TargetColumn targets;
+    const bool csv;
+    std::vector<Changes> changes;  // one for each Gateway
+    std::vector<std::string> ids;  // as asked for, or those of the first sample
+    std::vector<std::size_t> widths;
+    long rowsSinceHeader = 0;
+    bool headerShown = false;
+};
+
 // The formats for other programs. A gap is a sample of its own, with an element without a name that failed with the
 // library's code.
 class Documents : public WatchDisplay {
@@ -315,7 +396,17 @@ private:
 }  // namespace
 
 std::unique_ptr<WatchDisplay> makeWatchDisplay(const Options& options) {
-    switch (options.format.value_or(Format::table)) {
+    const Format format = options.format.value_or(Format::table);
+    if (!options.derived.empty() && format != Format::table && format != Format::plain) {
+        throw UsageError{"-r and -d are for tables and plain rows; other formats have times to compute them from"};
+    }
+    if (options.wide) {
+        if (format != Format::table && format != Format::csv) {
+            throw UsageError{"--wide is for table and csv"};
+        }
+        return std::make_unique<Wide>(options);
+    }
+    switch (format) {
     case Format::table:
         if (canRedraw()) {
             options.refuseTraceOnScreen();
@@ -325,9 +416,6 @@ std::unique_ptr<WatchDisplay> makeWatchDisplay(const Options& options) {
     case Format::plain:
         return std::make_unique<PlainRows>(options);
     default:
-        if (!options.derived.empty()) {
-            throw UsageError{"-r and -d are for tables and plain rows; other formats have times to compute them from"};
-        }
         return std::make_unique<Documents>(options);
     }
 }

@@ -22,7 +22,8 @@ import time
 import unittest
 
 ZULSTAT, SIM, RESOLVER, SYSTEM, HEADER = sys.argv[1:6]
-ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {'LC_ALL': 'C.UTF-8', 'XDG_CONFIG_HOME': '/nosuch'}
+ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {
+    'LC_ALL': 'C.UTF-8', 'XDG_CONFIG_HOME': '/nosuch'}
 
 
 @contextlib.contextmanager
@@ -281,7 +282,8 @@ class Several(unittest.TestCase):
             hosts = ['-H', ','.join(names), '-H', f'127.0.0.1:{free_port()},127.0.0.1:{silent}']
             query = ['stats', 'host.name', 'host.laod.1m']
             start = time.monotonic()
-            results = {f: run(1, '-T', '1', *hosts, *query, '-o', f) for f in ('table', 'plain', 'jsonl', 'csv', 'openmetrics')}
+            results = {f: run(1, '-T', '1', *hosts, *query, '-o', f)
+                       for f in ('table', 'plain', 'jsonl', 'csv', 'openmetrics')}
             self.assertLess(time.monotonic() - start, 7.5)
             counts = run(1, '-H', ','.join(names), 'groups', '-l', '-I', 'conn', '--no-header').stdout
             alone = run(one, *query, '-o', 'openmetrics')
@@ -325,11 +327,13 @@ class Check(unittest.TestCase):
             file.flush()
             for code, arguments, line in (
                     (1, ['host.load.1m', 'host.load.1*', '-w', '4'],
-                     "WARNING - 1 of 2 not ok: host.load.1m is 8.04 (warning) | 'host.load.1m'=8.04;4; 'host.load.15m'=3.44;4;"),
+                     "WARNING - 1 of 2 not ok: host.load.1m is 8.04 (warning) "
+                     "| 'host.load.1m'=8.04;4; 'host.load.15m'=3.44;4;"),
                     (0, ['host.load.*', '-X', '*.5m', 'host.name'], "OK - 3 ok: host.load.1m is 8.04; host.load.15m is 3.44; "
                      "host.name is zulhost | 'host.load.1m'=8.04;; 'host.load.15m'=3.44;;"),
-                    (3, ['host.load.1m:nosuch', 'x*', '-w', '4'], "UNKNOWN - 3 of 3 not ok: the Gateway has no statistic nosuch "
-                     "(unknown); nothing matches x* (unknown); host.load.1m is 8.04 (warning) | 'host.load.1m'=8.04;4;"),
+                    (3, ['host.load.1m:nosuch', 'x*', '-w', '4'],
+                     "UNKNOWN - 3 of 3 not ok: the Gateway has no statistic nosuch (unknown); "
+                     "nothing matches x* (unknown); host.load.1m is 8.04 (warning) | 'host.load.1m'=8.04;4;"),
                     (2, ['daemon.state', '--expect', 'STOPPED,FAILED'],
                      'CRITICAL - daemon.state is RUNNING, expected STOPPED or FAILED'),
                     (0, ['daemon.state', '--expect', 'STOPPED,RUNNING'], 'OK - daemon.state is RUNNING'),
@@ -423,7 +427,8 @@ class Configuration(unittest.TestCase):
             return {row[1]: (row[0], *row[2:]) for row in (re.split('  +', line) for line in lines_of(result.stdout))}
         shown = rows('--trace=1', '-Ia*', ZULSTAT_TIMEOUT='3')
         for name, row in {'host': ('option', 'a:7000,b:1', f'{self.system}/zulstat.yaml:2'),
-                          'port': ('option', '7000', f'{self.home}/zulstat.yaml:2'), 'timeout': ('option', '3', 'ZULSTAT_TIMEOUT'),
+                          'port': ('option', '7000', f'{self.home}/zulstat.yaml:2'),
+                          'timeout': ('option', '3', 'ZULSTAT_TIMEOUT'),
                           'quiet': ('option', 'true', f'{self.home}/zulstat.yaml:4'),
                           'lf': ('option', 'false', f'{self.home}/zulstat.yaml:5'), 'trace': ('option', '1', 'command line'),
                           'include': ('option', 'a*', 'command line'), 'verbose': ('option', 'false', 'default'),
@@ -436,8 +441,10 @@ class Configuration(unittest.TestCase):
 
     def test_mistakes_are_named_with_their_place(self):
         for text, place, message in (('options: {prt: 1}', '1:11', "unknown key 'prt', expected host, port"),
-                                     ('options:\n  port: 0', '2', 'not in range'), ('options: {lf: 1}', '1', 'not true or false'),
-                                     ('targets: {a: "b:x"}', '1:14', 'not a host and a port'), ('targets: {a: []}', '1:14', 'expected'),
+                                     ('options:\n  port: 0', '2', 'not in range'),
+                                     ('options: {lf: 1}', '1', 'not true or false'),
+                                     ('targets: {a: "b:x"}', '1:14', 'not a host and a port'),
+                                     ('targets: {a: []}', '1:14', 'expected'),
                                      ('selections: {a: {ids: [b], groups: [c]}}', '1:17', 'expected'),
                                      ('selections: {"a b": c}', '1:21', 'not a name'), ('a: [', '1:1', 'end of')):
             with self.subTest(text):
@@ -447,6 +454,34 @@ class Configuration(unittest.TestCase):
                 self.assertRegex(result.stderr, f'^zulstat: {self.home}/zulstat.yaml:{place}: .*{message}')
                 self.assertEqual(self.zulstat('--help').returncode, 0)
                 self.assertTrue(self.zulstat('check', 'x').stdout.startswith('ZULSTAT UNKNOWN - '))
+
+
+class Completion(unittest.TestCase):
+    def test_words_are_plain_and_kept(self):
+        with tempfile.TemporaryDirectory() as cache:
+            environment = {'XDG_CACHE_HOME': f'{cache}/new'}
+            recording = f'{cache}/recording'
+            with gateway() as port, open(recording, 'w', encoding='utf-8') as file:
+                document = json.loads(run(port, 'stats', '-g', 'conn', '-j').stdout)
+                odd = ('b$(date)', 'two words', 'a.b-1', 'c`d`', '\u00fc', 'e"', "f'")
+                for item, name in zip(document['elements'][0]['items'], odd):
+                    item['id'] = name
+                json.dump(document, file)
+            with gateway(options=('--replay', recording)) as port:
+                words = run(port, 'complete', 'ids', environment=environment)
+                others = sorted(item['id'] for item in document['elements'][0]['items'][7:])
+                self.assertEqual((words.returncode, lines_of(words.stdout), words.stderr), (0, ['a.b-1', *others], ''))
+            self.assertEqual(run(port, 'complete', 'ids', environment=environment).stdout, words.stdout)
+            kept = [os.path.join(place, name) for place, _, names in os.walk(f'{cache}/new') for name in names]
+            self.assertEqual((len(kept), os.stat(os.path.dirname(kept[0])).st_mode & 0o777), (1, 0o700))
+            os.utime(kept[0], (0, 0))
+            self.assertEqual(run(port, 'complete', 'ids', environment=environment).stdout, words.stdout)
+            with gateway('invoke:silent:always') as silent:
+                start = time.monotonic()
+                self.assertEqual(run(silent, 'complete', 'ids', environment=environment).stdout, '')
+                self.assertLess(time.monotonic() - start, 1.2)
+            with gateway() as port:
+                self.assertIn('conn\n', run(port, 'complete', 'groups', environment={'XDG_CACHE_HOME': '/dev/null'}).stdout)
 
 
 class Stalling(unittest.TestCase):

@@ -37,10 +37,12 @@ def page_options(page, title):
     return {option for head in re.findall(r'^\*-.*', section, re.M) for option in re.findall(r'\*(-.*?)\*', head)}
 
 
-def bash_words(*words):
-    """What Tab offers behind the last word."""
-    script = 'source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _zulstat; printf "%s\\n" "${COMPREPLY[@]}"'
-    return set(output('bash', '-uc', script, BASH, 'zulstat', *words).split())
+def bash_words(*words, **environment):
+    """What Tab offers behind the last word. Readline takes an '@' and a ':' for words of their own."""
+    script = ('source "$0"; COMP_LINE=$*; for word; do while [[ $word == [^@:]*[@:]* || $word == [@:]?* ]]; do '
+              'part=${word%%[@:]*}; part=${part:-${word:0:1}}; COMP_WORDS+=("$part"); word=${word#"$part"}; done; '
+              'COMP_WORDS+=("$word"); done; COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _zulstat; printf "%s\\n" "${COMPREPLY[@]}"')
+    return set(output('bash', '-uc', script, BASH, 'zulstat', *words, **environment).split())
 
 
 def loaded_completion():
@@ -95,6 +97,23 @@ class Documents(unittest.TestCase):
         self.assertIn(f'*{"*, *".join(formats[:-1])}* or *{formats[-1]}*', PAGE.read_text())
         self.assertEqual(output('zsh', '-n', ZSH), '')
         self.assertEqual(loaded_completion(), 'complete -F _zulstat zulstat\n')
+
+    def test_words_of_gateways_and_files(self):
+        with tempfile.TemporaryDirectory() as home, subprocess.Popen(
+                [SIM, '--port', '0', '--speed', '0'], stdout=subprocess.PIPE, text=True) as sim:
+            port = sim.stdout.readline().strip().rpartition(':')[2]
+            pathlib.Path(home, 'zulstat.yaml').write_text(
+                f'targets: {{prod: "127.0.0.1:{port}", lab: x}}\nselections: {{errors: a, load: b}}\n')
+            environment = {'XDG_CONFIG_HOME': home, 'XDG_CACHE_HOME': f'{home}/cache'}
+            loads = {'host.load.1m', 'host.load.15m'}
+            for words, offered in ((['@prod', 'stats', 'host.load.1'], loads), (['@p'], {'@prod'}), (['@'], {'@prod', '@lab'}),
+                                   (['-H', f'127.0.0.1:{port}', '-T', '5', 'check', 'host.load.1'], loads),
+                                   (['top', '@'], {'@errors', '@load'}), (['@lab', 'watch', '@e'], {'@errors'}),
+                                   (['@prod', 'gr'], {'groups'}), (['@prod', 'ids', '-g', 'da'], {'daemon'}),
+                                   (['watch', '-p', port, '-g', 'da'], {'daemon'})):
+                with self.subTest(words):
+                    self.assertEqual(bash_words(*words, **environment), offered)
+            sim.terminate()
 
     def test_examples_print_what_is_shown(self):
         """Examples are the blocks that begin with a prompt."""

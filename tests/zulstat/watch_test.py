@@ -88,6 +88,28 @@ class Watch(unittest.TestCase):
         self.assertEqual(series[0], series[1])
         self.assertRegex(ticks[0], r'\ngateway_daemon_time_now_seconds\{target="127.0.0.1:\d+",.*\} \d{10}\n')
 
+    def test_wide(self):
+        with simulator(speed='0') as port, simulator() as other:
+            arguments = ['watch', '--wide', 'host.name', ID, 'nosuch', '0.05', '5', '-q']
+            table = run(port, *arguments, '--header-every', '2')
+            table_csv = run(port, *arguments, '-o', 'csv').stdout
+            rates = run(other, 'watch', '--wide', COUNTER, '0.05', '3', '-r', '*', '--no-header').stdout
+            both = run(1, '-H', f'127.0.0.1:{port},127.0.0.1:{other}', 'watch', '--wide', '-g', 'conn', '-I', '*.now', '0.1', '2')
+            refused = [run(port, 'watch', '--wide', *more).returncode for more in (['-j'], ['-o', 'csv', '-r', '*'])]
+        rows = [line.split() for line in table.stdout.splitlines()]
+        self.assertEqual([(row[0] == 'TIME', row[1:]) for row in rows[:4]],
+                         [(True, ['host.name', ID, 'nosuch'])] + 2 * [(False, ['zulhost', rows[1][2], '-'])] +
+                         [(True, ['host.name', ID, 'nosuch'])])
+        self.assertEqual((table.returncode, len(rows), len({len(line) for line in table.stdout.splitlines()})), (1, 8, 1))
+        header, *lines = csv.reader(table_csv.splitlines())
+        self.assertEqual(header, ['time', 'target', 'host.name', ID, 'nosuch'])
+        self.assertEqual([line[1:] for line in lines], 5 * [[f'127.0.0.1:{port}', 'zulhost', rows[1][2], '']])
+        self.assertRegex(rates, r'^\S+  +-\n(\S+  +\d+/s\n){2}$')
+        header, *lines = [line.split() for line in both.stdout.splitlines()]
+        self.assertEqual((header[:2], all(id.endswith('.now') for id in header[2:]), len(header) > 4), (['TIME', 'TARGET'], True, True))
+        self.assertEqual(sorted(line[1] for line in lines), sorted(2 * [f'127.0.0.1:{port}', f'127.0.0.1:{other}']))
+        self.assertEqual(refused, [2, 2])
+
     def test_a_recording_replayed_is_the_same(self):
         def answers(port):
             return [json.loads(line)['elements']
@@ -134,6 +156,13 @@ class Watch(unittest.TestCase):
                 self.assertEqual((watch.returncode, errors), (0, ''))
                 self.assertEqual([output.count(text) for text in once], [1] * len(once), output)
 
+    def read_until(self, process, text, times=1):
+        lines, deadline = '', time.monotonic() + 10
+        while lines.count(text) < times:
+            line = process.stdout.readline()
+            self.assertTrue(line and time.monotonic() < deadline, (text, lines))
+            lines += line
+
     def test_one_of_several_gateways_stops(self):
         for form, row, gap in (('table', '  {}  ' + COUNTER + '  ', '  {}  -- no connection --\n'),
                                ('plain', '\t{}\n', '\t\t\t\t-102\t{}\n'), ('csv', ',{},' + COUNTER, ',{},,-102,,\n')):
@@ -142,12 +171,8 @@ class Watch(unittest.TestCase):
                     names = [f'127.0.0.1:{port}' for port in (stays, goes)]
                     watch = stack.enter_context(started(ZULSTAT, 'watch', '0.1', COUNTER, '-o', form, '-H',
                                                         f'127.0.0.1:1,{names[0]}', '-H', names[1]))
-                    begun = ''
-                    while begun.count(row.format(names[1])) < 2:
-                        begun += watch.stdout.readline()
-                lines = ''
-                while gap.format(names[1]) not in lines:
-                    lines += watch.stdout.readline()
+                    self.read_until(watch, row.format(names[1]), 2)
+                self.read_until(watch, gap.format(names[1]))
                 for _ in range(4):
                     self.assertIn(row.format(names[0]).strip(), watch.stdout.readline())
                 watch.send_signal(signal.SIGINT)

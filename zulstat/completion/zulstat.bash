@@ -9,26 +9,55 @@ _zulstat_takes_value() {
     return 1
 }
 
+# Words of a kind, of the Gateways that the line names; readline takes host:port and @name for several words.
+_zulstat_known() {
+    local line gateway=() index command=''
+    read -ra line <<<"${COMP_LINE-}"
+    [[ ${COMP_LINE-} == *[[:blank:]] ]] || unset 'line[-1]'  # not complete yet
+    for ((index = 1; index < ${#line[@]}; ++index)); do
+        case ${line[index]} in
+        -H | --host | -p | --port) gateway+=("${line[index]}" "${line[++index]-}") ;;
+        --host=* | --port=*) gateway+=("${line[index]}") ;;
+        -*) ! _zulstat_takes_value "${line[index]}" || ((++index)) ;;
+        @*) [[ -n $command ]] || gateway+=("${line[index]}") ;;
+        *) command=1 ;;
+        esac
+    done
+    zulstat "${gateway[@]}" complete "$1" 2>/dev/null
+}
+
 _zulstat() {
-    local commands='stats ids groups watch top ping explain check map config demo'
+    local commands='stats ids groups watch top ping explain check map config complete demo'
     local options='-h --help -H --host -p --port -T --timeout -o --output -j -I --include -X --exclude --map --module
         --no-header --lf --no-color -q --quiet -v --verbose --trace --trace-file'
     local before_commands='-V --version'
-    local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' index word
+    local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' index word names
     # Readline takes --option=value for three words.
     if [[ $current == '=' ]]; then
         current=''
     elif [[ $before == '=' ]]; then
         before=${COMP_WORDS[COMP_CWORD - 2]}
     fi
+    # The '@' of a name is a word here, and a part of the word that is completed.
+    if [[ $before == '@' ]]; then
+        current=@$current before=''
+    fi
     for ((index = 1; index < COMP_CWORD; ++index)); do
         word=${COMP_WORDS[index]}
-        if [[ $word != -* ]]; then
+        if [[ $word == '@' ]]; then
+            ((++index))
+        elif [[ $word == @* ]]; then
+            continue
+        elif [[ $word != -* ]]; then
             command=$word
             break
         elif _zulstat_takes_value "$word"; then
             ((++index))
             [[ ${COMP_WORDS[index]} != '=' ]] || ((++index))
+            # host:port
+            while [[ ${COMP_WORDS[index + 1]-} == :* ]]; do
+                ((index += 2))
+            done
         fi
     done
 
@@ -47,13 +76,17 @@ _zulstat() {
         compopt -o filenames 2>/dev/null
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         ;;
+    -g | --group)
+        mapfile -t COMPREPLY < <(compgen -W "$(_zulstat_known groups)" -- "$current")
+        ;;
     *)
         ! _zulstat_takes_value "$before" || return 0
         case $command in
         stats) options+=' -g --group' ;;
         ids) options+=' -g --group' ;;
         groups) options+=' -l --long' ;;
-        watch) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect -c --count --header-every' ;;
+        watch) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect -c --count --header-every
+            --wide' ;;
         top) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect --raw' ;;
         ping) options+=' -c --count -i --interval' ;;
         check) options+=' -w --warning -c --critical --expect --rate --delta -i --interval' ;;
@@ -63,8 +96,17 @@ _zulstat() {
         esac
         if [[ $current == -* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
-        elif [[ -z $command ]]; then
+        elif [[ -z $command && $current != @* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$current")
+        elif [[ -z $command || ' stats watch top check ' == *" $command "* ]]; then
+            if [[ -z $command ]]; then
+                names=$(_zulstat_known targets)
+            elif [[ $current == @* ]]; then
+                names=$(_zulstat_known selections)
+            else
+                names=$(_zulstat_known ids)
+            fi
+            mapfile -t COMPREPLY < <(compgen -W "$names" -- "$current")
         fi
         ;;
     esac
