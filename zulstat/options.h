@@ -63,7 +63,7 @@ struct Options {
     DerivedGlobs derived;       // -r and -d
     long headerEvery = 20;      // 0: only once
     bool reconnect = true;
-    bool raw = false;  // top: numbers as the Gateway sends them
+    bool raw = false;   // top: numbers as the Gateway sends them
     bool wide = false;  // watch: a line for each sample
 
     std::vector<std::string> codes;  // explain
