@@ -27,6 +27,7 @@ using namespace monitor;
 namespace {
 
 constexpr std::size_t WIDEST_ID = 60;
+constexpr std::size_t LEAST_VALUE = 10;  // columns
 
 double clockSeconds(clockid_t clock) {
     timespec now{};
@@ -152,7 +153,7 @@ private:
             return;
         }
         --room;
-        const std::string cut = cutToWidth(text, size.columns);
+        const std::string cut = cutWithMark(text, size.columns);
         frame += (options.color && *style != '\0' ? style + cut + "\x1b[m" : cut) + "\x1b[K\r\n";
     }
     void addHead(const Target& target, const Gateway& one) {
@@ -182,8 +183,11 @@ private:
             count += gateways[index].lines.size();
             any = any || gateways[index].time != 0;
         }
+        // Where the screen is narrow, identifiers leave room for some of the value.
+        const std::size_t others = columnWidth(targets.title) + 2 + LEAST_VALUE;
+        const std::size_t ids = std::min(width, std::max(size.columns, others + LEAST_VALUE) - others);
         if (options.header && any) {
-            add(targets.title + padRight("ID", width) + "  VALUE", "\x1b[1m");
+            add(targets.title + padRight("ID", ids) + "  VALUE", "\x1b[1m");
         }
         const std::size_t most = count <= room ? count : room > 0 ? room - 1 : 0;
         std::size_t shown = 0;
@@ -192,9 +196,10 @@ private:
             for (const Line& line : one.lines) {
                 if (shown < most) {
                     ++shown;
-                    add(targets.cells[index] + padRight(line.id, width) + "  " + line.value, line.rc < 0 ? "\x1b[31m"
-                                                                                             : one.lost  ? "\x1b[2m"
-                                                                                                         : "");
+                    add(targets.cells[index] + padRight(cutWithMark(line.id, ids), ids) + "  " + line.value,
+                        line.rc < 0 ? "\x1b[31m"
+                        : one.lost  ? "\x1b[2m"
+                                    : "");
                 }
             }
         }
