@@ -330,7 +330,8 @@ std::string changedText(const Track& track, double now) {
 std::string rangeOf(std::span<const double> points, const Track& track) {
     const Bounds bounds = boundsOf(points);
     const bool rates = track.kind() == Kind::counter;
-    const std::string range = figureRange(bounds.low, bounds.high, rates ? Unit::none : track.unit);
+    const Unit unit = rates ? Unit::none : track.unit == Unit::uptime ? Unit::seconds : track.unit;
+    const std::string range = figureRange(bounds.low, bounds.high, unit);
     return bounds.any ? range + (rates ? "/s" : "") : "";
 }
 
