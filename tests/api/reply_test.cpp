@@ -26,7 +26,8 @@ TEST_F(Framing, entriesOfOddReplies) {
     const Connection connection(server);
     const auto stat = [] { return stats().element("e").stat("i", "v"); };
     const Entry single = {"e", 0, "i", "v"};
-    const std::string terminator = "\x0F\x0E\x0F\x0E";  // in a text it is a text like any other
+    constexpr std::uint32_t TERMINATOR = 0x0E0F0E0F;  // in a text it is a text like any other
+    const std::string terminator(reinterpret_cast<const char*>(&TERMINATOR), sizeof TERMINATOR);
     const std::string zeros("a\0b", 3);
     const std::string longText(32700, 't');
     const std::string longName(1000, 'n');

@@ -40,13 +40,15 @@ TEST(Parser, linesForEachFieldChangeNothing) {
         EXPECT_EQ(parsed(stats, reply, capacity), expected) << stats << " " << reply.size() << " " << capacity;
         return expected;
     };
+    constexpr std::uint32_t TERMINATOR = 0x0E0F0E0F;
+    const std::string terminator(reinterpret_cast<const char*>(&TERMINATOR), sizeof TERMINATOR);
     for (const bool stats : {true, false}) {
         const Bytes whole = payload(stats);
         std::size_t used = 0;
         for (std::size_t size = 0; size <= whole.size(); ++size) {
             const auto [rc, content] = expectSame(stats, slice(whole, 0, size), 128);
             EXPECT_EQ(rc, 0);
-            used = content.find(std::string("\x0f\x0e\x0f\x0e")) + 4;
+            used = content.find(terminator) + terminator.size();
         }
         EXPECT_EQ(used, stats ? 49u : 44u);
         for (std::size_t capacity = 4; capacity < used; ++capacity) {
