@@ -360,6 +360,15 @@ class Check(unittest.TestCase):
             delta = run(port, 'check', counter, '--delta', '-i', '0.2', '-c', '@1:')
             self.assertRegex(delta.stdout, f"^ZULSTAT CRITICAL - {counter} is \\+\\d+ \\| '{counter}'=\\d+;;@1:\n$")
 
+    def test_second_sample_may_fail(self):
+        counter = 'conn.requests.total'
+        for fault, words in (('silent', r'no answer from 127\.0\.0\.1:{} within 0\.6 s \(connection open.*'),
+                             ('close-after=0', r'lost the connection to 127\.0\.0\.1:{} during a query.*')):
+            with gateway('invoke:healthy:1', f'invoke:{fault}:always') as port:
+                result = run(port, 'check', counter, '--rate', '-i', '0.1', '-T', '0.6')
+                self.assertRegex(result.stdout, f'^ZULSTAT CRITICAL - {words.format(port)}\n$')
+                self.assertEqual((result.returncode, result.stderr), (2, ''))
+
     def test_several_gateways(self):
         with gateway() as one, gateway() as other:
             names = [f'127.0.0.1:{port}' for port in (one, other)]
