@@ -46,13 +46,17 @@ void Sampler::begin(Query query, Clock::time_point until) {
     groups.clear();
     pack.clear();
     failedIds.clear();
-    if (wanted.what != What::stats) {
+    if (wanted.what != What::stats && (wanted.what != What::statsByGroup || wanted.ids.empty())) {
         ask(Step::other, wanted);
-    } else if (refuses(wholeRefused, wholeSize)) {
-        askForGroups();
+    } else if (refuses(whole().refused, whole().size)) {
+        askForParts();
     } else {
         ask(Step::whole, wanted);
     }
+}
+
+Sampler::Whole& Sampler::whole() {
+    return wholes[wanted.ids];
 }
 
 bool Sampler::refuses(const std::optional<Clock::time_point>& since, std::size_t size) const {
@@ -73,8 +77,13 @@ void Sampler::forgetAllBut(const std::vector<Item>& listed) {
     std::erase_if(known, [&](const auto& entry) { return !names.contains(entry.first); });
 }
 
-void Sampler::askForGroups() {
+std::optional<Outcome> Sampler::askForParts() {
+    if (wanted.what == What::statsByGroup) {
+        groups.assign(wanted.ids.begin(), wanted.ids.end());
+        return next();
+    }
     ask(Step::groups, {What::groups, {}});
+    return std::nullopt;
 }
 
 std::optional<Outcome> Sampler::advance(Clock::time_point now) {
@@ -95,8 +104,10 @@ std::optional<Outcome> Sampler::take(Outcome outcome) {
     case Step::other:
         break;
     case Step::whole:
-        wholeRefused.reset();
-        known.clear();
+        wholes.erase(wanted.ids);
+        if (wanted.what == What::stats) {
+            known.clear();
+        }
         return outcome;
     case Step::groups:
         for (const Item& group : part.items) {
@@ -151,21 +162,22 @@ std::optional<Outcome> Sampler::take(Outcome outcome) {
 std::optional<Outcome> Sampler::refuse(Outcome outcome) {
     switch (step) {
     case Step::whole:
-        wholeRefused = deadline;
-        wholeSize = 0;
+        whole() = {deadline, 0};
+        if (wanted.ids.size() == 1) {
+            refuseGroup(wanted.ids[0]);
+        }
         firstRefusal = std::move(outcome.failure);
-        askForGroups();
-        return std::nullopt;
+        return askForParts();
     case Step::groups:
         // One that refuses whatever it is asked for.
-        wholeRefused.reset();
+        wholes.erase(wanted.ids);
         if (firstRefusal) {
             outcome.failure = std::move(firstRefusal);
         }
         return outcome;
     case Step::pack:
         if (pack.size() == 1) {
-            known[pack[0]] = {0, known[pack[0]].valueSize, deadline};
+            refuseGroup(pack[0]);
         } else {
             for (const std::string& group : pack) {
                 known[group].size = 0;  // each by itself
@@ -189,6 +201,12 @@ std::optional<Outcome> Sampler::refuse(Outcome outcome) {
     default:
         return outcome;
     }
+}
+
+void Sampler::refuseGroup(const std::string& name) {
+    Group& group = known[name];
+    group.size = 0;
+    group.refused = deadline;
 }
 
 // Of the group that has come by chunks.
@@ -294,9 +312,9 @@ void Sampler::addChunk(const Sample& part) {
 }
 
 Outcome Sampler::finish() {
-    wholeSize = BESIDES;
+    whole().size = BESIDES;
     for (const Element& element : sample.elements) {
-        wholeSize += sizeOf(sample, element);
+        whole().size += sizeOf(sample, element);
     }
     sample.query = std::move(wanted);
     return {std::exchange(sample, {}), std::nullopt};

@@ -1,8 +1,8 @@
 // Samples of any size.
 //
 // The library stores an answer of resultSetLimit bytes at most, and a larger one ends the connection. A Sampler asks
-// for all statistics at once and, where the Gateway refuses that, by group; a group that is refused it asks for by
-// chunks of identifiers. The answers become one sample, whose elements are those of the whole.
+// for all statistics, or those of some groups, at once and, where that is refused, by group; a group that is refused it
+// asks for by chunks of identifiers. The answers become one sample, whose elements are those of the whole.
 #pragma once
 
 #include <chrono>
@@ -20,9 +20,9 @@
 
 namespace monitor {
 
-// A Collector whose queries for all statistics have no limit; other queries, and everything else, are as there. The
-// deadline holds for all answers together. What was refused is remembered: it is asked for in parts from then on, and
-// tried again after 10 minutes, unless the parts show that it is larger than the limit still.
+// A Collector whose queries for statistics, all or by group, have no limit; other queries, and everything else, are as
+// there. The deadline holds for all answers together. What was refused is remembered: it is asked for in parts from
+// then on, and tried again after 10 minutes, unless the parts show that it is larger than the limit still.
 class Sampler {
 public:
     explicit Sampler(CollectorOptions options);
@@ -51,7 +51,7 @@ private:
     // What the query in progress is for.
     enum class Step {
         other,   // one that is never split
-        whole,   // all statistics
+        whole,   // all that is wanted
         groups,  // which groups there are
         pack,    // some groups, or one
         ids,     // which identifiers a group has
@@ -64,12 +64,20 @@ private:
         std::optional<Clock::time_point> refused;
     };
 
+    // A query that was refused as a whole.
+    struct Whole {
+        std::optional<Clock::time_point> refused;
+        std::size_t size = 0;  // of its answer; 0: not known
+    };
+
+    Whole& whole();
     std::optional<Outcome> take(Outcome outcome);
     std::optional<Outcome> refuse(Outcome outcome);
     std::optional<Outcome> next();
     void ask(Step nextStep, Query query);
-    void askForGroups();
+    std::optional<Outcome> askForParts();
     void forgetAllBut(const std::vector<Item>& listed);
+    void refuseGroup(const std::string& name);
     void learnGroup();
     void askForChunk();
     std::size_t reckonedSize(const std::string& id) const;
@@ -81,8 +89,7 @@ private:
     Collector collector;
 
     // What is remembered of the Gateway. Moments are deadlines of the queries, the one clock that is at hand.
-    std::optional<Clock::time_point> wholeRefused;
-    std::size_t wholeSize = 0;
+    std::map<std::vector<std::string>, Whole> wholes;  // by groups; without any it is all statistics
     std::map<std::string, Group, std::less<>> known;
     std::size_t chunkSize;  // of an answer by identifiers, as it is reckoned beforehand
     Clock::time_point chunkRefused;
@@ -91,7 +98,7 @@ private:
     Query wanted;
     Clock::time_point deadline;
     Step step = Step::other;
-    std::optional<Failure> firstRefusal;  // of all statistics at once
+    std::optional<Failure> firstRefusal;  // of all at once
     Sample sample;                        // what has come so far
     std::deque<std::string> groups;       // to be asked for
     std::vector<std::string> pack;        // asked for

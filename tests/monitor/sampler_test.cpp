@@ -124,6 +124,32 @@ TEST_F(Split, AnswersOfAnySizeAreOneSample) {
     EXPECT_FALSE(sampler.close(ENOUGH));
 }
 
+TEST_F(Split, GroupsAreOneSampleToo) {
+    const Query some = {What::statsByGroup, {"g2", "long", "nosuch", "big", "g1"}};
+    std::vector<Entry> wanted;
+    for (const char* id : {"g2", "long", "nosuch", "big", "g1"}) {
+        for (const Entry& entry : entriesOf(large)) {
+            if (std::get<0>(entry) == id) {
+                wanted.push_back(entry);
+            }
+        }
+    }
+    for (const std::size_t most : {100u, 30u}) {
+        const Outcome outcome = sampler.collect(some, ENOUGH);
+        ASSERT_FALSE(outcome.failure);
+        std::vector<Entry> entries = entriesOf(outcome.sample);
+        EXPECT_EQ(std::erase_if(entries, [](const Entry& entry) { return std::get<0>(entry) == "nosuch"; }), 1);
+        EXPECT_EQ(entries, wanted);
+        EXPECT_EQ(failedElements(outcome.sample), 1u);
+        EXPECT_EQ(outcome.sample.query.ids, some.ids);
+        EXPECT_LT(outcome.sample.parts, most);
+    }
+    // That says nothing of other queries.
+    EXPECT_EQ(sampler.collect({What::statsByGroup, {"g1", "g2"}}, ENOUGH).sample.parts, 1u);
+    model = &small;
+    EXPECT_EQ(sampler.collect(everything, ENOUGH).sample.parts, 1u);
+}
+
 TEST_F(Split, WhatFitsAgainIsAskedForAtOnce) {
     ASSERT_GT(sampler.collect(everything, ENOUGH).sample.parts, 1u);
     model = &small;

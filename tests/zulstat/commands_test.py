@@ -597,7 +597,7 @@ class Stalling(unittest.TestCase):
         for trouble, query, message in (
                 (gateway('get-attribute:close-after=0'), ['stats'], 'lost the connection'),
                 (gateway('invoke:close-after=0'), ['stats'], 'lost the connection'),
-                (gateway('invoke:reply-rc=42'), ['stats', '-g', 'conn'], r'STAPI_RC_GATEWAY_REQUEST_FAILED \(-122\)'),
+                (gateway('invoke:reply-rc=42:always'), ['stats', '-g', 'conn'], r'STAPI_RC_GATEWAY_REQUEST_FAILED \(-122\)'),
                 (big(), ['stats'], r"hint: An answer over 32767 bytes .*'zulstat stats -g GROUP'"),
                 (big(), ['stats', '-g', 'conn'], r"hint: .* 32767 .*'zulstat groups -l' .*'zulstat stats ID\.\.\.'"),
                 (big(), ['stats', '-g', 'conn', 'host'], "hint: Ask for less: .*'zulstat stats -g GROUP' asks for one")):
