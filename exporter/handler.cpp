@@ -19,21 +19,17 @@ namespace {
 
 using Answer = std::optional<HttpResponse>;
 
-HttpResponse plain(unsigned status, const std::string& text) {
-    return {status, "text/plain; charset=utf-8", text + "\n", {}};
-}
-
 Answer probe(HandlerContext& context, const HttpRequest& request) {
     const auto parsed = parseProbe(request.arguments);
     if (const std::string* const wrong = std::get_if<std::string>(&parsed)) {
-        return plain(400, *wrong);
+        return plainAnswer(400, *wrong);
     }
     const ProbeParameters& parameters = std::get<ProbeParameters>(parsed);
     std::optional<double> timeout;
     if (!request.scrapeTimeout.empty()) {
         timeout = parseScrapeTimeout(request.scrapeTimeout);
         if (!timeout) {
-            return plain(400, "The header X-Prometheus-Scrape-Timeout-Seconds is no number above 0.");
+            return plainAnswer(400, "The header X-Prometheus-Scrape-Timeout-Seconds is no number above 0.");
         }
     }
     // What is left for the request is a time-out too.
@@ -49,7 +45,7 @@ Answer probe(HandlerContext& context, const HttpRequest& request) {
         HttpResponse response;
         // What a name resolved to shows only while it is probed; to which addresses, in the log.
         if (result.failure && result.failure->kind == FailureKind::forbidden) {
-            response = plain(403, NOT_ALLOWED);
+            response = plainAnswer(403, NOT_ALLOWED);
         } else if (debug) {
             response.body = probeDebug(result, mapper);
         } else {
@@ -61,7 +57,7 @@ Answer probe(HandlerContext& context, const HttpRequest& request) {
     };
     const std::optional<Refusal> refusal =
         context.targets.probe(parameters.target, parameters.module, Clock::now(), seconds, answer, id);
-    return refusal ? Answer(plain(refusal->status, refusal->why)) : std::nullopt;
+    return refusal ? Answer(plainAnswer(refusal->status, refusal->why)) : std::nullopt;
 }
 
 Answer metrics(HandlerContext& context, const HttpRequest& request) {
@@ -104,20 +100,20 @@ Answer configuration(HandlerContext& context, const HttpRequest&) {
 }
 
 Answer healthy(HandlerContext&, const HttpRequest&) {
-    return plain(200, "zulstat-exporter is healthy.");
+    return plainAnswer(200, "zulstat-exporter is healthy.");
 }
 
 Answer ready(HandlerContext&, const HttpRequest&) {
-    return plain(200, "zulstat-exporter is ready.");
+    return plainAnswer(200, "zulstat-exporter is ready.");
 }
 
 Answer reload(HandlerContext& context, const HttpRequest&) {
     if (!context.lifecycle) {
-        return plain(403, "Reloading by request is off: --web.enable-lifecycle.");
+        return plainAnswer(403, "Reloading by request is off: --web.enable-lifecycle.");
     }
     std::string why;
-    return context.reload(why) ? plain(200, "The configuration is loaded.")
-                               : plain(500, "The former configuration stays in force: " + why);
+    return context.reload(why) ? plainAnswer(200, "The configuration is loaded.")
+                               : plainAnswer(500, "The former configuration stays in force: " + why);
 }
 
 struct Path {
@@ -147,7 +143,7 @@ Answer handle(HandlerContext& context, const HttpRequest& request) {
         }
         const bool fits = path.changes ? request.method == "POST" || request.method == "PUT"
                                        : request.method == "GET" || request.method == "HEAD";
-        Answer answer = fits ? path.answer(context, request) : plain(405, "This method is not for this path.");
+        Answer answer = fits ? path.answer(context, request) : plainAnswer(405, "This method is not for this path.");
         if (answer) {
             if (!fits) {
                 answer->headers.emplace_back("Allow", path.changes ? "POST, PUT" : "GET, HEAD");
@@ -156,7 +152,7 @@ Answer handle(HandlerContext& context, const HttpRequest& request) {
         }
         return answer;
     }
-    return plain(404, "There is nothing at this path.");
+    return plainAnswer(404, "There is nothing at this path.");
 }
 
 }  // namespace exporter

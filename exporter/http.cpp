@@ -77,12 +77,11 @@ std::string pathOf(std::string_view url) {
     return path == std::string_view::npos ? "/" : std::string(url.substr(path));
 }
 
-// An answer that is made without asking anybody.
-HttpResponse plain(unsigned status, const std::string& text) {
+}  // namespace
+
+HttpResponse plainAnswer(unsigned status, const std::string& text) {
     return {status, "text/plain; charset=utf-8", text + "\n", {}};
 }
-
-}  // namespace
 
 class HttpServer::Impl {
 public:
@@ -340,12 +339,12 @@ private:
 
     MHD_Result go(Request& request) {
         if (ending && !request.response) {
-            request.response = plain(503, "The exporter ends.");
+            request.response = plainAnswer(503, "The exporter ends.");
         }
         if (!request.response && !request.asked) {
             const std::shared_ptr<const Tls>& own = open[request.connection].tls;
             if (own && !own->accepts(sessionOf(request.connection))) {
-                request.response = plain(403, "A certificate of the client is missing, or is not accepted.");
+                request.response = plainAnswer(403, "A certificate of the client is missing, or is not accepted.");
             } else if (authenticator.needed()) {
                 const std::optional<bool> authorized = authorize(request);
                 if (!authorized) {
@@ -381,13 +380,13 @@ private:
             suspend(request);
             return std::nullopt;
         case Authenticator::Answer::busy:
-            request.response = plain(503, "Too many passwords to check at once.");
+            request.response = plainAnswer(503, "Too many passwords to check at once.");
             return false;
         case Authenticator::Answer::no:
             break;
         }
         ++counters.unauthorized;
-        request.response = plain(401, "Unauthorized");
+        request.response = plainAnswer(401, "Unauthorized");
         request.response->headers.emplace_back("WWW-Authenticate", "Basic realm=\"zulstat-exporter\"");
         return false;
     }

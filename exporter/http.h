@@ -41,6 +41,9 @@ struct HttpResponse {
     std::optional<Clock::time_point> until{};
 };
 
+// A line of text.
+HttpResponse plainAnswer(unsigned status, const std::string& text);
+
 struct HttpLimits {
     unsigned connections = 2048;
     unsigned connectionsPerClient = 1024;

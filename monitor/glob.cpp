@@ -3,15 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "number.h"
+
 namespace monitor {
-
-namespace {
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-}  // namespace
 
 // A star that cannot go on hands back to the last one only: as each takes as little as it can, those before it are
 // settled once the characters between them have matched.

@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "glob.h"
+#include "number.h"
 #include "utf8.h"
 
 namespace monitor {
@@ -22,10 +23,6 @@ bool anyMatches(const std::vector<std::string>& globs, std::string_view id) {
 
 bool isLetter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
-}
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
 }
 
 // Endings that belong to other types than the one at hand.

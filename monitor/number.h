@@ -8,6 +8,10 @@
 
 namespace monitor {
 
+constexpr bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
 // A value that is a decimal number: an optional sign, digits with or without a point before, between or behind them,
 // and an exponent or none. Whole numbers that fit 64 bits stay whole, others become the nearest double. "007", "+5" and
 // ".5" are numbers; "1_0", "0x10", "nan" and what a double cannot hold are texts.

@@ -71,7 +71,7 @@ struct Seen {
 };
 
 // In quotation marks, as YAML reads it back. What is no UTF-8 cannot be written there.
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
     std::string yaml = "\"";
     for (const char c : text) {
         const bool plain = c >= ' ' && c <= '~' && c != '"' && c != '\\';
@@ -102,13 +102,13 @@ std::string rule(const std::string& id, const Seen& seen) {
     } else if (!seen.numbers && seen.isState()) {
         type = "stateset";
         for (const std::string& state : seen.texts) {
-            more += (more.empty() ? ", states: [" : ", ") + quoted(state);
+            more += (more.empty() ? ", states: [" : ", ") + inQuotes(state);
         }
         more += "]";
     } else if (!seen.numbers) {
         type = "info";
     }
-    return fmt::format("      - {{match: {}, type: {}, name: {}{}}}\n", quoted(id), type, name, more);
+    return fmt::format("      - {{match: {}, type: {}, name: {}{}}}\n", inQuotes(id), type, name, more);
 }
 
 bool canBeMatched(const std::string& id) {

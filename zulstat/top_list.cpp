@@ -144,18 +144,18 @@ std::vector<TopLine> topLines(std::span<const Tracks* const> gateways, const Top
         std::erase_if(lines, isConstant);
     }
     if (const auto number = topColumns()[order.column].number; number != nullptr) {
-        std::vector<std::pair<std::optional<double>, std::size_t>> keys;
-        keys.reserve(lines.size());
+        std::vector<std::pair<std::optional<double>, std::size_t>> sortKeys;
+        sortKeys.reserve(lines.size());
         for (std::size_t index = 0; index < lines.size(); ++index) {
             const Track& track = *lines[index].track;
-            keys.emplace_back(track.failed ? std::nullopt : number(track), index);
+            sortKeys.emplace_back(track.failed ? std::nullopt : number(track), index);
         }
-        std::stable_sort(keys.begin(), keys.end(), [&](const auto& left, const auto& right) {
+        std::stable_sort(sortKeys.begin(), sortKeys.end(), [&](const auto& left, const auto& right) {
             return before(left.first, right.first, order.reverse);
         });
         std::vector<TopLine> sorted;
         sorted.reserve(lines.size());
-        for (const auto& [key, index] : keys) {
+        for (const auto& [key, index] : sortKeys) {
             sorted.push_back(std::move(lines[index]));
         }
         return sorted;

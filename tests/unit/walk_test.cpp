@@ -29,10 +29,10 @@ const std::string TERMINATOR = number(RESULT_SET_TERMINATOR);
 
 // A user-owned result set whose buffer ends `shift` bytes before the page that faults.
 struct ResultSet {
-    explicit ResultSet(const std::string& content, std::size_t shift = 0) : block(RESULT_SET_BUFFER_SIZE + shift) {
+    explicit ResultSet(const std::string& bytes, std::size_t shift = 0) : block(RESULT_SET_BUFFER_SIZE + shift) {
         token.owner = USER_OWNED;
         token.head = token.next = block.text();
-        std::memcpy(token.head, content.data(), content.size());
+        std::memcpy(token.head, bytes.data(), bytes.size());
     }
     GuardedBlock block;
     ResultSetToken token{};
