@@ -257,7 +257,7 @@ std::optional<FeedEvent> Playback::step(std::size_t target, Clock::time_point no
         anchorClock = next->clock;
         anchored = true;
     }
-    once = false;
+    once = once && atOnce;
     Entry entry = std::move(next->entry);
     FeedEvent event;
     event.clock = next->clock;
@@ -297,6 +297,7 @@ void Playback::stepOnce() {
 void Playback::move(double count) {
     const double place = std::clamp(position + count, span.first, std::max(span.first, span.last));
     begin(place - WARM_UP, place);
+    position = place;
 }
 
 }  // namespace zulstat
