@@ -169,6 +169,7 @@ class From(Directory):
         numbers = lambda *more: [round(d['wall'] - BEGIN) for d in self.documents(None, *more)]  # noqa: E731
         self.assertEqual(numbers('--at', '03:32:03.5', '--to', '2026-11-21T03:32:21Z'), [3, 4, 5, 20, 21])
         self.assertEqual(numbers('--at', '-2s'), [22, 23, 24])
+        self.assertEqual(numbers('-c', '6'), [0, 1, 2, 3, 4, 5, 20])
         self.assertEqual(numbers('-i', '2'), [0, 2, 4, 5, 20, 22, 24])
         start = time.monotonic()
         self.assertEqual(numbers('--speed', '40'), [0, 1, 2, 3, 4, 5, 20, 21, 22, 23, 24])
