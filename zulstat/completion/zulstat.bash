@@ -101,6 +101,9 @@ _zulstat() {
             mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
         elif [[ -z $command && $current != @* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$current")
+        elif [[ $before == "$command" && ' record ' == *" $command "* ]]; then
+            compopt -o filenames 2>/dev/null
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
         elif [[ -z $command || ' stats watch record top check ' == *" $command "* ]]; then
             if [[ -z $command ]]; then
                 names=$(_zulstat_known targets)
