@@ -10,7 +10,8 @@ struct Options;
 
 int runQuery(const Options& options);  // stats, ids, groups
 int runWatch(const Options& options);  // repeated samples: redrawn on a terminal, rows in a pipe, flushed per sample
-int runTop(const Options& options);    // full screen
+int runRecord(const Options& options);
+int runTop(const Options& options);  // full screen
 int runPing(const Options& options);
 int runExplain(const Options& options);
 int runCheck(const Options& options);  // throws nothing

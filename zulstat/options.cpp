@@ -117,7 +117,7 @@ void finishCheck(Options& options, const Words& words) {
     if (!options.expected.empty() && (twice || options.warning || options.critical)) {
         throw UsageError{"--expect is for states; -w, -c, --rate and --delta are for numbers"};
     }
-    if (twice && options.interval >= options.timeout) {
+    if (twice && options.from.empty() && options.interval >= options.timeout) {
         throw UsageError{fmt::format("two samples with {} s between do not fit into {} s: a longer time (-T) is needed",
                                      options.interval, options.timeout)};
     }
@@ -186,6 +186,34 @@ void expandSelections(Words& words, const Config& config, Options& options) {
     }
 }
 
+// What goes with a recording, and what does not.
+void finishFrom(Options& options, const Words& words, const CLI::App& app, const GivenWords& given) {
+    if (options.from.empty()) {
+        for (const auto& [name, isGiven] : {std::pair("--at", !words.at.empty()), std::pair("--to", !words.to.empty()),
+                                            std::pair("--speed", options.speed.has_value())}) {
+            if (isGiven) {
+                throw UsageError{fmt::format("{} goes with --from", name)};
+            }
+        }
+        return;
+    }
+    for (const char* name : {"--host", "--port", "--timeout", "--trace", "--trace-file"}) {
+        if (given.global.contains(app.get_option(name))) {
+            throw UsageError{fmt::format("{} is about Gateways; --from reads a recording", name)};
+        }
+    }
+    if (!given.targets.empty() || words.noReconnect) {
+        throw UsageError{fmt::format("{} is about Gateways; --from reads a recording",
+                                     words.noReconnect ? "--no-reconnect" : "@" + given.targets.front())};
+    }
+    if (!words.at.empty()) {
+        options.at = recording::parseTime(words.at);
+    }
+    if (!words.to.empty()) {
+        options.to = recording::parseTime(words.to);
+    }
+}
+
 void finish(Options& options, Words& words, const Config& config) {
     const Command command = options.command;
     options.header = !words.noHeader;
@@ -204,15 +232,22 @@ void finish(Options& options, Words& words, const Config& config) {
     if (options.format && !samples) {
         throw UsageError{"-o and -j are for stats, ids, groups, watch and demo"};
     }
+    if (!words.rotation.empty()) {
+        options.rotation = *recording::parseRotation(words.rotation);
+    } else if (options.keep > 0) {
+        throw UsageError{"--keep goes with --rotate"};
+    }
     if (command == Command::watch || command == Command::top) {
         const std::vector<std::string> numbers = takeNumbers(words, command == Command::watch ? 2 : 1);
         if (!numbers.empty()) {
             setInterval(numbers[0], options, words.intervalGiven);
+            words.intervalGiven = true;
         }
         if (numbers.size() > 1) {
             setCount(numbers[1], options);
         }
     }
+    options.intervalGiven = words.intervalGiven;
     expandSelections(words, config, options);
     if (!(words.ids.empty() && options.globs.words.empty()) && !words.groups.empty()) {
         throw UsageError{"identifiers and -g exclude each other"};
@@ -389,7 +424,11 @@ std::chrono::milliseconds Options::intervalMs() const {
 }
 
 Layout Options::layout() const {
-    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds, several(), mapper.get()};
+    return {.header = header,
+            .asciiJson = isatty(STDOUT_FILENO) == 1,
+            .lineFeeds = lineFeeds,
+            .targets = several(),
+            .mapper = mapper.get()};
 }
 
 CollectorOptions Options::collector(const Target& gateway) const {
@@ -422,7 +461,7 @@ Subject Options::subject(const Target& gateway) const {
     return {.target = gateway,
             .timeout = timeout,
             .several = several(),
-            .series = command == Command::watch || command == Command::top,
+            .series = command == Command::watch || command == Command::top || command == Command::record,
             .ping = command == Command::ping,
             .filtered = !globs.empty(),
             .quiet = quiet,
@@ -461,6 +500,7 @@ Options parseOptions(int argc, const char* const* argv) {
             throw UsageError(*wrongConfig);
         }
         finishTargets(options, words, config, given, given.global.contains(app.get_option("--host")));
+        finishFrom(options, words, app, given);
         finish(options, words, config);
         if (options.command == Command::config || options.command == Command::complete) {
             options.inForce = inForce(app, options, config, given);
