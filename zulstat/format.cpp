@@ -4,13 +4,12 @@
 
 #include <algorithm>
 #include <array>
-#include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 
 #include "charset.h"
-#include "monitor/number.h"
 #include "monitor/openmetrics.h"
+#include "recording/sample_json.h"
 #include "text.h"
 
 namespace zulstat {
@@ -116,51 +115,6 @@ std::string formatPlain(const Sample& sample, const Layout& layout) {
     return text;
 }
 
-// ---- json ---------------------------------------------------------------------------------------------------------
-
-using Json = nlohmann::ordered_json;
-
-Json itemJson(const Item& item, const Sample& sample) {
-    Json json = {{"id", item.id}};
-    if (holdsCounts(sample)) {
-        json["statistics"] = std::stol(std::string(item.value));
-    } else if (sample.hasValues) {
-        json["value"] = item.value;
-        if (const std::optional<Number> number = parseExactNumber(item.value)) {
-            std::visit([&](auto value) { json["number"] = value; }, *number);
-        }
-    }
-    return json;
-}
-
-std::string formatJson(const Sample& sample, int indent, bool ascii) {
-    Json elements = Json::array();
-    for (const Element& element : sample.elements) {
-        Json items = Json::array();
-        for (const Item& item : sample.itemsOf(element)) {
-            items.push_back(itemJson(item, sample));
-        }
-        elements.push_back({{"element", element.text}, {"rc", element.rc}, {"items", std::move(items)}});
-    }
-    const Json document = {
-        {"schema", "zulstat/1"},
-        {"target", {{"host", sample.target.host}, {"port", sample.target.port}}},
-        {"protocol", sample.protocol},
-        {"query", {{"what", whatName(sample.query.what)}, {"ids", sample.query.ids}}},
-        {"time", isoTime(sample.wallTime)},
-        {"wall", sample.wallTime},
-        {"monotonic", sample.monotonicTime},
-        {"open_seconds", sample.openSeconds},
-        {"query_seconds", sample.querySeconds},
-        {"fresh_connection", sample.freshConnection},
-        {"size", sample.contentSize},
-        {"elements", std::move(elements)},
-    };
-    // The library's own repair of UTF-8 may differ from repairUtf8 in the number of marks; neither loses a byte's
-    // place.
-    return document.dump(indent, ' ', ascii, Json::error_handler_t::replace) + "\n";
-}
-
 // ---- csv ----------------------------------------------------------------------------------------------------------
 
 std::string formatCsv(const Sample& sample, const Layout& layout) {
@@ -243,8 +197,10 @@ std::string formatSamples(Format format, std::span<const Sample> samples, const 
     Layout next = layout;
     for (const Sample& sample : samples) {
         text += format == Format::plain ? formatPlain(sample, next)
-                : format == Format::csv ? formatCsv(sample, next)
-                                        : formatJson(sample, format == Format::json ? 2 : -1, next.asciiJson);
+                : format == Format::csv
+                    ? formatCsv(sample, next)
+                    : recording::sampleLine(
+                          sample, {.indented = format == Format::json, .ascii = next.asciiJson, .gap = next.gap});
         next.header = false;
     }
     return text;

@@ -15,12 +15,7 @@ namespace zulstat {
 // table        for people, in the user's characters; odd bytes escaped
 // plain        one line per entry, columns separated by tabs: id, value, element, rc, and of several Gateways the one;
 //              bytes as they came
-// json         one document, indented
-//              {"schema": "zulstat/1", "target": {"host", "port"}, "protocol", "query": {"what", "ids": [...]},
-//               "time": ISO 8601, "wall", "monotonic", "open_seconds", "query_seconds": seconds, "fresh_connection",
-//               "size": bytes, "elements": [{"element", "rc", "items": [{"id", "value", "number"}...]}...]}
-//              where "value" is the Gateway's text, absent in lists of identifiers, and "number" is there only for a
-//              value that parseExactNumber takes; groups with counts have "statistics", a number, instead of both
+// json         one document, indented, as recording/sample_json.h has it
 // jsonl        the same document in one line
 // csv          RFC 4180, columns time,target,element,rc,id,value
 // openmetrics  metric families and "# EOF"
@@ -36,6 +31,7 @@ struct Layout {
     bool asciiJson = false;  // other characters as \u escapes, so that a terminal obeys none of them
     bool lineFeeds = false;  // lines of csv end in LF alone, not in CR LF
     bool targets = false;    // several Gateways: table and plain have a column for them
+    std::string gap{};       // jsonl: why a sample is none, where a recording tells it
     // For openmetrics; the caller's. Where there are several samples each has a copy of its own.
     monitor::Mapper* mapper = nullptr;
 };

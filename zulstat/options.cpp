@@ -389,7 +389,11 @@ std::chrono::milliseconds Options::intervalMs() const {
 }
 
 Layout Options::layout() const {
-    return {header, isatty(STDOUT_FILENO) == 1, lineFeeds, several(), mapper.get()};
+    return {.header = header,
+            .asciiJson = isatty(STDOUT_FILENO) == 1,
+            .lineFeeds = lineFeeds,
+            .targets = several(),
+            .mapper = mapper.get()};
 }
 
 CollectorOptions Options::collector(const Target& gateway) const {

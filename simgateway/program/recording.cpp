@@ -1,129 +1,39 @@
 #include "recording.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <string_view>
-#include <system_error>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "recording/reader.h"
 #include "simgateway/model.h"
 
 namespace zulstatsim {
 
 namespace {
 
-using Json = nlohmann::json;
 using simgateway::Model;
 using simgateway::ResourceGroup;
 using simgateway::Scene;
 
-constexpr std::string_view SCHEMA = "zulstat/1";
-constexpr std::size_t LONGEST_LINE = std::size_t{64} << 20;
 constexpr std::size_t LONGEST_TEXT = 0xFFFF;
 
-// What is wrong with a line.
-struct BadLine : std::runtime_error {
+// What is wrong with a sample.
+struct Unfit : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The lines of a file, without their ends.
-class LineReader {
-public:
-    explicit LineReader(const std::string& file) : name(file), input(std::fopen(file.c_str(), "re"), std::fclose) {
-        if (input == nullptr) {
-            throw std::system_error(errno, std::generic_category(), name);
-        }
-    }
-
-    // Holds until the next call; nothing at the end of the file.
-    std::optional<std::string_view> next() {
-        rest.erase(0, used);
-        ++number;
-        std::size_t searched = 0;
-        std::size_t end = 0;
-        while ((end = rest.find('\n', searched)) == std::string::npos) {
-            searched = rest.size();
-            if (searched > LONGEST_LINE) {
-                throw failure("longer than " + std::to_string(LONGEST_LINE) + " bytes");
-            }
-            rest.resize(searched + CHUNK);
-            rest.resize(searched + std::fread(rest.data() + searched, 1, CHUNK, input.get()));
-            if (std::ferror(input.get()) != 0) {
-                throw std::system_error(errno, std::generic_category(), name);
-            }
-            if (rest.size() == searched) {
-                used = searched;
-                return rest.empty() ? std::nullopt : std::optional<std::string_view>(rest);
-            }
-        }
-        used = end + 1;
-        return std::string_view(rest).substr(0, end);
-    }
-
-    // What is wrong with the line that next() gave.
-    std::runtime_error failure(const std::string& what) const {
-        return std::runtime_error(name + ":" + std::to_string(number) + ": " + what);
-    }
-
-private:
-    static constexpr std::size_t CHUNK = 65536;
-
-    const std::string name;
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> input;
-    std::string rest;      // what was read and not yet given, behind the line given last
-    std::size_t used = 0;  // the size of that line
-    std::size_t number = 0;
-};
-
-// ---- a line -------------------------------------------------------------------------------------------------------
-
-const Json& member(const Json& object, const char* name, const char* kind, bool (Json::*isKind)() const noexcept) {
-    const auto found = object.find(name);
-    if (found == object.end() || !((*found).*isKind)()) {
-        throw BadLine("no " + std::string(kind) + " '" + name + "'");
-    }
-    return *found;
-}
-
-const std::string& text(const Json& object, const char* name) {
-    const auto& value = member(object, name, "text", &Json::is_string).get_ref<const std::string&>();
-    if (value.size() > LONGEST_TEXT) {
-        throw BadLine("the text '" + std::string(name) + "' is longer than 65535 bytes");
-    }
-    return value;
-}
-
-const Json& list(const Json& object, const char* name) {
-    return member(object, name, "array", &Json::is_array);
-}
-
-std::int32_t returnCode(const Json& element) {
-    const Json& value = member(element, "rc", "whole number", &Json::is_number_integer);
-    const bool isLarge = value.is_number_unsigned() &&
-                         value.get<std::uint64_t>() > std::uint64_t{std::numeric_limits<std::int32_t>::max()};
-    if (isLarge || value.get<std::int64_t>() < std::numeric_limits<std::int32_t>::min()) {
-        throw BadLine("the number 'rc' has more than 32 bits");
-    }
-    return value.get<std::int32_t>();
-}
-
-Json parseLine(std::string_view line) {
-    try {
-        return Json::parse(line);
-    } catch (const Json::parse_error& error) {
-        throw BadLine("no JSON from byte " + std::to_string(error.byte) + " on");
-    } catch (const Json::exception&) {
-        throw BadLine("no JSON: a number is too large");
+void refuseLong(std::string_view text, const char* name) {
+    if (text.size() > LONGEST_TEXT) {
+        throw Unfit("the text '" + std::string(name) + "' is longer than 65535 bytes");
     }
 }
 
@@ -149,11 +59,6 @@ struct Sample {
     }
 };
 
-// A gap is written as one element without a name, with a code of the client's.
-bool isGap(const std::vector<ResourceGroup>& groups) {
-    return groups.size() == 1 && groups[0].id.empty() && groups[0].rc < 0;
-}
-
 // Whether the element stands for a resource group rather than for an identifier or for everything.
 bool isGroup(const ResourceGroup& group) {
     const bool namesItsItem = group.statistics.size() == 1 && group.statistics[0].id == group.id;
@@ -164,16 +69,19 @@ bool isGroup(const ResourceGroup& group) {
 class Recording {
 public:
     void read(const std::string& file, bool again) {
-        LineReader lines(file);
-        while (const std::optional<std::string_view> line = lines.next()) {
-            if (line->find_first_not_of(" \t\r") == std::string_view::npos) {
-                continue;
+        recording::Reader reader(file);
+        while (const std::optional<recording::Entry> entry = reader.next()) {
+            if (!reader.complaint().empty()) {
+                break;
             }
             try {
-                add(parseLine(*line));
-            } catch (const BadLine& error) {
-                throw lines.failure(error.what());
+                add(*entry);
+            } catch (const Unfit& error) {
+                throw std::runtime_error(file + ":" + std::to_string(reader.line()) + ": " + error.what());
             }
+        }
+        if (!reader.complaint().empty()) {
+            throw std::runtime_error(reader.complaint());
         }
         if (samples.empty()) {
             throw std::runtime_error(file + ": no sample");
@@ -198,49 +106,47 @@ public:
     }
 
 private:
-    void add(const Json& document) {
-        if (text(document, "schema") != SCHEMA) {
-            throw BadLine("its schema is not " + std::string(SCHEMA));
+    void add(const recording::Entry& entry) {
+        const monitor::Sample& given = entry.sample;
+        if (!monitor::asksForValues(given.query.what)) {
+            throw Unfit("a sample of '" + std::string(monitor::whatName(given.query.what)) +
+                        "', which has no statistics");
         }
-        const Json& query = member(document, "query", "object", &Json::is_object);
-        if (!text(query, "what").starts_with("stats")) {
-            throw BadLine("a sample of '" + text(query, "what") + "', which has no statistics");
-        }
-        const Json& target = member(document, "target", "object", &Json::is_object);
-        if (firstTarget.is_null()) {
-            firstTarget = target;
-        } else if (target != firstTarget) {
-            throw BadLine("a sample of another Gateway than the first one");
+        if (samples.empty()) {
+            firstTarget = given.target;
+            firstTime = given.monotonicTime;
+        } else if (monitor::targetText(given.target) != monitor::targetText(firstTarget)) {
+            throw Unfit("a sample of another Gateway than the first one");
         }
         Sample sample;
-        const double time = member(document, "monotonic", "number", &Json::is_number).get<double>();
-        if (samples.empty()) {
-            firstTime = time;
-        }
-        sample.time = time - firstTime;
+        sample.time = given.monotonicTime - firstTime;
         if (!samples.empty() && sample.time < samples.back().time) {
-            throw BadLine("its time (monotonic) lies before that of the sample above");
+            throw Unfit("its time (monotonic) lies before that of the sample above");
         }
-        std::vector<ResourceGroup> groups;
-        for (const Json& element : list(document, "elements")) {
-            groups.push_back(readElement(element, sample));
-        }
-        if (!isGap(groups)) {
-            sample.shape = shapeOf(text(document, "protocol"), std::move(groups));
+        if (!entry.gap) {
+            std::vector<ResourceGroup> groups;
+            for (const monitor::Element& element : given.elements) {
+                groups.push_back(readElement(element, given, sample));
+            }
+            refuseLong(given.protocol, "protocol");
+            sample.shape = shapeOf(given.protocol, std::move(groups));
         }
         sample.values.shrink_to_fit();
         sample.ends.shrink_to_fit();
         samples.push_back(std::move(sample));
     }
 
-    ResourceGroup readElement(const Json& element, Sample& sample) const {
-        ResourceGroup group{.id = text(element, "element"), .statistics = {}, .rc = returnCode(element)};
-        for (const Json& item : list(element, "items")) {
+    ResourceGroup readElement(const monitor::Element& element, const monitor::Sample& given, Sample& sample) const {
+        refuseLong(element.text, "element");
+        ResourceGroup group{.id = std::string(element.text), .statistics = {}, .rc = element.rc};
+        for (const monitor::Item& item : given.itemsOf(element)) {
+            refuseLong(item.id, "id");
+            refuseLong(item.value, "value");
             const std::size_t index = sample.ends.size();
-            group.statistics.push_back({text(item, "id"), [this, index](std::uint64_t moment) {
+            group.statistics.push_back({std::string(item.id), [this, index](std::uint64_t moment) {
                                             return samples[static_cast<std::size_t>(moment)].value(index);
                                         }});
-            sample.values += text(item, "value");
+            sample.values += item.value;
             sample.ends.push_back(static_cast<std::uint32_t>(sample.values.size()));
         }
         group.isListed = isGroup(group);
@@ -281,7 +187,7 @@ private:
 
     std::vector<Sample> samples;
     std::unordered_map<std::string, std::unique_ptr<Shape>> shapes;
-    Json firstTarget;
+    monitor::Target firstTarget;
     double firstTime = 0;
     double period = 0;  // 0: the last sample stays
 };

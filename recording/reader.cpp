@@ -1,0 +1,369 @@
+#include "reader.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "file_bytes.h"
+
+namespace recording {
+
+using namespace monitor;
+
+namespace {
+
+constexpr std::size_t MARK_DISTANCE = std::size_t{1} << 20;
+constexpr std::size_t MOST_TARGET_TEXTS = 4 * MOST_TARGETS;
+constexpr std::size_t LONGEST_TARGET_TEXT = 4096;
+constexpr double AT_THE_END = std::numeric_limits<double>::infinity();
+
+struct Line {
+    std::string_view text;
+    bool whole = true;                     // false: a place that is damaged, or where the file is cut
+    std::optional<std::uint64_t> place{};  // from which it can be read again
+};
+
+// What a line tells without being parsed.
+struct Glance {
+    double wall = 0;
+    bool gap = false;
+    std::string_view target;  // JSON
+};
+
+// Nothing for a line that is not laid out as the writer does; it may be a sample nevertheless.
+std::optional<Glance> glance(std::string_view line) {
+    constexpr std::string_view begin = R"({"schema":"zulstat/1","target":)";
+    constexpr std::string_view behindTarget = R"(,"protocol":")";
+    constexpr std::string_view wallName = R"(,"wall":)";
+    constexpr std::string_view elementsName = R"(,"elements":[)";
+    constexpr std::string_view gapElement = R"({"element":"","rc":-)";
+    constexpr std::string_view gapEnd = R"(,"items":[]}]})";
+    constexpr std::size_t longestCode = 12;
+    if (!line.starts_with(begin) || !line.ends_with("]}")) {
+        return std::nullopt;
+    }
+    const std::size_t targetEnd = line.find(behindTarget);
+    const std::size_t elements = line.find(elementsName);
+    if (targetEnd == std::string_view::npos || elements == std::string_view::npos || elements < targetEnd) {
+        return std::nullopt;
+    }
+    const std::string_view head = line.substr(targetEnd, elements - targetEnd);
+    const std::size_t wall = head.find(wallName);
+    if (wall == std::string_view::npos) {
+        return std::nullopt;
+    }
+    Glance found{.target = line.substr(begin.size(), targetEnd - begin.size())};
+    const std::string_view number = head.substr(wall + wallName.size());
+    if (std::from_chars(number.data(), number.data() + number.size(), found.wall).ec != std::errc() ||
+        !(found.wall >= 0)) {
+        return std::nullopt;
+    }
+    const std::string_view rest = line.substr(elements + elementsName.size());
+    found.gap = rest.starts_with(gapElement) && rest.ends_with(gapEnd) &&
+                rest.size() < gapElement.size() + longestCode + gapEnd.size();
+    return found;
+}
+
+bool same(const Target& one, const Target& other) {
+    return one.host == other.host && one.port == other.port;
+}
+
+}  // namespace
+
+class Reader::Lines {
+public:
+    explicit Lines(const std::string& file) : name(file), bytes(file) {
+    }
+
+    // Holds until the next call; nothing at the end.
+    std::optional<Line> next() {
+        for (;;) {
+            const auto* const found =
+                searched < buffer.size()
+                    ? static_cast<const char*>(std::memchr(buffer.data() + searched, '\n', buffer.size() - searched))
+                    : nullptr;
+            if (found != nullptr) {
+                return take(static_cast<std::size_t>(found - buffer.data()) - begin, 1);
+            }
+            searched = buffer.size();
+            if (searched - begin > LONGEST_LINE) {
+                throw std::runtime_error(name + ": a line is longer than " + std::to_string(LONGEST_LINE) + " bytes");
+            }
+            if (ended || !fill()) {
+                return ended ? finish() : Line{{}, false};
+            }
+        }
+    }
+
+    void restart(std::uint64_t place) {
+        bytes.restart(place);
+        buffer.clear();
+        begin = searched = 0;
+        offset = place;
+        framePlace.reset();
+        ended = cut = false;
+    }
+
+    bool compressed() const {
+        return bytes.compressed();
+    }
+
+private:
+    Line take(std::size_t size, std::size_t lineEnd) {
+        Line line{std::string_view(buffer.data() + begin, size)};
+        line.place = bytes.compressed() ? std::exchange(framePlace, std::nullopt) : std::optional(offset);
+        begin += size + lineEnd;
+        searched = begin;
+        offset += size + lineEnd;
+        return line;
+    }
+
+    // Returns false at the end and where the file is damaged.
+    bool fill() {
+        buffer.erase(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(begin));
+        begin = 0;
+        searched = buffer.size();
+        switch (bytes.read(buffer)) {
+        case FileBytes::Got::bytes:
+            return true;
+        case FileBytes::Got::begin:
+            framePlace = searched == 0 ? std::optional(bytes.place()) : framePlace;
+            return true;
+        case FileBytes::Got::damaged:
+            buffer.clear();
+            searched = 0;
+            framePlace.reset();
+            return false;
+        case FileBytes::Got::cut:
+            cut = true;
+            break;
+        case FileBytes::Got::end:
+            break;
+        }
+        ended = true;
+        return false;
+    }
+
+    // What has no line end.
+    std::optional<Line> finish() {
+        const bool torn = std::exchange(cut, false);
+        if (begin < buffer.size()) {
+            return take(buffer.size() - begin, 0);
+        }
+        return torn ? std::optional(Line{{}, false}) : std::nullopt;
+    }
+
+    const std::string name;
+    FileBytes bytes;
+    std::vector<char> buffer;                 // the lines not yet given, behind the one given last
+    std::size_t begin = 0;                    // of the next line
+    std::size_t searched = 0;                 // no line ends before it
+    std::uint64_t offset = 0;                 // of the next line in a file that is not compressed
+    std::optional<std::uint64_t> framePlace;  // the next line begins with a frame
+    bool ended = false;
+    bool cut = false;
+};
+
+Reader::Reader(const std::string& file) : name(file), lines(std::make_unique<Lines>(file)) {
+}
+
+Reader::~Reader() = default;
+
+std::optional<Entry> Reader::next() {
+    while (const std::optional<Line> line = lines->next()) {
+        ++lineNumber;
+        if (line->whole && line->text.find_first_not_of(" \t\r") == std::string_view::npos) {
+            come(line->place);
+            ++here.line;
+            continue;
+        }
+        come(line->place);
+        try {
+            if (!line->whole) {
+                throw BadLine("damaged", true);
+            }
+            Entry entry = parser.parse(line->text);
+            note({entry.sample.wallTime, entry.gap, targetNumber(entry.sample.target)});
+            ++here.line;
+            ++(entry.gap ? counted.gaps : counted.samples);
+            return entry;
+        } catch (const BadLine& error) {
+            ++here.line;
+            ++counted.torn;
+            if (!error.cut && firstBad.empty()) {
+                firstBad = name + (sought ? "" : ":" + std::to_string(lineNumber)) + ": " + error.what();
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+// The next line has this place. Makes a mark of it, where the last one is far.
+void Reader::come(std::optional<std::uint64_t> place) {
+    const bool known = here.mark + 1 < marks.size();
+    const auto mark = [&] {
+        marks.push_back(now);
+        marks.back().place = place.value_or(0);
+        here = {marks.size() - 1, 0};
+    };
+    if (marks.empty()) {
+        mark();
+    } else if (!place) {
+        return;
+    } else if (known && *place == marks[here.mark + 1].place) {
+        here = {here.mark + 1, 0};
+    } else if (!known && *place >= marks.back().place + (lines->compressed() ? 1 : MARK_DISTANCE)) {
+        mark();
+    }
+}
+
+// What the line at `here` is.
+void Reader::note(const Seen& seen) {
+    first = first.value_or(seen.wall);
+    now.newest = seen.wall;
+    now.latest = std::max(now.latest, seen.wall);
+    if (!seen.gap) {
+        now.last.resize(std::max(now.last.size(), seen.target + 1));
+        now.last[seen.target] = here;
+    }
+}
+
+std::size_t Reader::targetNumber(const Target& target) {
+    const auto found =
+        std::find_if(targets.begin(), targets.end(), [&](const Target& known) { return same(known, target); });
+    if (found == targets.end() && targets.size() == MOST_TARGETS) {
+        throw std::runtime_error(name + ": samples of more than " + std::to_string(MOST_TARGETS) + " Gateways");
+    }
+    const auto number = static_cast<std::size_t>(found - targets.begin());
+    if (found == targets.end()) {
+        targets.push_back(target);
+    }
+    return number;
+}
+
+// Nothing for what is no whole sample.
+std::optional<Reader::Seen> Reader::look(std::string_view line, bool whole) {
+    const std::optional<Glance> seen = !whole || careful ? std::nullopt : glance(line);
+    if (seen) {
+        for (const auto& [text, number] : targetTexts) {
+            if (text == seen->target) {
+                return Seen{seen->wall, seen->gap, number};
+            }
+        }
+    }
+    if (!whole) {
+        return std::nullopt;
+    }
+    try {
+        const Entry entry = parser.parse(line);
+        const std::size_t number = targetNumber(entry.sample.target);
+        if (seen && targetTexts.size() < MOST_TARGET_TEXTS && seen->target.size() < LONGEST_TARGET_TEXT) {
+            targetTexts.emplace_back(seen->target, number);
+        }
+        return Seen{entry.sample.wallTime, entry.gap, number};
+    } catch (const BadLine&) {
+        return std::nullopt;
+    }
+}
+
+void Reader::goToMark(std::size_t mark) {
+    sought = true;
+    lines->restart(marks.empty() ? 0 : marks[mark].place);
+    now = marks.empty() ? Mark() : marks[mark];
+    here = {mark, 0};
+}
+
+// Behind the entries before the first one that is later than the time, as far as `now` is concerned.
+void Reader::scan(double wallTime) {
+    const auto later = std::upper_bound(marks.begin(), marks.end(), wallTime,
+                                        [](double time, const Mark& mark) { return time < mark.latest; });
+    goToMark(later == marks.begin() ? 0 : static_cast<std::size_t>(later - marks.begin()) - 1);
+    while (const std::optional<Line> line = lines->next()) {
+        come(line->place);
+        if (const std::optional<Seen> seen = look(line->text, line->whole)) {
+            if (seen->wall > wallTime) {
+                return;
+            }
+            note(*seen);
+        }
+        ++here.line;
+    }
+}
+
+void Reader::goTo(const Place& place) {
+    goToMark(place.mark);
+    while (here.line < place.line) {
+        const std::optional<Line> line = lines->next();
+        if (!line) {
+            return;
+        }
+        if (const std::optional<Seen> seen = look(line->text, line->whole)) {
+            note(*seen);
+        }
+        ++here.line;
+    }
+}
+
+std::optional<Reader::Place> Reader::lastPlace() const {
+    std::optional<Place> found;
+    for (const std::optional<Place>& place : now.last) {
+        if (place && (!found || std::pair(found->mark, found->line) < std::pair(place->mark, place->line))) {
+            found = place;
+        }
+    }
+    return found;
+}
+
+// Nothing where the line only looks like a sample.
+std::optional<Entry> Reader::sampleAt(const Place& place) {
+    goTo(place);
+    const std::optional<Line> line = lines->next();
+    try {
+        return line && line->whole ? std::optional(parser.parse(line->text)) : std::nullopt;
+    } catch (const BadLine&) {
+        return std::nullopt;
+    }
+}
+
+void Reader::seek(double wallTime) {
+    scan(wallTime);
+    std::optional<Place> place = lastPlace();
+    if (place && !careful && !sampleAt(*place)) {
+        careful = true;
+        marks.clear();
+        scan(wallTime);
+        place = lastPlace();
+    }
+    place ? goTo(*place) : goToMark(0);
+}
+
+std::vector<Sample> Reader::moment(double wallTime) {
+    for (;;) {
+        scan(wallTime);
+        std::vector<Sample> samples;
+        bool all = true;
+        for (const std::optional<Place>& place : std::vector(now.last)) {
+            std::optional<Entry> entry = place ? sampleAt(*place) : std::nullopt;
+            all = all && (!place || entry);
+            if (entry) {
+                samples.push_back(std::move(entry->sample));
+            }
+        }
+        if (all || careful) {
+            return samples;
+        }
+        careful = true;
+        marks.clear();
+    }
+}
+
+Span Reader::span() {
+    scan(AT_THE_END);
+    return {first.value_or(0), now.newest, first ? targets : std::vector<Target>()};
+}
+
+}  // namespace recording
