@@ -9,6 +9,7 @@
 
 #include "format.h"
 #include "range.h"
+#include "recording/time.h"
 
 namespace zulstat {
 
@@ -96,7 +97,7 @@ void addIdsAndGroups(CLI::App& command, Words& words, const char* help) {
     command.add_option("ID", words.ids, help)->option_text(SEVERAL_ARGUMENTS);
 }
 
-void addSeries(CLI::App& command, Options& options, Words& words) {
+void addInterval(CLI::App& command, Options& options, Words& words) {
     command
         .add_option_function<double>(
             "-i,--interval",
@@ -108,6 +109,10 @@ void addSeries(CLI::App& command, Options& options, Words& words) {
         ->option_text("SECONDS")
         ->check(secondsFrom(SHORTEST_INTERVAL))
         ->take_last();
+}
+
+void addSeries(CLI::App& command, Options& options, Words& words) {
+    addInterval(command, options, words);
     addOption(command, "-r,--rate", options.derived.rates, "show values that match per second", GLOB_TYPE)
         ->allow_extra_args(false);
     addOption(command, "-d,--delta", options.derived.deltas, "show values that match as differences", GLOB_TYPE)
@@ -122,6 +127,21 @@ void addCount(CLI::App& command, Options& options, const std::string& help) {
                    ? std::string()
                    : "'" + text + "' is not a count from 1 to 999999999";
     });
+}
+
+CLI::Option* addTime(CLI::App& command, const std::string& name, std::string& word, const std::string& help) {
+    return addOption(command, name, word, help, TIME_TYPE)->check([](const std::string& text) {
+        try {
+            recording::parseTime(text);
+        } catch (const recording::BadTime& error) {
+            return std::string(error.what());
+        }
+        return std::string();
+    });
+}
+
+CLI::Option* addFrom(CLI::App& command, Options& options) {
+    return addOption(command, "--from", options.from, "a recording in place of Gateways", FILE_TYPE);
 }
 
 CLI::Validator rangeValidator() {
@@ -162,6 +182,29 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
     addIdsAndGroups(*top, words, "[INTERVAL] [ID]...");
     addSeries(*top, options, words);
     top->add_flag("--raw", options.raw, "numbers as the Gateway sends them");
+
+    CLI::App* plot = addCommand(app, options, "plot", Command::plot, "Draw values over time");
+    addIdsAndGroups(*plot, words, "identifiers, and globs over all of them");
+    addInterval(*plot, options, words);
+    addCount(*plot, options, "end after N samples (60, on a terminal without end)");
+    addOption(*plot, "-r,--rate", options.derived.rates, "draw values that match per second", GLOB_TYPE)
+        ->allow_extra_args(false);
+    addFrom(*plot, options);
+    addTime(*plot, "--at", words.at, "where in the recording to begin (its begin)");
+    addTime(*plot, "--to", words.to, "where in the recording to end (its end)");
+
+    CLI::App* diff = addCommand(app, options, "diff", Command::diff, "What two moments have that differs");
+    diff->add_option("FILE", options.files, "two recordings, whose ends are compared")->option_text(SEVERAL_ARGUMENTS);
+    addGroups(*diff, words);
+    addFrom(*diff, options);
+    addTime(*diff, "--at", words.at, "the former moment (the end of the recording)");
+    addTime(*diff, "--to", words.to, "the later moment of the same recording (now, live)");
+    CLI::App* report = addCommand(app, options, "report", Command::report, "A page of plots from recordings");
+    report->add_option("FILE", options.files, "recordings")->required()->option_text(SEVERAL_ARGUMENTS);
+    addGroups(*report, words);
+    addOption(*report, "-o,--output", options.outputFile, "the page (standard output)", FILE_TYPE);
+    addTime(*report, "--at", words.at, "where in the recordings to begin (their begin)");
+    addTime(*report, "--to", words.to, "where in the recordings to end (their end)");
 
     CLI::App* ping = addCommand(app, options, "ping", Command::ping, "Connect, and measure queries for everything");
     addCount(*ping, options, "number of queries (4)");

@@ -31,6 +31,8 @@ struct Words {
     bool rate = false;  // check
     bool delta = false;
     bool intervalGiven = false;
+    std::string at;
+    std::string to;
     std::string map;
     std::string module;
 };
@@ -41,6 +43,7 @@ inline constexpr const char* FILE_TYPE = "FILE";
 inline constexpr const char* FORMAT_TYPE = "FORMAT";
 inline constexpr const char* LEVEL_TYPE = "LEVEL";
 inline constexpr const char* GLOB_TYPE = "GLOB";
+inline constexpr const char* TIME_TYPE = "TIME";
 inline constexpr const char* GROUPS_TYPE = "GROUP...";
 
 // What stands behind the name of a positional argument that can be given more than once.

@@ -179,10 +179,33 @@ void expandSelections(Words& words, const Config& config, Options& options) {
                                      [](const std::string& id) { return isGlob(id); });
     }
     words.ids = ids;
-    // check takes globs as they are.
-    if (globs && options.command != Command::check) {
+    // These take globs as they are.
+    if (globs && options.command != Command::check && options.command != Command::plot) {
         options.globs.words = splitIds(ids, "identifier");
         words.ids.clear();
+    }
+}
+
+void finishRecordings(Options& options, const Words& words) {
+    if (options.command == Command::diff) {
+        if (!options.from.empty() == !options.files.empty() || options.files.size() == 1 || options.files.size() > 2) {
+            throw UsageError{"diff takes two recordings, or one with --from"};
+        }
+        if (!options.from.empty() && options.at == std::nullopt && options.to) {
+            throw UsageError{"--to needs --at"};
+        }
+    }
+    if (options.command == Command::plot) {
+        if (options.ids.empty() && options.groups.empty() && options.globs.empty()) {
+            throw UsageError{"plot needs an identifier, -g or -I"};
+        }
+        constexpr long samplesForAPipe = 60;
+        if (!options.count && isatty(STDOUT_FILENO) != 1) {
+            options.count = samplesForAPipe;
+        }
+    }
+    if (options.from.empty() && options.files.empty() && (!words.at.empty() || !words.to.empty())) {
+        throw UsageError{fmt::format("{} goes with --from", words.at.empty() ? "--to" : "--at")};
     }
 }
 
@@ -200,9 +223,12 @@ void finish(Options& options, Words& words, const Config& config) {
         options.format = formatByName(words.format);
     }
     const bool samples = command == Command::stats || command == Command::ids || command == Command::groups ||
-                         command == Command::watch || command == Command::demo;
+                         command == Command::watch || command == Command::diff || command == Command::demo;
     if (options.format && !samples) {
-        throw UsageError{"-o and -j are for stats, ids, groups, watch and demo"};
+        throw UsageError{"-o and -j are for stats, ids, groups, watch, diff and demo"};
+    }
+    if (command == Command::diff && options.format == Format::openmetrics) {
+        throw UsageError{"diff has no -o openmetrics"};
     }
     if (command == Command::watch || command == Command::top) {
         const std::vector<std::string> numbers = takeNumbers(words, command == Command::watch ? 2 : 1);
@@ -220,8 +246,9 @@ void finish(Options& options, Words& words, const Config& config) {
     options.ids = splitIds(words.ids, "identifier");
     options.groups = splitIds(words.groups, "group");
     if (!words.map.empty()) {
-        if (options.format != Format::openmetrics && command != Command::check && command != Command::top) {
-            throw UsageError{"--map goes with -o openmetrics, with check and with top"};
+        if (options.format != Format::openmetrics && command != Command::check && command != Command::top &&
+            command != Command::plot && command != Command::report) {
+            throw UsageError{"--map goes with -o openmetrics, with check, top, plot and report"};
         }
         options.mapper = readMapper(words.map, words.module.empty() ? "default" : words.module);
     } else if (!words.module.empty()) {
@@ -235,6 +262,13 @@ void finish(Options& options, Words& words, const Config& config) {
     }
     options.warning = words.warning.empty() ? std::nullopt : parseRange(words.warning);
     options.critical = words.critical.empty() ? std::nullopt : parseRange(words.critical);
+    if (!words.at.empty()) {
+        options.at = recording::parseTime(words.at);
+    }
+    if (!words.to.empty()) {
+        options.to = recording::parseTime(words.to);
+    }
+    finishRecordings(options, words);
     if (command == Command::check) {
         finishCheck(options, words);
     }
@@ -410,6 +444,9 @@ Query Options::query() const {
     if (!groups.empty()) {
         return {What::statsByGroup, groups};
     }
+    if (command == Command::plot && std::any_of(ids.begin(), ids.end(), isGlob)) {
+        return {What::stats, {}};
+    }
     return ids.empty() ? Query{What::stats, {}} : Query{What::statsById, ids};
 }
 
@@ -426,7 +463,7 @@ Subject Options::subject(const Target& gateway) const {
     return {.target = gateway,
             .timeout = timeout,
             .several = several(),
-            .series = command == Command::watch || command == Command::top,
+            .series = command == Command::watch || command == Command::top || command == Command::plot,
             .ping = command == Command::ping,
             .filtered = !globs.empty(),
             .quiet = quiet,

@@ -14,6 +14,7 @@
 #include "rate.h"
 #include "report.h"
 #include "monitor/sample.h"
+#include "recording/time.h"
 #include "text.h"
 #include "usage_error.h"
 
@@ -22,7 +23,23 @@ namespace zulstat {
 // What check looks at in place of a value.
 enum class ChangeWanted { none, perSecond, difference };
 
-enum class Command { stats, ids, groups, watch, top, ping, explain, check, map, config, complete, demo };
+enum class Command {
+    stats,
+    ids,
+    groups,
+    watch,
+    top,
+    plot,
+    diff,
+    report,
+    ping,
+    explain,
+    check,
+    map,
+    config,
+    complete,
+    demo
+};
 
 // What holds, and who says so.
 struct InForce {
@@ -65,6 +82,14 @@ struct Options {
     bool reconnect = true;
     bool raw = false;   // top: numbers as the Gateway sends them
     bool wide = false;  // watch: a line for each sample
+
+    // A recording in place of Gateways; empty for none. The times go with it.
+    std::string from;
+    std::optional<recording::TimeWord> at;
+    std::optional<recording::TimeWord> to;
+
+    std::vector<std::string> files;  // report, diff
+    std::string outputFile;          // report
 
     std::vector<std::string> codes;  // explain
     std::vector<InForce> inForce;    // config, complete
