@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <utility>
 
@@ -17,7 +18,7 @@ using namespace monitor;
 
 namespace {
 
-constexpr std::size_t MOST_EVENTS = 100;          // rows of the table
+constexpr std::size_t MOST_EVENTS = 100;          // of the list
 constexpr std::size_t SECTIONS_FOR_CONTENTS = 4;  // and more
 constexpr double DAY = 86400;
 
@@ -60,10 +61,11 @@ std::string key(char kind, std::size_t number) {
 
 std::string card(const GatewayTimeline& gateway, bool several) {
     std::string text = "<section class=\"card\">";
-    text += fmt::format("<h3>{}{}</h3><dl>", several ? key('g', gateway.number % GATEWAY_COLORS) : "",
-                        escapeHtml(gateway.name));
-    text += pair("Samples", std::to_string(gateway.samples));
-    if (gateway.samples > 0) {
+    if (several) {
+        text += fmt::format("<h3>{}{}</h3>", key('g', gateway.number % GATEWAY_COLORS), escapeHtml(gateway.name));
+    }
+    text += "<dl>" + pair("Samples", std::to_string(gateway.samples));
+    if (several && gateway.samples > 0) {
         text += pair("From", localTime(gateway.firstWall)) + pair("To", localTime(gateway.lastWall));
     }
     if (gateway.usual > 0) {
@@ -129,7 +131,7 @@ std::vector<Happened> events(const Timelines& lines, const std::vector<Row>& row
     return all;
 }
 
-std::string eventTable(const Timelines& lines, const std::vector<Row>& rows) {
+std::string eventList(const Timelines& lines, const std::vector<Row>& rows) {
     std::uint64_t more = 0;
     const std::vector<Happened> all = events(lines, rows, more);
     if (all.empty()) {
@@ -137,20 +139,17 @@ std::string eventTable(const Timelines& lines, const std::vector<Row>& rows) {
     }
     const bool several = lines.gateways().size() > 1;
     const bool days = lines.to() - lines.from() > DAY / 2;
-    std::string text = fmt::format(
-        "<h2 id=\"events\">What happened</h2>\n<div class=\"scroll\"><table><thead><tr>"
-        "<th>Time</th>{}<th>What</th></tr></thead><tbody>\n",
-        several ? "<th>Gateway</th>" : "");
+    std::string text = "<h2 id=\"events\">What happened</h2>\n<ol class=\"events\">\n";
     for (const Happened& one : all) {
         const std::string time = localTime(one.wallTime);
-        text += fmt::format("<tr><td class=\"time\">{}</td>", days ? time : time.substr(time.find(' ') + 1));
+        text += fmt::format("<li><time>{}</time>", days ? time : time.substr(time.find(' ') + 1));
         if (several) {
-            text += fmt::format("<td class=\"time\">{}{}</td>", key('g', one.gateway % GATEWAY_COLORS),
+            text += fmt::format("<span class=\"who\">{}{}</span>", key('g', one.gateway % GATEWAY_COLORS),
                                 escapeHtml(lines.gateways()[one.gateway].name));
         }
-        text += fmt::format("<td>{}</td></tr>\n", one.text);
+        text += fmt::format("<span>{}</span></li>\n", one.text);
     }
-    text += "</tbody></table></div>\n";
+    text += "</ol>\n";
     return text + (more == 0 ? "" : fmt::format("<p class=\"soft\">And {} more.</p>\n", more));
 }
 
@@ -159,7 +158,8 @@ std::string summary(const Timelines& lines, const std::vector<PageFile>& files) 
     const double from = lines.from();
     const double to = lines.to();
     const std::string title = gateways.size() == 1 ? gateways.front().name : counted(gateways.size(), "Gateway");
-    std::string text = fmt::format("<header><h1>{} <small>{}</small></h1>\n", escapeHtml(title), duration(to - from));
+    std::string text = fmt::format("<header><h1>{} <small>{}</small></h1>\n", escapeHtml(title),
+                                   duration(to - from < 120 ? to - from : std::round((to - from) / 60) * 60));
     text +=
         fmt::format("<p>{} to {} {}</p>\n<p class=\"soft\">", localTime(from), localTime(to), escapeHtml(zoneName(to)));
     for (const PageFile& file : files) {
@@ -227,7 +227,6 @@ std::string captionText(const Row& row, Shown shown) {
     double grown = 0;
     double seconds = 0;
     std::uint64_t changes = 0;
-    std::uint64_t resets = 0;
     Unit unit = Unit::none;
     for (const Timeline* line : row.ofGateways) {
         if (line != nullptr) {
@@ -235,20 +234,17 @@ std::string captionText(const Row& row, Shown shown) {
             grown += line->grown;
             seconds += line->seconds;
             changes += line->changes;
-            resets += line->resets;
             unit = line->unit;
         }
     }
-    const std::string behind = resets == 0 ? "" : ", " + counted(resets, "reset");
     if (shown == Shown::band) {
         return counted(changes, "change");
     }
     if (shown == Shown::rates && seconds > 0) {
         const double mean = grown / seconds;
-        return fmt::format("{}, mean {}{}", rangeText(all, unit, true), rangeText({mean, mean, mean}, unit, true),
-                           behind);
+        return fmt::format("{}, mean {}", rangeText(all, unit, true), rangeText({mean, mean, mean}, unit, true));
     }
-    return rangeText(all, unit, shown == Shown::rates) + behind;
+    return rangeText(all, unit, shown == Shown::rates);
 }
 
 std::string figureOf(const PlotFrame& frame, const Row& row, Shown shown) {
@@ -366,7 +362,7 @@ void writePage(const Timelines& lines, const std::vector<PageFile>& files,
     std::vector<const Row*> constants;
     std::vector<const Row*> texts;
     const std::vector<Section> sections = sectionsOf(rows, constants, texts);
-    const std::string happened = eventTable(lines, rows);
+    const std::string happened = eventList(lines, rows);
 
     write(
         fmt::format("<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"

@@ -32,7 +32,7 @@ a:hover { text-decoration: underline; }
 .soft { color: var(--soft); }
 .cards { display: grid; grid-template-columns: repeat(auto-fit, minmax(min(100%, 24rem), 1fr)); gap: .75rem; margin: 1rem 0; }
 .card, figure { margin: 0; padding: .75rem .9rem; background: var(--card); border: 1px solid var(--rule); border-radius: .5rem; }
-.card dl { display: grid; grid-template-columns: repeat(auto-fill, minmax(8.5rem, 1fr)); gap: .5rem 1rem; margin: 0; }
+.card dl { display: grid; grid-template-columns: repeat(auto-fill, minmax(9.75rem, 1fr)); gap: .5rem 1rem; margin: 0; }
 .card dt { color: var(--soft); font-size: .8rem; }
 .card dd { margin: 0; font-variant-numeric: tabular-nums; }
 nav ul { display: flex; flex-wrap: wrap; gap: .25rem 1rem; margin: .5rem 0 0; padding: 0; list-style: none; }
@@ -49,23 +49,26 @@ figure ul { display: flex; flex-wrap: wrap; gap: 0 .9rem; margin: .1rem 0 0; pad
 figure .key { width: .65rem; height: .65rem; margin-right: .3rem; }
 svg { display: block; width: 100%; height: auto; }
 svg.shared { position: absolute; width: 0; height: 0; }
-svg text { fill: var(--soft); font-size: 9.5px; text-anchor: middle; font-variant-numeric: tabular-nums; }
-svg text.y, svg text.end { text-anchor: end; }
-svg text.begin { text-anchor: start; }
+.x, .y { fill: var(--soft); font-size: 9.5px; text-anchor: middle; font-variant-numeric: tabular-nums; }
+.y, .end { text-anchor: end; }
+.begin { text-anchor: start; }
 .grid, .mark { fill: none; stroke: var(--grid); }
 .mark { stroke: var(--soft); }
 .gap { fill: var(--gap); }
-.line { fill: none; stroke-width: 1.3; stroke-linejoin: round; stroke-linecap: round; }
+.line { fill: none; stroke-width: 1.2; stroke-linejoin: round; stroke-linecap: round; }
 .wide { stroke-width: 4; }
 .hover rect { fill: transparent; }
 .hover rect:hover { fill: var(--hover); }
+.events { columns: 23rem; column-gap: 2.5rem; margin: 0; padding: 0; list-style: none; font-size: .875rem; }
+.events li { display: flex; gap: 1rem; padding: .25rem 0; border-bottom: 1px solid var(--rule); break-inside: avoid; }
+.events time, .events .who { flex: none; max-width: 40%; font-variant-numeric: tabular-nums; }
+.events time { color: var(--soft); }
 .scroll { overflow-x: auto; }
 table { border-collapse: collapse; font-size: .875rem; }
 th, td { padding: .25rem 1.25rem .25rem 0; border-top: 1px solid var(--rule); text-align: left; vertical-align: top; }
 thead th { border-top: 0; color: var(--soft); font-weight: 400; font-size: .8rem; }
 tbody th { font-weight: 400; min-width: 9rem; }
 td { min-width: 4.5rem; font-variant-numeric: tabular-nums; }
-td.time { white-space: nowrap; }
 .g0 { stroke: var(--g0); } .g1 { stroke: var(--g1); } .g2 { stroke: var(--g2); } .g3 { stroke: var(--g3); }
 .g4 { stroke: var(--g4); } .g5 { stroke: var(--g5); } .g6 { stroke: var(--g6); } .g7 { stroke: var(--g7); }
 .key.g0 { background: var(--g0); } .key.g1 { background: var(--g1); } .key.g2 { background: var(--g2); }
@@ -88,6 +91,7 @@ td.time { white-space: nowrap; }
   .card, figure { border-color: #bbb; break-inside: avoid; }
   h2 { break-after: avoid; }
   tr { break-inside: avoid; }
+  .cards, .events { font-size: 10px; }
   .key, rect, .gap { print-color-adjust: exact; -webkit-print-color-adjust: exact; }
 }
 )";

@@ -173,9 +173,9 @@ std::string sharedParts(const PlotFrame& frame, std::span<const Gap> gaps) {
     std::string text = "<g id=\"times\">";
     for (const Tick& tick : axis.ticks) {
         const double x = axis.place(tick.at) * width;
-        const char* const anchor = x > width - 12 ? " class=\"end\"" : x < 12 ? " class=\"begin\"" : "";
-        text += fmt::format("<path class=\"mark\" d=\"M{0} 0v4\"/><text x=\"{0}\" y=\"15\"{1}>{2}</text>", unit(x),
-                            anchor, escapeHtml(tick.label));
+        const char* const anchor = x > width - 12 ? " end" : x < 12 ? " begin" : "";
+        text += fmt::format("<path class=\"mark\" d=\"M{0} 0v4\"/><text class=\"x{1}\" x=\"{0}\" y=\"14\">{2}</text>",
+                            unit(x), anchor, escapeHtml(tick.label));
     }
     // Each is one column wide at least; what they have in common is drawn once.
     text += "</g><path id=\"gaps\" class=\"gap\" d=\"";
