@@ -29,3 +29,13 @@ function(zulstats_without_warnings)
         endforeach()
     endif()
 endfunction()
+
+# Installs a unit of the folder systemd, which names the program where it is put.
+function(zulstats_install_unit unit program)
+    cmake_path(APPEND place "\${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_BINDIR}" ${program})
+    install(CODE "
+        file(READ \"${CMAKE_CURRENT_SOURCE_DIR}/systemd/${unit}\" text)
+        string(REPLACE \"/usr/bin/${program} \" \"${place} \" text \"\${text}\")
+        file(WRITE \"${CMAKE_CURRENT_BINARY_DIR}/${unit}\" \"\${text}\")")
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${unit} DESTINATION lib/systemd/system)
+endfunction()

@@ -52,7 +52,8 @@ Event Follower::taken(Sample sample, Clock::time_point now) {
 }
 
 Event Follower::failed(Failure failure, Clock::time_point now) {
-    if (samples == 0 || !settings.reconnect || !mayPass(failure)) {
+    const bool last = samples == 0 || !settings.reconnect || !mayPass(failure);
+    if (failure.kind == FailureKind::interrupted || (last && !settings.persists)) {
         return end(std::move(failure));
     }
     Event event;

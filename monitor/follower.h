@@ -19,6 +19,7 @@ struct FollowerOptions {
     Milliseconds timeout = Milliseconds(5000);   // for each, opening the connection included
     std::optional<long> count;                   // it ends after so many samples; 1: one sample, once
     bool reconnect = true;                       // false: the first failure is the end
+    bool persists = false;                       // no failure is the end, whether or not there was a sample
 };
 
 struct Event {
@@ -36,7 +37,7 @@ struct Event {
 };
 
 // Takes a sample at once and then at each tick of the interval. Where the first one cannot be had, that is the end;
-// later it tries again, with pauses that grow (Backoff), unless the failure cannot pass. After the last sample it
+// later it tries again, with pauses that grow (Backoff), unless the failure cannot pass. Options say otherwise. After the last sample it
 // closes the connection; a Gateway that does not answer that is no failure.
 //
 // Nothing waits, and time is what the caller says. Use it from one thread, which must outlive it (collector.h).

@@ -226,8 +226,11 @@ void Reader::note(const Seen& seen) {
     first = first.value_or(seen.wall);
     now.newest = seen.wall;
     now.latest = std::max(now.latest, seen.wall);
+    const std::size_t known = std::max(now.last.size(), seen.target + 1);
+    now.last.resize(known);
+    now.entry.resize(known);
+    now.entry[seen.target] = here;
     if (!seen.gap) {
-        now.last.resize(std::max(now.last.size(), seen.target + 1));
         now.last[seen.target] = here;
     }
 }
@@ -319,7 +322,7 @@ std::optional<Reader::Place> Reader::lastPlace() const {
 }
 
 // Nothing where the line only looks like a sample.
-std::optional<Entry> Reader::sampleAt(const Place& place) {
+std::optional<Entry> Reader::entryAt(const Place& place) {
     goTo(place);
     const std::optional<Line> line = lines->next();
     try {
@@ -332,7 +335,7 @@ std::optional<Entry> Reader::sampleAt(const Place& place) {
 void Reader::seek(double wallTime) {
     scan(wallTime);
     std::optional<Place> place = lastPlace();
-    if (place && !careful && !sampleAt(*place)) {
+    if (place && !careful && !entryAt(*place)) {
         careful = true;
         marks.clear();
         scan(wallTime);
@@ -341,24 +344,36 @@ void Reader::seek(double wallTime) {
     place ? goTo(*place) : goToMark(0);
 }
 
-std::vector<Sample> Reader::moment(double wallTime) {
+std::vector<Entry> Reader::entriesAt(double wallTime, std::vector<std::optional<Place>> Mark::*places) {
     for (;;) {
         scan(wallTime);
-        std::vector<Sample> samples;
+        std::vector<Entry> entries;
         bool all = true;
-        for (const std::optional<Place>& place : std::vector(now.last)) {
-            std::optional<Entry> entry = place ? sampleAt(*place) : std::nullopt;
+        for (const std::optional<Place>& place : std::vector(now.*places)) {
+            std::optional<Entry> entry = place ? entryAt(*place) : std::nullopt;
             all = all && (!place || entry);
             if (entry) {
-                samples.push_back(std::move(entry->sample));
+                entries.push_back(*std::move(entry));
             }
         }
         if (all || careful) {
-            return samples;
+            return entries;
         }
         careful = true;
         marks.clear();
     }
+}
+
+std::vector<Sample> Reader::moment(double wallTime) {
+    std::vector<Sample> samples;
+    for (Entry& entry : entriesAt(wallTime, &Mark::last)) {
+        samples.push_back(std::move(entry.sample));
+    }
+    return samples;
+}
+
+std::vector<Entry> Reader::lastEntries(double wallTime) {
+    return entriesAt(wallTime, &Mark::entry);
 }
 
 Span Reader::span() {

@@ -49,6 +49,8 @@ public:
     void seek(double wallTime);
     // Of each target that sample, in the targets' order; none of those without one. A seek is to follow.
     std::vector<monitor::Sample> moment(double wallTime);
+    // Of each target the last entry before then. A seek is to follow.
+    std::vector<Entry> lastEntries(double wallTime);
     // Reads on to the end, as quickly. A seek is to follow.
     Span span();
 
@@ -77,7 +79,8 @@ private:
         std::uint64_t place = 0;
         double latest = 0;                         // the latest time of an entry
         double newest = 0;                         // the time of the last entry
-        std::vector<std::optional<Place>> last{};  // of each target its last sample
+        std::vector<std::optional<Place>> last{};   // of each target its last sample
+        std::vector<std::optional<Place>> entry{};  // and entry
     };
     struct Seen {
         double wall = 0;
@@ -93,7 +96,8 @@ private:
     std::optional<Seen> look(std::string_view line, bool whole);
     std::size_t targetNumber(const monitor::Target& target);
     std::optional<Place> lastPlace() const;
-    std::optional<Entry> sampleAt(const Place& place);
+    std::optional<Entry> entryAt(const Place& place);
+    std::vector<Entry> entriesAt(double wallTime, std::vector<std::optional<Place>> Mark::*places);
 
     const std::string name;
     const std::unique_ptr<Lines> lines;

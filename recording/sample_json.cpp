@@ -535,6 +535,13 @@ Sample gapSample(const Target& target, double wallTime, double monotonicTime, st
     return sample;
 }
 
+double elapsed(const Sample& from, const Sample& to, bool gapBetween) {
+    const double monotonic = to.monotonicTime - from.monotonicTime;
+    const double wall = to.wallTime - from.wallTime;
+    const double seconds = gapBetween ? (wall >= 0 ? wall : monotonic) : monotonic >= 0 ? monotonic : wall;
+    return std::max(seconds, 0.0);
+}
+
 Entry LineParser::parse(std::string_view line) {
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) {
         line.remove_suffix(1);

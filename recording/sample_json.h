@@ -39,6 +39,10 @@ struct Entry {
     monitor::Sample sample{};  // of a gap: target, query, wallTime and monotonicTime only
 };
 
+// The seconds from one moment of a recording to a later one: by the clock that is never set, and by the other one where
+// the machine may have been started anew in between, as it may in a gap. Never negative.
+double elapsed(const monitor::Sample& from, const monitor::Sample& to, bool gapBetween);
+
 // What is wrong with a line.
 struct BadLine : std::runtime_error {
     BadLine(const std::string& what, bool torn) : std::runtime_error(what), cut(torn) {

@@ -21,6 +21,7 @@
 #include "monitor/sampler.h"
 #include "options.h"
 #include "output.h"
+#include "playback.h"
 #include "rate.h"
 #include "report.h"
 #include "text.h"
@@ -81,7 +82,29 @@ public:
         if (given.mapper) {
             mapper.emplace(*given.mapper);
         }
-        sampler.begin(query, deadline);
+        if (given.from.empty()) {
+            sampler.begin(query, deadline);
+        }
+    }
+
+    // Of a recording: what came last, and for a change the sample before.
+    void take(const recording::Entry& last, Playback& playback) {
+        over = true;
+        if (last.gap) {
+            away = fmt::format("no sample{} at {}{}",
+                               subject.several ? " of " + escapeForTerminal(targetText(target)) : "",
+                               isoTime(last.sample.wallTime), last.reason.empty() ? "" : ": ") +
+                   escapeForTerminal(last.reason);
+            return;
+        }
+        Sample latter = last.sample;
+        const std::optional<Sample> before =
+            twice ? playback.before(latter, std::chrono::duration<double>(interval).count()) : std::nullopt;
+        for (const Sample& one : before ? std::vector{*before, latter} : std::vector{latter}) {
+            sample = one;
+            map();
+            latest = changes.next(sample);
+        }
     }
 
     void step(Clock::time_point now) {
@@ -127,6 +150,7 @@ public:
     const Target target;
     const Subject subject;
     std::optional<Failure> failure;
+    std::string away;            // why a recording has no sample then; empty where it has one
     Sample sample;               // the last one, with numbers as the map makes them
     std::vector<Change> latest;  // of its items
     bool over = false;
@@ -169,6 +193,10 @@ public:
     }
 
     void judge() {
+        if (!answer.away.empty()) {
+            findings.push_back({State::critical, answer.away, ""});
+            return;
+        }
         if (answer.failure) {
             findings.push_back({stateOf(*answer.failure), failureText(*answer.failure, answer.subject), ""});
             return;
@@ -327,6 +355,30 @@ int concludeAll(std::vector<Finding> findings) {
     return conclude(worst, head + join(texts, "; "), join(data, " "));
 }
 
+int conclude(std::deque<Checking>& all, const Options& options) {
+    std::vector<Finding> findings;
+    for (Checking& one : all) {
+        const std::size_t before = findings.size();
+        Judge(one, options, findings).judge();
+        const auto numbers = std::any_of(findings.begin() + static_cast<std::ptrdiff_t>(before), findings.end(),
+                                         [](const Finding& finding) { return !finding.data.empty(); });
+        if (numbers) {
+            detail(one.subject, sampleDetails(one.sample));
+        }
+    }
+    return concludeAll(std::move(findings));
+}
+
+int checkRecorded(const Options& given) {
+    Playback playback(given, std::nullopt);
+    const Options& options = playback.options();
+    std::deque<Checking> all;
+    for (const recording::Entry& last : playback.states()) {
+        all.emplace_back(options, last.sample.target, Query(), Clock::time_point()).take(last, playback);
+    }
+    return conclude(all, options);
+}
+
 int check(const Options& options) {
     const bool everything =
         std::any_of(options.ids.begin(), options.ids.end(), [](const std::string& word) { return isGlob(word); });
@@ -341,17 +393,7 @@ int check(const Options& options) {
             one.interrupt();
         }
     }
-    std::vector<Finding> findings;
-    for (Checking& one : all) {
-        const std::size_t before = findings.size();
-        Judge(one, options, findings).judge();
-        const auto numbers = std::any_of(findings.begin() + static_cast<std::ptrdiff_t>(before), findings.end(),
-                                         [](const Finding& finding) { return !finding.data.empty(); });
-        if (numbers) {
-            detail(one.subject, sampleDetails(one.sample));
-        }
-    }
-    return concludeAll(std::move(findings));
+    return conclude(all, options);
 }
 
 // Whatever happens, the exit code is one of a plugin's.
@@ -360,6 +402,8 @@ int withPluginCodes(const std::function<int()>& work) {
         return work();
     } catch (const std::exception& error) {
         complain(error.what());
+    } catch (const UsageError& error) {
+        return concludeUnknown(error.text);
     } catch (const OutputClosed&) {
     } catch (const Interrupted&) {
     }
@@ -373,7 +417,7 @@ int concludeUnknown(const std::string& why) {
 }
 
 int runCheck(const Options& options) {
-    return withPluginCodes([&] { return check(options); });
+    return withPluginCodes([&] { return options.from.empty() ? check(options) : checkRecorded(options); });
 }
 
 }  // namespace zulstat

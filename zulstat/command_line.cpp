@@ -10,6 +10,7 @@
 #include "format.h"
 #include "range.h"
 #include "recording/time.h"
+#include "recording/writer.h"
 
 namespace zulstat {
 
@@ -144,6 +145,22 @@ CLI::Option* addFrom(CLI::App& command, Options& options) {
     return addOption(command, "--from", options.from, "a recording in place of Gateways", FILE_TYPE);
 }
 
+void addFromAt(CLI::App& command, Options& options, Words& words) {
+    addFrom(command, options);
+    addTime(command, "--at", words.at, "the recording's moment: the last sample then (its end)");
+}
+
+void addPlayback(CLI::App& command, Options& options, Words& words, const std::string& speed) {
+    addFrom(command, options);
+    addTime(command, "--at", words.at, "where in the recording to begin (its begin)");
+    addTime(command, "--to", words.to, "where in the recording to end (its end)");
+    addOption(command, "--speed", options.speed, speed, "N")->check([](const std::string& text) {
+        const std::optional<double> value = parseSeconds(text);
+        return value && *value >= 0.01 && *value <= 100000 ? std::string()
+                                                           : "'" + text + "' is not a number from 0.01 to 100000";
+    });
+}
+
 CLI::Validator rangeValidator() {
     return CLI::Validator(
         [](const std::string& text) {
@@ -166,6 +183,7 @@ CLI::App* addCommand(CLI::App& app, Options& options, const std::string& name, C
 void addCommands(CLI::App& app, Options& options, Words& words) {
     CLI::App* stats = addCommand(app, options, "stats", Command::stats, "Show values: all, by identifier or by group");
     addIdsAndGroups(*stats, words, "identifiers; ID:ID is the same as two");
+    addFromAt(*stats, options, words);
     CLI::App* ids = addCommand(app, options, "ids", Command::ids, "List the identifiers of statistics");
     addGroups(*ids, words);
     CLI::App* groups = addCommand(app, options, "groups", Command::groups, "List the resource groups");
@@ -178,9 +196,26 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
     addOption(*watch, "--header-every", options.headerEvery, "repeat the header after N rows, 0 for never (20)", "N")
         ->check(CLI::Range(0, 1000000));
     watch->add_flag("--wide", options.wide, "a line for each sample, a column for each identifier");
+    addPlayback(*watch, options, words, "the recording's seconds in each second; without it no waits");
+    CLI::App* record = addCommand(app, options, "record", Command::record, "Write samples to a file, for --from");
+    record->add_option("FILE", options.file, "the recording; compressed where it ends in .zst")
+        ->required()
+        ->option_text("(one)");
+    addIdsAndGroups(*record, words, "identifiers; ID:ID is the same as two");
+    addInterval(*record, options, words);
+    addCount(*record, options, "end after N samples");
+    addOption(*record, "--rotate", words.rotation, "another file after a time or a size: 1d, 12h, 100M", "WHEN")
+        ->check([](const std::string& text) {
+            return recording::parseRotation(text)
+                       ? std::string()
+                       : "'" + text + "' is not a time such as 1d, 12h or 30m, or a size such as 100M or 1G";
+        });
+    addOption(*record, "--keep", options.keep, "of the files put aside keep the last N (all)", "N")
+        ->check(CLI::Range(1, 1000000));
     CLI::App* top = addCommand(app, options, "top", Command::top, "Full screen: sort, filter, history");
     addIdsAndGroups(*top, words, "[INTERVAL] [ID]...");
     addSeries(*top, options, words);
+    addPlayback(*top, options, words, "the recording's seconds in each second (1)");
     top->add_flag("--raw", options.raw, "numbers as the Gateway sends them");
 
     CLI::App* plot = addCommand(app, options, "plot", Command::plot, "Draw values over time");
@@ -228,6 +263,7 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
         ->option_text("SECONDS")
         ->check(secondsFrom(SHORTEST_INTERVAL))
         ->take_last();
+    addFromAt(*check, options, words);
     CLI::App* map = addCommand(app, options, "map", Command::map, "Propose a file for --map from live samples");
     map->add_option("--observe", options.observe, "how long to take samples (10)")
         ->option_text("SECONDS")

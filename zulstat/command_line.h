@@ -33,6 +33,7 @@ struct Words {
     bool intervalGiven = false;
     std::string at;
     std::string to;
+    std::string rotation;
     std::string map;
     std::string module;
 };

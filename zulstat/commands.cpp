@@ -15,6 +15,7 @@
 #include "monitor/codes.h"
 #include "options.h"
 #include "output.h"
+#include "playback.h"
 #include "report.h"
 #include "text.h"
 #include "waiting.h"
@@ -64,9 +65,53 @@ int report(const std::deque<Asking>& all, const Options& options) {
     return std::max(exitCode, reportSamples(results));
 }
 
+// Samples of a recording.
+int showRecorded(const Options& given) {
+    Playback playback(given, std::nullopt);
+    const Options& options = playback.options();
+    std::vector<Sample> samples = playback.samples();
+    for (Sample& sample : samples) {
+        keepAsked(sample, options);
+        filter(sample, options.globs);
+    }
+    if (!samples.empty()) {
+        print(formatSamples(options.format.value_or(Format::table), samples, options.layout()));
+    }
+    std::vector<Result> results;
+    int exitCode = samples.empty() ? exitPartly : exitOk;
+    for (const Sample& sample : samples) {
+        const Subject subject = options.subject(sample.target);
+        const std::string whose = subject.several ? escapeForTerminal(targetText(sample.target)) + ": " : "";
+        note(subject, fmt::format("{}the sample of {}", whose, isoTime(sample.wallTime)));
+        for (const std::string& id : options.ids) {
+            const bool there = std::any_of(sample.items.begin(), sample.items.end(),
+                                           [&](const Item& item) { return item.id == id; }) ||
+                               std::any_of(sample.elements.begin(), sample.elements.end(),
+                                           [&](const Element& element) { return element.text == id; });
+            if (!there) {
+                note(subject, fmt::format("{}it has no statistic {}", whose, escapeForTerminal(id)));
+                exitCode = exitPartly;
+            }
+        }
+        results.push_back({subject, &sample});
+    }
+    for (const recording::Entry& last : playback.states()) {
+        if (last.gap) {
+            const Subject subject = options.subject(last.sample.target);
+            note(subject, fmt::format("no sample of {} from {} on{}{}",
+                                      escapeForTerminal(targetText(last.sample.target)), isoTime(last.sample.wallTime),
+                                      last.reason.empty() ? "" : ": ", escapeForTerminal(last.reason)));
+        }
+    }
+    return results.empty() ? exitCode : std::max(exitCode, reportSamples(results));
+}
+
 }  // namespace
 
 int runQuery(const Options& options) {
+    if (!options.from.empty()) {
+        return showRecorded(options);
+    }
     const Clock::time_point deadline = Clock::now() + options.timeoutMs();
     std::deque<Asking> all;
     for (const Target& target : options.targets) {

@@ -37,6 +37,8 @@ int run(const Options& options) {
         return runQuery(options);
     case Command::watch:
         return runWatch(options);
+    case Command::record:
+        return runRecord(options);
     case Command::top:
         return runTop(options);
     case Command::plot:

@@ -117,7 +117,7 @@ void finishCheck(Options& options, const Words& words) {
     if (!options.expected.empty() && (twice || options.warning || options.critical)) {
         throw UsageError{"--expect is for states; -w, -c, --rate and --delta are for numbers"};
     }
-    if (twice && options.interval >= options.timeout) {
+    if (twice && options.from.empty() && options.interval >= options.timeout) {
         throw UsageError{fmt::format("two samples with {} s between do not fit into {} s: a longer time (-T) is needed",
                                      options.interval, options.timeout)};
     }
@@ -186,7 +186,8 @@ void expandSelections(Words& words, const Config& config, Options& options) {
     }
 }
 
-void finishRecordings(Options& options, const Words& words) {
+// What the commands that read recordings need.
+void finishRecordings(Options& options) {
     if (options.command == Command::diff) {
         if (!options.from.empty() == !options.files.empty() || options.files.size() == 1 || options.files.size() > 2) {
             throw UsageError{"diff takes two recordings, or one with --from"};
@@ -204,8 +205,39 @@ void finishRecordings(Options& options, const Words& words) {
             options.count = samplesForAPipe;
         }
     }
-    if (options.from.empty() && options.files.empty() && (!words.at.empty() || !words.to.empty())) {
-        throw UsageError{fmt::format("{} goes with --from", words.at.empty() ? "--to" : "--at")};
+}
+
+// What goes with a recording, and what does not.
+void finishFrom(Options& options, const Words& words, const CLI::App& app, const GivenWords& given) {
+    if (!words.at.empty()) {
+        options.at = recording::parseTime(words.at);
+    }
+    if (!words.to.empty()) {
+        options.to = recording::parseTime(words.to);
+    }
+    if (options.from.empty()) {
+        if (!options.files.empty()) {
+            return;
+        }
+        for (const auto& [name, isGiven] : {std::pair("--at", !words.at.empty()), std::pair("--to", !words.to.empty()),
+                                            std::pair("--speed", options.speed.has_value())}) {
+            if (isGiven) {
+                throw UsageError{fmt::format("{} goes with --from", name)};
+            }
+        }
+        return;
+    }
+    if (options.command == Command::diff && !options.to) {
+        return;  // with what a Gateway says now
+    }
+    for (const char* name : {"--host", "--port", "--timeout", "--trace", "--trace-file"}) {
+        if (given.global.contains(app.get_option(name))) {
+            throw UsageError{fmt::format("{} is about Gateways; --from reads a recording", name)};
+        }
+    }
+    if (!given.targets.empty() || words.noReconnect) {
+        throw UsageError{fmt::format("{} is about Gateways; --from reads a recording",
+                                     words.noReconnect ? "--no-reconnect" : "@" + given.targets.front())};
     }
 }
 
@@ -230,15 +262,22 @@ void finish(Options& options, Words& words, const Config& config) {
     if (command == Command::diff && options.format == Format::openmetrics) {
         throw UsageError{"diff has no -o openmetrics"};
     }
+    if (!words.rotation.empty()) {
+        options.rotation = *recording::parseRotation(words.rotation);
+    } else if (options.keep > 0) {
+        throw UsageError{"--keep goes with --rotate"};
+    }
     if (command == Command::watch || command == Command::top) {
         const std::vector<std::string> numbers = takeNumbers(words, command == Command::watch ? 2 : 1);
         if (!numbers.empty()) {
             setInterval(numbers[0], options, words.intervalGiven);
+            words.intervalGiven = true;
         }
         if (numbers.size() > 1) {
             setCount(numbers[1], options);
         }
     }
+    options.intervalGiven = words.intervalGiven;
     expandSelections(words, config, options);
     if (!(words.ids.empty() && options.globs.words.empty()) && !words.groups.empty()) {
         throw UsageError{"identifiers and -g exclude each other"};
@@ -262,13 +301,7 @@ void finish(Options& options, Words& words, const Config& config) {
     }
     options.warning = words.warning.empty() ? std::nullopt : parseRange(words.warning);
     options.critical = words.critical.empty() ? std::nullopt : parseRange(words.critical);
-    if (!words.at.empty()) {
-        options.at = recording::parseTime(words.at);
-    }
-    if (!words.to.empty()) {
-        options.to = recording::parseTime(words.to);
-    }
-    finishRecordings(options, words);
+    finishRecordings(options);
     if (command == Command::check) {
         finishCheck(options, words);
     }
@@ -463,7 +496,8 @@ Subject Options::subject(const Target& gateway) const {
     return {.target = gateway,
             .timeout = timeout,
             .several = several(),
-            .series = command == Command::watch || command == Command::top || command == Command::plot,
+            .series = command == Command::watch || command == Command::top || command == Command::plot ||
+                      command == Command::record,
             .ping = command == Command::ping,
             .filtered = !globs.empty(),
             .quiet = quiet,
@@ -502,6 +536,7 @@ Options parseOptions(int argc, const char* const* argv) {
             throw UsageError(*wrongConfig);
         }
         finishTargets(options, words, config, given, given.global.contains(app.get_option("--host")));
+        finishFrom(options, words, app, given);
         finish(options, words, config);
         if (options.command == Command::config || options.command == Command::complete) {
             options.inForce = inForce(app, options, config, given);

@@ -15,6 +15,7 @@
 #include "report.h"
 #include "monitor/sample.h"
 #include "recording/time.h"
+#include "recording/writer.h"
 #include "text.h"
 #include "usage_error.h"
 
@@ -28,6 +29,7 @@ enum class Command {
     ids,
     groups,
     watch,
+    record,
     top,
     plot,
     diff,
@@ -87,6 +89,12 @@ struct Options {
     std::string from;
     std::optional<recording::TimeWord> at;
     std::optional<recording::TimeWord> to;
+    std::optional<double> speed;  // of the recording's seconds in each second; nothing: without waits
+    bool intervalGiven = false;
+
+    std::string file;  // record
+    recording::Rotation rotation;
+    std::size_t keep = 0;
 
     std::vector<std::string> files;  // report, diff
     std::string outputFile;          // report

@@ -2,24 +2,23 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <ctime>
-#include <deque>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "charset.h"
 #include "commands.h"
-#include "interrupt.h"
-#include "monitor/follower.h"
+#include "feed.h"
 #include "options.h"
 #include "output.h"
 #include "recorded.h"
 #include "report.h"
+#include "series.h"
 #include "terminal.h"
 #include "terminal_plot.h"
-#include "text.h"
 #include "timeline.h"
-#include "waiting.h"
 
 namespace zulstat {
 
@@ -27,6 +26,7 @@ using namespace monitor;
 
 namespace {
 
+constexpr std::string_view NOTHING_MATCHES = "nothing matches what is asked for";
 constexpr std::size_t LEAST_ROWS = 8;  // of a plot of several on a terminal
 
 std::vector<std::string> plots(const Timelines& lines, const PlotSize& size) {
@@ -82,7 +82,7 @@ int plotRecording(const Options& options) {
     Timelines lines(options.derived, options.mapper);
     readTimelines({options.from}, options, lines);
     if (lines.rows().empty()) {
-        complain(lines.gateways().empty() ? "there is no sample in that time" : "nothing matches what is asked for");
+        complain(lines.gateways().empty() ? "there is no sample in that time" : NOTHING_MATCHES);
         return exitPartly;
     }
     printAll(lines);
@@ -90,70 +90,51 @@ int plotRecording(const Options& options) {
 }
 
 // Samples as they come, drawn again and again on a terminal.
-class LivePlot {
+class LivePlot : public Series {
 public:
-    explicit LivePlot(const Options& given)
-        : options(given), query(given.query()), lines(given.derived, given.mapper), redraws(canRedraw()) {
-        for (const Target& target : options.targets) {
-            all.emplace_back(options, target);
-        }
+    LivePlot(const Options& given, std::vector<std::unique_ptr<Feed>> feeds)
+        : Series(given, std::move(feeds)), lines(given.derived, given.mapper), redraws(canRedraw()) {
     }
 
-    int run() {
-        for (;;) {
-            for (Followed& one : all) {
-                step(one);
-            }
-            const bool over = std::all_of(all.begin(), all.end(), [](const Followed& one) { return one.ended; });
-            if (over || interrupted()) {
-                return end();
-            }
-            wait();
+    int plot() {
+        const int exitCode = run();
+        if (!redraws && !lines.rows().empty()) {
+            printAll(lines);
         }
+        if (exitCode == exitOk && lines.rows().empty() && !lines.gateways().empty()) {
+            complain(NOTHING_MATCHES);
+            return exitPartly;
+        }
+        return exitCode;
     }
 
 private:
-    struct Followed {
-        Followed(const Options& options, const Target& target)
-            : subject(options.subject(target)), follower(options.follower(target)) {
+    void take(std::size_t index, FeedEvent& event) override {
+        Member& one = all[index];
+        if (failedElements(event.sample) > 0 && one.exitCode == exitOk) {
+            one.exitCode = reportSample(event.sample, one.subject);
         }
-        const Subject subject;
-        Follower follower;
-        int exitCode = exitOk;
-        bool ended = false;
-    };
+        choose(event.sample, options);
+        lines.take(std::move(event.sample));
+        if (redraws) {
+            draw();
+        }
+    }
 
-    void step(Followed& one) {
-        while (std::optional<Event> event = one.follower.step(Clock::now())) {
-            switch (event->kind) {
-            case Event::Kind::sample:
-                if (failedElements(event->sample) > 0 && one.exitCode == exitOk) {
-                    one.exitCode = reportSample(event->sample, one.subject);
-                }
-                choose(event->sample, options);
-                lines.take(std::move(event->sample));
-                draw();
-                break;
-            case Event::Kind::gap:
-                if (event->firstGap) {
-                    complain(failureText(*event->failure, one.subject) + "; trying again");
-                }
-                lines.gap(one.subject.target, static_cast<double>(std::time(nullptr)), {});
-                break;
-            case Event::Kind::end:
-                one.ended = true;
-                if (event->failure) {
-                    one.exitCode = reportFailure(*event->failure, query, one.subject);
-                }
-                break;
-            }
+    void lose(std::size_t index, const FeedEvent& event) override {
+        if (event.firstGap) {
+            complain(event.text + "; trying again");
+        }
+        lines.gap(all[index].subject.target, event.wallTime, event.text);
+    }
+
+    void end(std::size_t index, const FeedEvent& event) override {
+        if (event.failure) {
+            reportFailure(*event.failure, options.query(), all[index].subject);
         }
     }
 
     void draw() {
-        if (!redraws) {
-            return;
-        }
         const TerminalSize terminal = terminalSize();
         // What the terminal showed before moves up into its history.
         std::string frame = drawn ? "\x1b[H" : std::string(terminal.rows, '\n') + "\x1b[H";
@@ -166,37 +147,9 @@ private:
         print(inUsersCharacters(frame + "\x1b[J"));
     }
 
-    void wait() const {
-        Clock::time_point wake = Clock::time_point::max();
-        std::vector<int> descriptors;
-        for (const Followed& one : all) {
-            wake = std::min(wake, one.follower.nextWake());
-            descriptors.push_back(one.follower.descriptor());
-        }
-        waitForAny(descriptors, wake);
-    }
-
-    int end() const {
-        if (!redraws && !lines.rows().empty()) {
-            printAll(lines);
-        }
-        int exitCode = exitOk;
-        for (const Followed& one : all) {
-            exitCode = std::max(exitCode, one.exitCode);
-        }
-        if (exitCode == exitOk && lines.rows().empty() && !lines.gateways().empty()) {
-            complain("nothing matches what is asked for");
-            return exitPartly;
-        }
-        return exitCode;
-    }
-
-    const Options& options;
-    const Query query;
     Timelines lines;
     const bool redraws;
     bool drawn = false;
-    std::deque<Followed> all;
 };
 
 }  // namespace
@@ -206,7 +159,7 @@ int runPlot(const Options& options) {
         return plotRecording(options);
     }
     options.refuseTraceOnScreen();
-    return LivePlot(options).run();
+    return LivePlot(options, gatewayFeeds(options)).plot();
 }
 
 }  // namespace zulstat

@@ -8,6 +8,7 @@
 
 #include "interrupt.h"
 #include "output.h"
+#include "playback.h"
 #include "recording/reader.h"
 #include "recording/time.h"
 #include "report.h"
@@ -77,25 +78,13 @@ PageFile readFile(const std::string& file, const Options& options, Timelines& li
 }  // namespace
 
 void choose(Sample& sample, const Options& options) {
-    if (!options.groups.empty()) {
-        std::vector<Item> items;
-        std::vector<Element> elements;
-        for (Element& element : sample.elements) {
-            if (std::find(options.groups.begin(), options.groups.end(), element.text) != options.groups.end()) {
-                const std::span<const Item> own = sample.itemsOf(element);
-                element.firstItem = items.size();
-                items.insert(items.end(), own.begin(), own.end());
-                elements.push_back(element);
-            }
-        }
-        sample.items = std::move(items);
-        sample.elements = std::move(elements);
-    }
-    if (!options.ids.empty()) {
+    if (std::any_of(options.ids.begin(), options.ids.end(), isGlob)) {
         keepItems(sample, [&](const Item& item) {
             return std::any_of(options.ids.begin(), options.ids.end(),
                                [&](const std::string& word) { return meansId(word, item.id); });
         });
+    } else {
+        keepAsked(sample, options);
     }
     filter(sample, options.globs);
 }

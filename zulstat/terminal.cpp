@@ -78,4 +78,12 @@ std::string clockTime(double wallTime) {
     return fmt::format("{:02}:{:02}:{:02}", fields.tm_hour, fields.tm_min, fields.tm_sec);
 }
 
+std::string dateAndTime(double wallTime) {
+    const std::time_t whole = static_cast<std::time_t>(wallTime);
+    std::tm fields{};
+    localtime_r(&whole, &fields);
+    return fmt::format("{:04}-{:02}-{:02} ", fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday) +
+           clockTime(wallTime);
+}
+
 }  // namespace zulstat

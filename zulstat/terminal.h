@@ -28,5 +28,7 @@ std::vector<std::string> wrapToWidth(std::string_view text, std::size_t columns)
 
 // 13:05:01, in the user's time zone.
 std::string clockTime(double wallTime);
+// 2026-11-21 13:05:01, likewise.
+std::string dateAndTime(double wallTime);
 
 }  // namespace zulstat

@@ -14,9 +14,10 @@
 
 #include "charset.h"
 #include "commands.h"
+#include "feed.h"
 #include "interrupt.h"
-#include "monitor/follower.h"
 #include "options.h"
+#include "playback.h"
 #include "report.h"
 #include "screen.h"
 #include "text.h"
@@ -28,35 +29,36 @@ using namespace monitor;
 
 namespace {
 
-double seconds(Clock::time_point time) {
-    return std::chrono::duration<double>(time.time_since_epoch()).count();
-}
-
 // What the screen shows one Gateway each of.
 struct Followed {
-    Followed(const Options& options, const Target& target)
-        : subject(options.subject(target)), follower(options.follower(target)) {
+    Followed(const Options& options, const Target& target, std::unique_ptr<Feed> series)
+        : subject(options.subject(target)), feed(std::move(series)) {
     }
 
     const Subject subject;
-    Follower follower;
+    std::unique_ptr<Feed> feed;
     std::optional<Failure> end;
     bool ended = false;
 };
 
 class Top {
 public:
-    explicit Top(const Options& given)
+    // `recording` where the feeds are of one.
+    Top(const Options& given, std::vector<std::unique_ptr<Feed>> feeds, Playback* recording)
         : options(given),
           query(given.query()),
-          view({.raw = given.raw, .named = !given.ids.empty(), .unicode = userHasUtf8(), .interval = given.interval}),
+          playback(recording),
+          view({.raw = given.raw,
+                .named = !given.ids.empty(),
+                .unicode = userHasUtf8(),
+                .interval = given.interval,
+                .speed = recording != nullptr ? std::optional(recording->pace()) : std::nullopt}),
           screen(std::make_unique<Screen>(given.color)) {
-        for (const Target& target : given.targets) {
-            followed.emplace_back(given, target);
+        for (std::size_t index = 0; index < given.targets.size(); ++index) {
+            followed.emplace_back(given, given.targets[index], std::move(feeds[index]));
             TopGateway gateway;
-            gateway.target = escapeForTerminal(targetText(target));
-            // Each has its own: a map remembers the texts of one Gateway.
-            gateway.tracks = Tracks(given.derived, given.mapper ? std::make_shared<Mapper>(*given.mapper) : nullptr);
+            gateway.target = escapeForTerminal(targetText(given.targets[index]));
+            gateway.tracks = newTracks();
             gateways.push_back(std::move(gateway));
         }
     }
@@ -76,7 +78,9 @@ public:
                 changed = true;
             }
             if (changed) {
-                screen->show(view.draw(screen->rows(), screen->columns(), gateways, seconds(Clock::now()), wallTime));
+                view.atEnd = playback != nullptr && playback->atEnd();
+                const double now = playback != nullptr ? clock : clockSeconds(CLOCK_MONOTONIC);
+                screen->show(view.draw(screen->rows(), screen->columns(), gateways, now, wallTime));
                 nextSecond = Clock::now() + std::chrono::seconds(1);
             }
             wait();
@@ -90,6 +94,11 @@ public:
     }
 
 private:
+    // Each has its own: a map remembers the texts of one Gateway.
+    Tracks newTracks() const {
+        return Tracks(options.derived, options.mapper ? std::make_shared<Mapper>(*options.mapper) : nullptr);
+    }
+
     bool allEnded() const {
         return std::all_of(followed.begin(), followed.end(), [](const Followed& one) { return one.ended; });
     }
@@ -99,27 +108,31 @@ private:
         bool any = false;
         TopGateway& gateway = gateways[index];
         Followed& one = followed[index];
-        while (std::optional<Event> event = one.follower.step(Clock::now())) {
+        while (std::optional<FeedEvent> event = one.feed->step(Clock::now())) {
             any = true;
             switch (event->kind) {
             case Event::Kind::sample:
                 filter(event->sample, options.globs);
+                event->sample.monotonicTime = event->clock;
                 gateway.tracks.take(event->sample);
                 gateway.protocol = escapeForTerminal(event->sample.protocol);
                 gateway.sampled = true;
                 gateway.lost.clear();
-                wallTime = event->sample.wallTime;
+                wallTime = event->wallTime;
+                clock = event->clock;
                 break;
             case Event::Kind::gap:
                 if (event->firstGap) {
                     gateway.tracks.gap();
                 }
-                gateway.lost = failureText(*event->failure, one.subject);
+                gateway.lost = event->text;
+                wallTime = playback != nullptr ? event->wallTime : wallTime;
+                clock = event->clock;
                 break;
             case Event::Kind::end:
                 one.ended = true;
                 one.end = std::move(event->failure);
-                gateway.lost = one.end ? failureText(*one.end, one.subject) : gateway.lost;
+                gateway.lost = one.end ? event->text : gateway.lost;
                 break;
             }
         }
@@ -132,8 +145,8 @@ private:
         Clock::time_point wake = nextSecond;
         std::vector<pollfd> watched = {{STDIN_FILENO, POLLIN, 0}, {interruptDescriptor(), POLLIN, 0}};
         for (const Followed& one : followed) {
-            wake = std::min(wake, one.follower.nextWake());
-            watched.push_back({one.follower.descriptor(), POLLIN, 0});
+            wake = std::min(wake, one.feed->nextWake());
+            watched.push_back({one.feed->descriptor(), POLLIN, 0});
         }
         const int ready = poll(watched.data(), watched.size(), pollTime(wake, now));
         hungUp = ready > 0 && (watched[0].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
@@ -141,12 +154,33 @@ private:
 
     void press(int key) {
         const double interval = view.interval;
+        const std::optional<double> speed = view.speed;
+        const bool paused = view.paused;
         view.press(key, gateways);
         for (Followed& one : followed) {
             if (view.interval != interval) {
-                one.follower.setInterval(Milliseconds(static_cast<long>(view.interval * 1000)), Clock::now());
+                one.feed->setInterval(Milliseconds(static_cast<long>(view.interval * 1000)), Clock::now());
             }
-            one.follower.pause(view.paused);
+            one.feed->pause(view.paused);
+        }
+        if (playback == nullptr) {
+            return;
+        }
+        if (view.speed != speed) {
+            playback->setPace(*view.speed);
+        }
+        if (view.paused != paused) {
+            playback->pause(view.paused);
+        }
+        if (std::exchange(view.stepped, false)) {
+            playback->stepOnce();
+        }
+        if (const double moved = std::exchange(view.moved, 0); moved != 0) {
+            playback->move(moved);
+            for (TopGateway& gateway : gateways) {
+                gateway.tracks = newTracks();
+                gateway.lost.clear();
+            }
         }
     }
 
@@ -154,29 +188,27 @@ private:
     std::string state(std::size_t index) const {
         const TopGateway& gateway = gateways[index];
         const Followed& one = followed[index];
-        const double waited = std::chrono::duration<double>(Clock::now() - one.follower.began()).count();
         if (!gateway.lost.empty()) {
-            const double left = std::chrono::duration<double>(one.follower.nextAttempt() - Clock::now()).count();
-            return one.ended     ? gateway.lost
-                   : view.paused ? "no connection, last values: " + gateway.lost
-                   : one.follower.busy()
-                       ? "trying again: " + gateway.lost
-                       : fmt::format("next attempt in {:.0f} s: {}", std::max(left, 0.0), gateway.lost);
+            if (one.ended) {
+                return gateway.lost;
+            }
+            const std::string hope = playback != nullptr ? "no sample"
+                                     : view.paused       ? "no connection, last values"
+                                                         : one.feed->hope(Clock::now());
+            return hope + ": " + gateway.lost;
         }
-        if (one.follower.busy() && (waited >= 1 || !gateway.sampled)) {
-            return fmt::format("waiting {:.0f} s: {}", waited,
-                               escapeForTerminal(describeWait(one.follower.phase(), query)));
-        }
-        return {};
+        return one.feed->waiting(Clock::now(), gateway.sampled ? 1 : 0);
     }
 
     const Options& options;
     const Query query;
+    Playback* const playback;
     std::deque<Followed> followed;
     std::vector<TopGateway> gateways;
     TopView view;
     std::unique_ptr<Screen> screen;
     double wallTime = 0;           // of the last sample
+    double clock = 0;              // of a recording's last sample or gap
     Clock::time_point nextSecond;  // when the screen is drawn again although nothing came: it has times that pass
     bool hungUp = false;
 };
@@ -185,7 +217,12 @@ private:
 
 int runTop(const Options& options) {
     options.refuseTraceOnScreen();
-    return Top(options).run();
+    if (!options.from.empty()) {
+        Playback playback(options, options.speed.value_or(1));
+        playback.stay();
+        return Top(playback.options(), playback.feeds(), &playback).run();
+    }
+    return Top(options, gatewayFeeds(options), nullptr).run();
 }
 
 }  // namespace zulstat

@@ -17,14 +17,24 @@ namespace {
 
 constexpr std::array<double, 10> INTERVALS = {0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 30, 60};
 // After so long what never changed is folded away.
+constexpr std::array<double, 13> SPEEDS = {0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 50, 100, 200, 500, 1000};
+constexpr double SHORT_MOVE = 10;
+constexpr double LONG_MOVE = 300;
 constexpr double SECONDS_TO_WARM_UP = 10;
 constexpr long SAMPLES_TO_WARM_UP = 5;
 constexpr std::size_t LEAST_ROWS_BESIDE_PANE = 8;
 
+// The next larger or smaller one, where there is one.
+template <typename Steps>
+double nextStep(double value, const Steps& steps, bool up) {
+    return up ? std::max(value, *std::upper_bound(steps.begin(), steps.end() - 1, value))
+              : std::min(value, *std::upper_bound(steps.rbegin(), steps.rend() - 1, value, std::greater()));
+}
+
 }  // namespace
 
 std::span<const TopKey> TopView::keys() {
-    static const std::array<TopKey, 15> table = {{
+    static const std::array<TopKey, 18> table = {{
         {"q", "leave", "q leave", {'q', 'Q'}, &TopView::leave},
         {"h, ?", "this help; any key leaves it", "h help", {'h', '?'}, &TopView::showHelp},
         {"arrows, Page",
@@ -45,14 +55,17 @@ std::span<const TopKey> TopView::keys() {
         {"/", "filter by a part of the identifier or a glob", "/ filter", {'/'}, &TopView::filter},
         {"Esc", "clear the filter", "", {ESCAPE_KEY}, &TopView::clearFilter},
         {"p, space", "pause and go on", "p pause", {'p', ' '}, &TopView::pause},
-        {"+ -", "longer and shorter interval", "", {'+', '=', '-'}, &TopView::pace},
+        {"+ -", "longer and shorter interval; a recording: faster, slower", "", {'+', '=', '-'}, &TopView::pace},
         {"e", "numbers as the Gateway sends them, or shortened", "", {'e'}, &TopView::exact},
         {"t", "the next Gateway, all of them, all side by side", "", {'t'}, &TopView::nextGateway},
+        {"n", "a recording: the next sample, and pause", "n next", {'n'}, &TopView::step, true},
+        {", .", "a recording: 10 seconds back and forth", "", {',', '.'}, &TopView::seek, true},
+        {"< >", "a recording: 5 minutes back and forth", "", {'<', '>'}, &TopView::seek, true},
     }};
     return table;
 }
 
-TopView::TopView(TopSettings given) : interval(given.interval), settings(std::move(given)) {
+TopView::TopView(TopSettings given) : interval(given.interval), speed(given.speed), settings(std::move(given)) {
     table.raw = settings.raw;
     table.unicode = settings.unicode;
 }
@@ -182,10 +195,22 @@ void TopView::pause(int, Gateways) {
 }
 
 void TopView::pace(int key, Gateways) {
-    interval =
-        key == '-'
-            ? std::min(interval, *std::upper_bound(INTERVALS.rbegin(), INTERVALS.rend() - 1, interval, std::greater()))
-            : std::max(interval, *std::upper_bound(INTERVALS.begin(), INTERVALS.end() - 1, interval));
+    if (speed) {
+        speed = nextStep(*speed, SPEEDS, key != '-');
+    } else {
+        interval = nextStep(interval, INTERVALS, key != '-');
+    }
+}
+
+void TopView::step(int, Gateways) {
+    stepped = speed.has_value();
+    paused = paused || stepped;
+}
+
+void TopView::seek(int key, Gateways) {
+    if (speed) {
+        moved += key == ',' ? -SHORT_MOVE : key == '.' ? SHORT_MOVE : key == '<' ? -LONG_MOVE : LONG_MOVE;
+    }
 }
 
 void TopView::exact(int, Gateways) {
@@ -310,6 +335,10 @@ Frame TopView::draw(std::size_t rows, std::size_t columns, Gateways gateways, do
     return frame;
 }
 
+std::string TopView::pacing() const {
+    return speed ? fmt::format("recorded, x{}", *speed) : fmt::format("every {} s", interval);
+}
+
 // Returns the row below.
 std::size_t TopView::drawTitle(Frame& frame, Gateways gateways, double wallTime) const {
     const bool one = gateways.size() == 1 || order.together == Together::one;
@@ -322,13 +351,14 @@ std::size_t TopView::drawTitle(Frame& frame, Gateways gateways, double wallTime)
         title += "  protocol " + gateway.protocol;
     }
     if (wallTime > 0) {
-        title += "  " + clockTime(wallTime);
+        title += "  " + (speed ? dateAndTime(wallTime) : clockTime(wallTime));
     }
-    title += fmt::format("  every {} s", interval);
+    title += "  " + pacing();
     frame.put(0, 0, title, Style::bold);
     std::size_t row = 1;
-    if (paused) {
-        frame.put(0, columnWidth(title) + 2, "paused", Style::notice);
+    const std::string_view halt = atEnd ? "the end" : paused ? "paused" : "";
+    if (!halt.empty()) {
+        frame.put(0, columnWidth(title) + 2, std::string(halt), Style::notice);
     }
     for (const TopGateway& each : gateways) {
         if (each.state.empty() || (one && &each != &gateway)) {
@@ -353,7 +383,9 @@ void TopView::drawHelp(Frame& frame, std::size_t row) const {
         frame.put(row++, left, std::string(text));
     };
     for (const TopKey& key : keys()) {
-        add(key.keys, key.help);
+        if (speed || !key.ofRecordings) {
+            add(key.keys, key.help);
+        }
     }
     for (const TopColumn& column : topColumns()) {
         add(column.title, column.help);
@@ -374,7 +406,7 @@ void TopView::drawFooter(Frame& frame, std::size_t shown, std::size_t room) cons
         text += fmt::format("{}-{} of {}  ", first + 1, std::min(first + room, shown), shown);
     }
     for (const TopKey& key : keys()) {
-        if (!key.hint.empty() && columnWidth(text) + key.hint.size() <= frame.columns) {
+        if (!key.hint.empty() && (speed || !key.ofRecordings) && columnWidth(text) + key.hint.size() <= frame.columns) {
             text += std::string(key.hint) + "  ";
         }
     }

@@ -31,6 +31,7 @@ struct TopSettings {
     bool named = false;  // whether statistics were asked for by name: then none is folded away
     bool unicode = true;
     double interval = 1;
+    std::optional<double> speed = {};  // of a recording, its seconds in each second
 };
 
 class TopView;
@@ -42,6 +43,7 @@ struct TopKey {
     std::string_view hint;     // in the last row of the screen; empty for none
     std::array<int, 6> codes;  // of screen.h; 0 for none
     void (TopView::*action)(int key, std::span<const TopGateway> gateways);
+    bool ofRecordings = false;  // does nothing else, so that the help of others leaves it out
 };
 
 class TopView {
@@ -58,6 +60,11 @@ public:
     bool leaving = false;
     bool paused = false;
     double interval;
+    std::optional<double> speed;  // of a recording
+    double moved = 0;             // seconds, to another place of the recording
+    bool stepped = false;         // one sample further
+    // What the caller knows of a recording.
+    bool atEnd = false;
 
 private:
     struct Cursor {
@@ -82,12 +89,15 @@ private:
     void pace(int key, Gateways);
     void exact(int, Gateways);
     void nextGateway(int, Gateways gateways);
+    void step(int, Gateways);
+    void seek(int key, Gateways);
 
     void type(int key);
     bool constantsShown(Gateways gateways) const;
     std::vector<TopLine> lines(Gateways gateways);
     void setFolded(const std::string& group, bool folded);
     void follow(std::span<const TopLine> shown);
+    std::string pacing() const;
     std::size_t drawTitle(Frame& frame, Gateways gateways, double wallTime) const;
     void drawHelp(Frame& frame, std::size_t row) const;
     void drawFooter(Frame& frame, std::size_t shown, std::size_t room) const;

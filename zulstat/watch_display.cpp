@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <ctime>
+#include <chrono>
 #include <map>
 #include <string>
 #include <vector>
@@ -12,10 +12,10 @@
 #include "charset.h"
 #include "format.h"
 #include "monitor/changes.h"
-#include "monitor/codes.h"
 #include "options.h"
 #include "output.h"
 #include "rate.h"
+#include "recording/sample_json.h"
 #include "report.h"
 #include "terminal.h"
 #include "text.h"
@@ -28,12 +28,6 @@ namespace {
 
 constexpr std::size_t WIDEST_ID = 60;
 constexpr std::size_t LEAST_VALUE = 10;  // columns
-
-double clockSeconds(clockid_t clock) {
-    timespec now{};
-    clock_gettime(clock, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 struct Line {
     std::string id;
@@ -119,12 +113,12 @@ public:
             draw();
         }
     }
-    void gap(std::size_t gateway, const Failure& failure, bool, std::chrono::milliseconds retryIn) override {
-        lose(gateway, fmt::format("next attempt in {:.2g} s: ", std::chrono::duration<double>(retryIn).count()),
-             failure);
+    void gap(std::size_t gateway, const FeedEvent& event) override {
+        const double left = std::chrono::duration<double>(event.retryIn).count();
+        lose(gateway, (event.failure ? fmt::format("next attempt in {:.2g} s: ", left) : "") + event.text);
     }
-    void end(std::size_t gateway, const Failure& failure) override {
-        lose(gateway, "", failure);
+    void end(std::size_t gateway, const FeedEvent& event) override {
+        lose(gateway, event.text);
     }
     bool showsState() const override {
         return isatty(STDERR_FILENO) == 1;
@@ -141,9 +135,9 @@ private:
         bool lost = false;
     };
 
-    void lose(std::size_t gateway, const std::string& before, const Failure& failure) {
+    void lose(std::size_t gateway, const std::string& state) {
         Gateway& one = gateways[gateway];
-        one.state = before + failureText(failure, options.subject(options.targets[gateway]));
+        one.state = state;
         one.lost = true;
         draw();
     }
@@ -239,10 +233,9 @@ public:
         rowsSinceHeader += static_cast<long>(lines.size());
         print(inUsersCharacters(text));
     }
-    void gap(std::size_t gateway, const Failure&, bool first, std::chrono::milliseconds) override {
-        if (first) {
-            print(inUsersCharacters(isoTime(clockSeconds(CLOCK_REALTIME)) + "  " + targets.cells[gateway] +
-                                    "-- no connection --\n"));
+    void gap(std::size_t gateway, const FeedEvent& event) override {
+        if (event.firstGap) {
+            print(inUsersCharacters(isoTime(event.wallTime) + "  " + targets.cells[gateway] + "-- no connection --\n"));
         }
     }
 
@@ -267,10 +260,9 @@ public:
         }
         print(text);
     }
-    void gap(std::size_t gateway, const Failure& failure, bool first, std::chrono::milliseconds) override {
-        if (first) {
-            print(row(gateway, isoTime(clockSeconds(CLOCK_REALTIME)),
-                      {"", "", "", failure.rc < 0 ? failure.rc : RC_CONNECTION_LOST}));
+    void gap(std::size_t gateway, const FeedEvent& event) override {
+        if (event.firstGap) {
+            print(row(gateway, isoTime(event.wallTime), {"", "", "", event.rc}));
         }
     }
 
@@ -312,9 +304,9 @@ public:
         const std::string time = isoTime(sample.wallTime);
         print(csv ? csvLine(time, gateway, cells) : tableLine(time, gateway, cells));
     }
-    void gap(std::size_t gateway, const Failure&, bool first, std::chrono::milliseconds) override {
-        if (first) {
-            const std::string time = isoTime(clockSeconds(CLOCK_REALTIME));
+    void gap(std::size_t gateway, const FeedEvent& event) override {
+        if (event.firstGap) {
+            const std::string time = isoTime(event.wallTime);
             print(csv ? csvLine(time, gateway, std::vector<std::string>(ids.size()))
                       : inUsersCharacters(time + "  " + targets.cells[gateway] + "-- no connection --\n"));
         }
@@ -379,15 +371,14 @@ public:
         print(formatSample(format, sample, layout));
         layout.header = false;
     }
-    void gap(std::size_t gateway, const Failure& failure, bool first, std::chrono::milliseconds) override {
-        if (first) {
-            Sample sample;
-            sample.target = options.targets[gateway];
+    void gap(std::size_t gateway, const FeedEvent& event) override {
+        if (event.firstGap) {
+            Sample sample =
+                recording::gapSample(options.targets[gateway], event.wallTime, event.monotonicTime, event.rc);
             sample.query = options.query();
-            sample.wallTime = clockSeconds(CLOCK_REALTIME);
-            sample.monotonicTime = clockSeconds(CLOCK_MONOTONIC);
-            sample.addElement("", failure.rc < 0 ? failure.rc : RC_CONNECTION_LOST);
+            layout.gap = event.failure ? "" : event.reason;
             show(gateway, sample);
+            layout.gap.clear();
         }
     }
 

@@ -1,13 +1,12 @@
 // How watch shows its samples.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "monitor/failure.h"
+#include "feed.h"
 #include "monitor/sample.h"
 
 namespace zulstat {
@@ -23,13 +22,12 @@ public:
 
     // `gateway` is the place among the targets of the options.
     virtual void show(std::size_t gateway, const monitor::Sample& sample) = 0;
-    // No sample could be had. Called after each attempt, `first` for the one that ended a series.
-    virtual void gap(std::size_t gateway, const monitor::Failure& failure, bool first,
-                     std::chrono::milliseconds retryIn) = 0;
+    // No sample could be had. Called after each attempt; a first gap is the one that ended a series.
+    virtual void gap(std::size_t gateway, const FeedEvent& event) = 0;
     // There will be no more of this Gateway, while others go on. Called where showsState().
-    virtual void end(std::size_t gateway, const monitor::Failure& failure) {
+    virtual void end(std::size_t gateway, const FeedEvent& event) {
         static_cast<void>(gateway);
-        static_cast<void>(failure);
+        static_cast<void>(event);
     }
     // Called a few times a second in between. `waiting` says what the answers wait for, once that takes long.
     virtual void refresh(const std::vector<std::string>& waiting) {

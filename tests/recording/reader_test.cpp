@@ -193,8 +193,10 @@ TEST_F(Files, areSoughtByTime) {
     ASSERT_EQ(moment.size(), 2U);
     EXPECT_EQ(moment[0].contentSize, 1300U);
     EXPECT_EQ(moment[1].contentSize, 1301U);
-    EXPECT_EQ(reader.moment(START + 200).size(), 1U);
+    EXPECT_EQ(reader.moment(START + 199.5).size(), 1U);
     EXPECT_TRUE(reader.moment(START - 1).empty());
+    EXPECT_TRUE(reader.lastEntries(START + 199.5).at(0).sample.contentSize == 1199);
+    EXPECT_FALSE(reader.lastEntries(START + 201).at(0).gap);
     const Span span = reader.span();
     EXPECT_EQ(span.first, START);
     EXPECT_EQ(span.last, START + 202);

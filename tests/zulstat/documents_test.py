@@ -19,9 +19,9 @@ ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_
     'LC_ALL': 'C.UTF-8', 'XDG_CONFIG_HOME': '/nosuch', 'PATH': f'{ZULSTAT.parent}:{os.environ["PATH"]}'}
 
 
-def output(*command, **environment):
+def output(*command, cwd=None, **environment):
     return subprocess.run(command, env=ENVIRONMENT | environment, text=True, timeout=30, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, check=False).stdout
+                          stderr=subprocess.STDOUT, check=False, cwd=cwd).stdout
 
 
 HELP = output(ZULSTAT, '--help')
@@ -121,11 +121,12 @@ class Documents(unittest.TestCase):
             blocks = ''.join(re.findall(r'^```\n(\$ .*?)^```$', page.read_text(), re.M | re.S))
             examples = re.findall(r'^\$ (.*)\n((?:(?!\$ ).*\n)*)', blocks, re.M)
             self.assertTrue(examples)
-            with subprocess.Popen([SIM, '--port', '0', '--speed', '0', *arguments], stdout=subprocess.PIPE, text=True) as sim:
+            with tempfile.TemporaryDirectory() as directory, subprocess.Popen(
+                    [SIM, '--port', '0', '--speed', '0', *arguments], stdout=subprocess.PIPE, text=True) as sim:
                 port = sim.stdout.readline().strip().rpartition(':')[2]
                 for command, shown in examples:
                     with self.subTest(page=page.name, command=command):
-                        printed = output('bash', '-c', command, ZULSTAT_PORT=port)
+                        printed = output('bash', '-c', command, cwd=directory, ZULSTAT_PORT=port)
                         self.assertEqual(steady(printed, port), steady(shown, '7531'))
                 sim.terminate()
 

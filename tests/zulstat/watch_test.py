@@ -204,14 +204,14 @@ class Watch(unittest.TestCase):
                     self.assertLess(time.monotonic(), deadline, 'the simulator goes on')
 
 
-class FullScreen(unittest.TestCase):
+class Dialogue(unittest.TestCase):
     def dialogue(self, port, *arguments, end, talk, **environment):
         """Types keys and waits for texts to appear; the process has to end with 0 and the terminal as it was."""
         master, slave = pty.openpty()
         self.addCleanup(lambda: (os.close(master), os.close(slave)))
         termios.tcsetwinsize(slave, (20, 90))
         modes = termios.tcgetattr(slave)
-        with started(ZULSTAT, '-p', port, *arguments, env=ENVIRONMENT | environment, stdin=slave, stdout=slave) as process:
+        with started(ZULSTAT, *(['-p', port] if port else []), *arguments, env=ENVIRONMENT | environment, stdin=slave, stdout=slave) as process:
             for keys, text in talk:
                 os.write(master, keys) if isinstance(keys, bytes) else keys()
                 shown, deadline = b'', time.monotonic() + 5
@@ -221,6 +221,8 @@ class FullScreen(unittest.TestCase):
             os.write(master, end) if isinstance(end, bytes) else process.send_signal(end)
             self.assertEqual((process.wait(2), termios.tcgetattr(slave)), (0, modes))
 
+
+class FullScreen(Dialogue):
     def test_top_and_watch(self):
         with contextlib.ExitStack() as stack:
             gateway = stack.enter_context(contextlib.ExitStack())
