@@ -50,6 +50,11 @@ void dropRepeated(std::vector<Tick>& ticks) {
 
 }  // namespace
 
+double Axis::place(double value) const {
+    // Halves, where the whole is more than a double holds.
+    return std::isfinite(high - low) ? (value - low) / (high - low) : (value / 2 - low / 2) / (high / 2 - low / 2);
+}
+
 Axis valueAxis(double smallest, double largest, Unit unit, std::size_t steps) {
     constexpr double wholeFromZero = 0.6;  // a smallest of this part of the largest does not need the zero
     Axis axis;

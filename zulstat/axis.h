@@ -20,9 +20,7 @@ struct Axis {
     std::vector<Tick> ticks;  // in ascending order; a label that the one before has already is empty
 
     // From 0 at the low end to 1 at the high one.
-    double place(double value) const {
-        return (value - low) / (high - low);
-    }
+    double place(double value) const;
 };
 
 // For numbers from the smallest to the largest, with about so many steps. It begins at 0 where that costs little of it.

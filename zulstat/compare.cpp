@@ -1,7 +1,10 @@
 #include "compare.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <map>
 #include <string_view>
 #include <tuple>
@@ -51,6 +54,11 @@ double secondsBetween(const Sample& former, const Sample& later) {
     return std::abs(wall - monotonic) < agreement ? monotonic : wall;
 }
 
+// Without the digits that decimals gain when they become doubles: 6.69 - 3.17 is 3.52.
+double rounded(double value) {
+    return value == std::floor(value) ? value : std::strtod(fmt::format("{:.12g}", value).c_str(), nullptr);
+}
+
 void compare(Comparison& one) {
     const bool sameQuery = one.former && one.later && one.former->query.what == one.later->query.what &&
                            one.former->query.ids == one.later->query.ids;
@@ -79,8 +87,9 @@ void compare(Comparison& one) {
             const std::optional<Number> from = failed ? std::nullopt : parseNumber(added.former);
             const std::optional<Number> to = parseNumber(added.value);
             if (from && to) {
-                added.difference = monitor::difference(*to, *from);
-                added.perSecond = one.seconds > 0 ? std::optional(*added.difference / one.seconds) : std::nullopt;
+                added.difference = rounded(monitor::difference(*to, *from));
+                added.perSecond =
+                    one.seconds > 0 ? std::optional(rounded(*added.difference / one.seconds)) : std::nullopt;
             }
         }
         former.erase(found);

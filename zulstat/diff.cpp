@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <deque>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -17,7 +18,6 @@
 #include "format.h"
 #include "options.h"
 #include "output.h"
-#include "rate.h"
 #include "recorded.h"
 #include "report.h"
 #include "text.h"
@@ -42,7 +42,7 @@ const Sample& present(const Comparison& one) {
 
 // "+12", "-0.25".
 std::string signedNumber(double value) {
-    return fmt::format("{:+}", value);
+    return value == std::floor(value) ? fmt::format("{:+.0f}", value) : fmt::format("{:+.9g}", value);
 }
 
 std::string rate(double perSecond) {

@@ -36,7 +36,7 @@ a:hover { text-decoration: underline; }
 .card dt { color: var(--soft); font-size: .8rem; }
 .card dd { margin: 0; font-variant-numeric: tabular-nums; }
 nav ul { display: flex; flex-wrap: wrap; gap: .25rem 1rem; margin: .5rem 0 0; padding: 0; list-style: none; }
-.legend { position: sticky; top: 0; z-index: 1; display: flex; flex-wrap: wrap; gap: .25rem 1.25rem; margin: 0 -1.25rem;
+.legend { position: sticky; top: 0; z-index: 1; display: flex; flex-wrap: wrap; gap: .25rem 1.25rem; margin: 1rem -1.25rem -1rem;
   padding: .5rem 1.25rem; background: var(--page); font-size: .875rem; }
 .key { display: inline-block; width: .8rem; height: .8rem; margin-right: .4rem; border-radius: .2rem; vertical-align: -.05rem; }
 .plots { display: grid; grid-template-columns: repeat(auto-fill, minmax(min(100%, 19.5rem), 1fr)); gap: .75rem; align-items: start; }
@@ -81,7 +81,7 @@ td { min-width: 4.5rem; font-variant-numeric: tabular-nums; }
 .key.s6 { background: var(--s6); } .key.s7 { background: var(--s7); }
 @media (max-width: 40rem) {
   body { padding: 1rem .75rem 2rem; }
-  .legend { margin: 0 -.75rem; padding: .5rem .75rem; }
+  .legend { margin: 1rem -.75rem -1rem; padding: .5rem .75rem; }
 }
 @media print {
   @page { margin: 12mm; }

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t LEAST_AREA = 8;  // columns and, a quarter of it, rows of a plot
 constexpr std::size_t ROWS_FOR_A_TICK = 4;
-constexpr std::size_t COLUMNS_FOR_A_TIME = 12;
+constexpr std::size_t COLUMNS_FOR_A_TIME = 10;
 
 // Dots of a plot, several in each character.
 class Canvas {

@@ -243,6 +243,7 @@ TEST(Axes, HaveRoundNumbersInTheUnit) {
         EXPECT_LE(axis.low, c.low);
         EXPECT_GE(axis.high, c.high);
         EXPECT_LT(axis.low, axis.high);
+        EXPECT_TRUE(axis.place(c.low) >= 0 && axis.place(c.high) <= 1);
     }
 }
 
