@@ -37,8 +37,8 @@ struct Event {
 };
 
 // Takes a sample at once and then at each tick of the interval. Where the first one cannot be had, that is the end;
-// later it tries again, with pauses that grow (Backoff), unless the failure cannot pass. Options say otherwise. After the last sample it
-// closes the connection; a Gateway that does not answer that is no failure.
+// later it tries again, with pauses that grow (Backoff), unless the failure cannot pass. Options say otherwise. After
+// the last sample it closes the connection; a Gateway that does not answer that is no failure.
 //
 // Nothing waits, and time is what the caller says. Use it from one thread, which must outlive it (collector.h).
 //

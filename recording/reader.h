@@ -77,8 +77,8 @@ private:
     // A place from which the file can be read, with what is known of what lies before it.
     struct Mark {
         std::uint64_t place = 0;
-        double latest = 0;                         // the latest time of an entry
-        double newest = 0;                         // the time of the last entry
+        double latest = 0;                          // the latest time of an entry
+        double newest = 0;                          // the time of the last entry
         std::vector<std::optional<Place>> last{};   // of each target its last sample
         std::vector<std::optional<Place>> entry{};  // and entry
     };

@@ -16,8 +16,8 @@ namespace zulstat {
 
 // What a series comes to. `failure` is a Gateway's alone.
 struct FeedEvent : monitor::Event {
-    std::string text{};          // gap, and end with a failure: why, shown as it is
-    std::string reason{};        // gap of a recording: the text there
+    std::string text{};        // gap, and end with a failure: why, shown as it is
+    std::string reason{};      // gap of a recording: the text there
     std::int32_t rc = 0;       // gap: the code that tells it
     double wallTime = 0;       // sample and gap
     double monotonicTime = 0;  // gap: as it is written

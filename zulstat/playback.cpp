@@ -115,6 +115,7 @@ Playback::Playback(const Options& given, std::optional<double> pace) : wanted(gi
     const std::size_t count = wanted.targets.size();
     told.resize(count);
     lost.resize(count);
+    taken.resize(count);
     dueSample.resize(count);
     begin(from, from);
 }
@@ -186,7 +187,11 @@ void Playback::begin(double wallTime, double instantTo) {
 void Playback::load() {
     while (!next && !ended) {
         std::optional<Entry> entry = reader->next();
-        if (!entry || entry->sample.wallTime > to) {
+        bool all = true;
+        for (std::size_t target = 0; target < taken.size(); ++target) {
+            all = all && complete(target);
+        }
+        if (!entry || entry->sample.wallTime > to || all) {
             ended = true;
             return;
         }
@@ -204,10 +209,15 @@ void Playback::load() {
             continue;  // of a file that has grown
         }
         next = Next{*std::move(entry), static_cast<std::size_t>(found - wanted.targets.begin()), clock};
-        if (tooSoon(*next)) {
+        if (complete(next->target) || tooSoon(*next)) {
             next.reset();
         }
     }
+}
+
+// Whether there is to be no more of it.
+bool Playback::complete(std::size_t target) const {
+    return wanted.count && taken[target] >= *wanted.count;
 }
 
 // Whether -i passes over it.
@@ -257,7 +267,7 @@ std::optional<FeedEvent> Playback::step(std::size_t target, Clock::time_point no
         anchorClock = next->clock;
         anchored = true;
     }
-    once = false;
+    once = once && atOnce;
     Entry entry = std::move(next->entry);
     FeedEvent event;
     event.clock = next->clock;
@@ -275,6 +285,7 @@ std::optional<FeedEvent> Playback::step(std::size_t target, Clock::time_point no
     }
     event.kind = Event::Kind::sample;
     event.sample = std::move(entry.sample);
+    ++taken[target];
     keepAsked(event.sample, wanted);
     lost[target] = false;
     return event;
@@ -297,6 +308,7 @@ void Playback::stepOnce() {
 void Playback::move(double count) {
     const double place = std::clamp(position + count, span.first, std::max(span.first, span.last));
     begin(place - WARM_UP, place);
+    position = place;
 }
 
 }  // namespace zulstat

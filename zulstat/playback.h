@@ -77,6 +77,7 @@ private:
     std::optional<FeedEvent> step(std::size_t target, monitor::Clock::time_point now);
     monitor::Clock::time_point due() const;
     bool tooSoon(const Next& next);
+    bool complete(std::size_t target) const;
 
     Options wanted;
     std::optional<double> paced;
@@ -101,6 +102,7 @@ private:
     bool ended = false;
     std::vector<bool> told;                        // targets whose end was told
     std::vector<bool> lost;                        // targets in a gap
+    std::vector<long> taken;                       // samples of each
     std::vector<std::optional<double>> dueSample;  // -i: when each target's next sample is wanted
 };
 

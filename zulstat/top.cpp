@@ -180,6 +180,7 @@ private:
             for (TopGateway& gateway : gateways) {
                 gateway.tracks = newTracks();
                 gateway.lost.clear();
+                gateway.sampled = false;
             }
         }
     }

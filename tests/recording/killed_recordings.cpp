@@ -3,7 +3,8 @@
 //
 //     killed_recordings FOLDER SAMPLES CUTS [ITEMS [SEED]]
 //
-// Samples are a second apart, of 150 statistics unless ITEMS says otherwise. Prints sizes and times; exits with 1 where something was lost or invented.
+// Samples are a second apart, of 150 statistics unless ITEMS says otherwise. Prints sizes and times; exits with 1 where
+// something was lost or invented.
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,7 +29,7 @@ namespace {
 using namespace recording;
 
 constexpr double START = 1795219200;  // 2026-11-21T00:00:00Z
-std::size_t items = 150;  // of a sample
+std::size_t items = 150;              // of a sample
 
 double seconds() {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();

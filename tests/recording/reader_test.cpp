@@ -158,6 +158,25 @@ TEST_F(Files, thatAreNoneAreRefused) {
     EXPECT_THROW(Reader(file).span(), std::runtime_error);
 }
 
+// A frame that says of a byte that it comes again and again.
+TEST_F(Files, thatGrowWithoutEndAreRefused) {
+    if (!CAN_COMPRESS) {
+        GTEST_SKIP() << "built without libzstd";
+    }
+    std::string bytes = std::string(ZST_MAGIC) + std::string("\x00\x58", 2);
+    for (int block = 0; block < 5000; ++block) {
+        bytes += std::string("\x02\x00\x10[", 4);  // 128 KiB
+    }
+    setContent(file, bytes);
+    try {
+        readAll(file);
+        ADD_FAILURE();
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(error.what(), file + ": a line is longer than 67108864 bytes");
+    }
+    EXPECT_THROW(Reader(file).span(), std::runtime_error);
+}
+
 TEST_F(Files, areSoughtByTime) {
     std::string lines;
     const auto add = [&](double time, std::size_t number, const monitor::Target& target = FIRST) {

@@ -243,6 +243,29 @@ TEST_F(Screens, helpAndPane) {
     compareSizes("pane", scene);
 }
 
+TEST_F(Screens, recording) {
+    Scene scene(1, {.speed = 1});
+    scene.run(0, 25, true);
+    scene.press({'n', '.', '.', '<', '+', '+', '-'});
+    EXPECT_TRUE(scene.view.stepped);
+    EXPECT_TRUE(scene.view.paused);
+    EXPECT_EQ(scene.view.moved, -280);
+    EXPECT_EQ(scene.view.speed, 2);
+    scene.gateways[0].tracks.gap();
+    scene.gateways[0].lost = "the recording was not running";
+    scene.gateways[0].state = "no sample: the recording was not running";
+    compareSizes("recording", scene);
+    scene.view.atEnd = true;
+    EXPECT_NE(scene.text().find("recorded, x2  the end"), std::string::npos) << scene.text();
+    scene.press({'?'});
+    EXPECT_NE(scene.text(40).find("5 minutes back and forth"), std::string::npos) << scene.text(40);
+
+    Scene live;
+    live.run(0, 3);
+    live.press({'n', '.', '<'});
+    EXPECT_FALSE(live.view.stepped || live.view.paused || live.view.moved != 0);
+}
+
 TEST_F(Screens, noTwoRowsLookAlikeAndValuesAreThere) {
     Scene scene;
     for (double time = 0; time < 3; ++time) {

@@ -3,8 +3,9 @@
 _zulstat_takes_value() {
     case $1 in
     -H | --host | -p | --port | -T | --timeout | -o | --output | -I | --include | -X | --exclude | --map | --module | \
-        --trace | --trace-file | -g | --group | -i | --interval | -r | --rate | -d | --delta | -c | --count | \
-        --header-every | -w | --warning | --critical | --expect | --observe) return 0 ;;
+        --trace | --trace-file | -g | --group | --from | --at | -i | --interval | -r | --rate | -d | --delta | -c | \
+        --count | --header-every | --to | --speed | --rotate | --keep | -w | --warning | --critical | --expect | \
+        --observe) return 0 ;;
     esac
     return 1
 }
@@ -27,7 +28,7 @@ _zulstat_known() {
 }
 
 _zulstat() {
-    local commands='stats ids groups watch top ping explain check map config complete demo'
+    local commands='stats ids groups watch record top ping explain check map config complete demo'
     local options='-h --help -H --host -p --port -T --timeout -o --output -j -I --include -X --exclude --map --module
         --no-header --lf --no-color -q --quiet -v --verbose --trace --trace-file'
     local before_commands='-V --version'
@@ -72,7 +73,7 @@ _zulstat() {
     -H | --host)
         mapfile -t COMPREPLY < <(compgen -A hostname -- "$current")
         ;;
-    --map | --trace-file)
+    --map | --trace-file | --from)
         compopt -o filenames 2>/dev/null
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         ;;
@@ -82,14 +83,16 @@ _zulstat() {
     *)
         ! _zulstat_takes_value "$before" || return 0
         case $command in
-        stats) options+=' -g --group' ;;
+        stats) options+=' -g --group --from --at' ;;
         ids) options+=' -g --group' ;;
         groups) options+=' -l --long' ;;
         watch) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect -c --count --header-every
-            --wide' ;;
-        top) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect --raw' ;;
+            --wide --from --at --to --speed' ;;
+        record) options+=' -g --group -i --interval -c --count --rotate --keep' ;;
+        top) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect --from --at --to --speed
+            --raw' ;;
         ping) options+=' -c --count -i --interval' ;;
-        check) options+=' -w --warning -c --critical --expect --rate --delta -i --interval' ;;
+        check) options+=' -w --warning -c --critical --expect --rate --delta -i --interval --from --at' ;;
         map) options+=' --observe' ;;
         demo) options+=' --web' ;;
         '') options+=" $before_commands" ;;
@@ -98,7 +101,7 @@ _zulstat() {
             mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
         elif [[ -z $command && $current != @* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$current")
-        elif [[ -z $command || ' stats watch top check ' == *" $command "* ]]; then
+        elif [[ -z $command || ' stats watch record top check ' == *" $command "* ]]; then
             if [[ -z $command ]]; then
                 names=$(_zulstat_known targets)
             elif [[ $current == @* ]]; then
