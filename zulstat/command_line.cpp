@@ -295,7 +295,7 @@ void declareCommandLine(CLI::App& app, Options& options, Words& words) {
     app.get_formatter()->label("Positionals", "Arguments");
     app.set_version_flag("-V,--version", std::string("zulstat ") + ZULSTAT_VERSION, "print the version");
     app.footer(
-        "Exit status: 0 ok, 1 some query elements failed or nothing matched, 2 bad usage,\n"
+        "Exit status: 0 ok, 1 some query elements failed, nothing matched or diff found something, 2 bad usage,\n"
         "3 cannot connect, 4 no answer in time, 5 connection lost or request refused,\n"
         "6 internal error, 130 interrupted. check: 0 ok, 1 warning, 2 critical, 3 unknown.");
     addGlobalOptions(app, options, words);
