@@ -54,10 +54,10 @@ bool takesValue(const CLI::Option* option) {
     return option->get_expected_max() > 0;
 }
 
-// Whether identifiers stand behind the command.
-bool takesIds(const CLI::App* command) {
+// Whether such arguments stand behind the command: "ID" or "FILE".
+bool takes(const CLI::App* command, std::string_view name) {
     const std::vector<const CLI::Option*> arguments = command->get_options(
-        [](const CLI::Option* option) { return option->get_positional() && option->get_name() == "ID"; });
+        [name](const CLI::Option* option) { return option->get_positional() && option->get_name() == name; });
     return !arguments.empty();
 }
 
@@ -159,6 +159,7 @@ std::string zshArgument(const CLI::Option* option) {
     const std::string name = option->get_name();
     return fmt::format("'{}:{}:{}'", option->get_option_text() == SEVERAL_ARGUMENTS ? "*" : "", zshMessage(name),
                        name == "ID"     ? "_zulstat_known ids selections"
+                       : name == "FILE" ? "_files"
                        : name == "KIND" ? "(ids groups targets selections)"
                                         : " ");
 }
@@ -170,10 +171,14 @@ std::string bashCompletion(const CLI::App& app) {
     std::vector<std::string> withValue = optionNames(app, takesValue);
     std::string branches;
     std::vector<std::string> withIds;
+    std::vector<std::string> withFiles;
     for (const CLI::App* command : commandsOf(app)) {
         commands.push_back(command->get_name());
-        if (takesIds(command)) {
+        if (takes(command, "ID")) {
             withIds.push_back(command->get_name());
+        }
+        if (takes(command, "FILE")) {
+            withFiles.push_back(command->get_name());
         }
         addNew(withValue, optionNames(*command, takesValue));
         std::vector<std::string> own =
@@ -264,6 +269,9 @@ _zulstat() {{
             mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
         elif [[ -z $command && $current != @* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$current")
+        elif [[ $before == "$command" && ' {} ' == *" $command "* ]]; then
+            compopt -o filenames 2>/dev/null
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
         elif [[ -z $command || ' {} ' == *" $command "* ]]; then
             if [[ -z $command ]]; then
                 names=$(_zulstat_known targets)
@@ -281,7 +289,8 @@ complete -F _zulstat zulstat
 )",
         folded(withValue, 4, "        ", " | ", "\\"), fmt::join(commands, " "),
         folded(optionNames(app, [](const CLI::Option* option) { return !isOnlyOfMain(option); }), 19, "        "),
-        fmt::join(optionNames(app, isOnlyOfMain), " "), values, branches, fmt::join(withIds, " "));
+        fmt::join(optionNames(app, isOnlyOfMain), " "), values, branches, fmt::join(withFiles, " "),
+        fmt::join(withIds, " "));
 }
 
 std::string zshCompletion(const CLI::App& app) {

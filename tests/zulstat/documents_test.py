@@ -94,6 +94,7 @@ class Documents(unittest.TestCase):
         for words, offered in (
                 ([''], COMMANDS), (['st'], ['stats']), (['stats', ''], []), (['-o', ''], formats), (['-o', 'csv', 'w'], ['watch']),
                 (['-p', '1', 'stats', '--output', '=', 'j'], ['json', 'jsonl']),
+                (['record', f'{PAGE}'[:-4]], [f'{PAGE}']), (['top', '--from', f'{PAGE}'[:-4]], [f'{PAGE}']),
                 (['-H', 'stats', '--trace-file', f'{PAGE}'[:-4]], [f'{PAGE}'])):
             with self.subTest(words):
                 self.assertEqual(bash_words(*words), set(offered))
