@@ -41,10 +41,10 @@ nav ul { display: flex; flex-wrap: wrap; gap: .25rem 1rem; margin: .5rem 0 0; pa
 .key { display: inline-block; width: .8rem; height: .8rem; margin-right: .4rem; border-radius: .2rem; vertical-align: -.05rem; }
 .plots { display: grid; grid-template-columns: repeat(auto-fill, minmax(min(100%, 19.5rem), 1fr)); gap: .75rem; align-items: start; }
 figure { padding: .6rem .7rem .45rem; }
-figcaption { display: flex; justify-content: space-between; align-items: baseline; gap: .75rem; margin-bottom: .2rem;
+figcaption { display: flex; flex-wrap: wrap; justify-content: space-between; align-items: baseline; gap: 0 .75rem; margin-bottom: .2rem;
   font-size: .875rem; line-height: 1.35; }
 figcaption b { font-weight: 600; }
-figcaption span { flex: none; max-width: 60%; color: var(--soft); font-size: .8125rem; font-variant-numeric: tabular-nums; text-align: right; }
+figcaption span { color: var(--soft); font-size: .8125rem; font-variant-numeric: tabular-nums; text-align: right; }
 figure ul { display: flex; flex-wrap: wrap; gap: 0 .9rem; margin: .1rem 0 0; padding: 0; list-style: none; color: var(--soft); font-size: .78rem; }
 figure .key { width: .65rem; height: .65rem; margin-right: .3rem; }
 svg { display: block; width: 100%; height: auto; }
@@ -86,12 +86,18 @@ td { min-width: 4.5rem; font-variant-numeric: tabular-nums; }
 @media print {
   @page { margin: 12mm; }
   body { padding: 0; max-width: none; background: none; font-size: 11px; }
-  .legend { position: static; }
+  .legend { position: static; background: none; }
+  h1 { font-size: 18px; }
+  h2 { margin-top: 1.25rem; font-size: 13px; }
+  h3 { font-size: 11px; }
   .plots { grid-template-columns: repeat(3, 1fr); gap: 3mm; }
   .card, figure { border-color: #bbb; break-inside: avoid; }
   h2 { break-after: avoid; }
   tr { break-inside: avoid; }
-  .cards, .events { font-size: 10px; }
+  .cards, .events, table { font-size: 10px; }
+  .card dt, figcaption, figcaption span, figure ul { font-size: 9px; }
+  .cards { grid-template-columns: repeat(auto-fit, minmax(80mm, 1fr)); }
+  .events { columns: 2; }
   .key, rect, .gap { print-color-adjust: exact; -webkit-print-color-adjust: exact; }
 }
 )";

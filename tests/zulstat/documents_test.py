@@ -129,7 +129,8 @@ class Documents(unittest.TestCase):
                     [SIM, '--port', '0', '--speed', '0', *arguments], stdout=subprocess.PIPE, text=True) as sim:
                 port = sim.stdout.readline().strip().rpartition(':')[2]
                 pathlib.Path(directory, 'night.jsonl').write_text(
-                    ''.join(json.dumps(line) + '\n' for line in make_recording.lines(3600, 10, 'gw1', make_recording.BEGIN)))
+                    ''.join(json.dumps(line | {'target': {'host': 'gw1', 'port': 7532}}) + '\n'
+                            for line in make_recording.lines(3600, 10, 'gw1', make_recording.BEGIN)))
                 for command, shown in examples:
                     with self.subTest(page=page.name, command=command):
                         printed = output('bash', '-c', command, cwd=directory, ZULSTAT_PORT=port)
