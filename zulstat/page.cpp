@@ -261,7 +261,8 @@ std::string figureOf(const PlotFrame& frame, const Row& row, Shown shown) {
 // What has no plot: constants, and texts that change often.
 std::string valueTable(const Timelines& lines, const std::vector<const Row*>& rows, bool changing) {
     const auto& gateways = lines.gateways();
-    std::string text = "<div class=\"scroll\"><table><thead><tr><th>Statistic</th>";
+    std::string text = fmt::format("<div class=\"scroll{}\"><table><thead><tr><th>Statistic</th>",
+                                   gateways.size() == 1 ? " parts" : "");
     for (const GatewayTimeline& gateway : gateways) {
         text += gateways.size() == 1
                     ? "<th>Value</th>"

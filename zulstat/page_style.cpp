@@ -64,6 +64,9 @@ svg.shared { position: absolute; width: 0; height: 0; }
 .events time, .events .who { flex: none; max-width: 40%; font-variant-numeric: tabular-nums; }
 .events time { color: var(--soft); }
 .scroll { overflow-x: auto; }
+.parts { columns: 23rem; column-gap: 2.5rem; }
+.parts table { width: 100%; }
+tr { break-inside: avoid; }
 table { border-collapse: collapse; font-size: .875rem; }
 th, td { padding: .25rem 1.25rem .25rem 0; border-top: 1px solid var(--rule); text-align: left; vertical-align: top; }
 thead th { border-top: 0; color: var(--soft); font-weight: 400; font-size: .8rem; }
@@ -93,7 +96,6 @@ td { min-width: 4.5rem; font-variant-numeric: tabular-nums; }
   .plots { grid-template-columns: repeat(3, 1fr); gap: 3mm; }
   .card, figure { border-color: #bbb; break-inside: avoid; }
   h2 { break-after: avoid; }
-  tr { break-inside: avoid; }
   .cards, .events, table { font-size: 10px; }
   .card dt, figcaption, figcaption span, figure ul { font-size: 9px; }
   .cards { grid-template-columns: repeat(auto-fit, minmax(80mm, 1fr)); }

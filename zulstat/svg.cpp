@@ -159,14 +159,6 @@ std::vector<Run> runsOf(const std::vector<Column>& columns) {
 
 }  // namespace
 
-std::string rangeText(const Extent& extent, Unit unit, bool rates) {
-    if (extent.empty()) {
-        return "";
-    }
-    return figureRange(extent.low, extent.high, rates && unit == Unit::uptime ? Unit::seconds : unit) +
-           (rates ? "/s" : "");
-}
-
 std::string sharedParts(const PlotFrame& frame, std::span<const Gap> gaps) {
     const Axis axis = timeAxis(frame.from, frame.to, TIME_LABELS);
     const auto width = static_cast<double>(PLOT_WIDTH);

@@ -42,7 +42,4 @@ struct Band {
 };
 std::string bandPlot(const PlotFrame& frame, std::span<const Band> bands);
 
-// Numbers of a statistic, or of its rates, in words: "8-41 MiB", "1.2k-3.4k/s".
-std::string rangeText(const Extent& extent, Unit unit, bool rates);
-
 }  // namespace zulstat

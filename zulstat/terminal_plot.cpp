@@ -124,14 +124,11 @@ std::vector<std::string> timeLines(double from, double to, std::size_t left, std
 }
 
 std::string title(const Timeline& line, bool rates, const std::string& gateway, std::size_t columns) {
-    const Extent& all = rates ? line.rates : line.values;
     std::string text = line.shownId + (gateway.empty() ? "" : " of " + gateway) + "  ";
-    const Unit unit = rates && line.unit == Unit::uptime ? Unit::seconds : line.unit;
-    if (!all.empty()) {
-        text += figureRange(all.low, all.high, unit) + (rates ? "/s" : "");
-    }
+    text += rangeText(rates ? line.rates : line.values, line.unit, rates);
     if (rates && line.seconds > 0) {
-        text += fmt::format(", mean {}/s", figure(Number(line.grown / line.seconds), unit));
+        const double mean = line.grown / line.seconds;
+        text += ", mean " + rangeText({mean, mean, mean}, line.unit, true);
     }
     if (line.resets > 0) {
         text += fmt::format(", began anew {}", line.resets == 1 ? "once" : fmt::format("{} times", line.resets));

@@ -100,6 +100,7 @@ void note(const Track& track, bool missed, double wallTime, double monotonicTime
     line.resets += track.reset ? 1 : 0;
     if (first || track.changed) {
         line.lastValue = cutWithMark(track.shownValue, LONGEST_SHOWN);
+        line.moment = !track.number && parseMoment(track.value).has_value();
     }
     if (track.number) {
         noteNumber(track, behindGap, monotonicTime - line.lastMonotonic, bucket, line);
@@ -187,7 +188,10 @@ void Buckets::halve() {
 // ---- timelines ----------------------------------------------------------------------------------------------------
 
 Kind Timeline::kind() const {
-    return numbers * 2 > samples ? numberKind : textKind;
+    if (numbers * 2 > samples) {
+        return numberKind;
+    }
+    return moment || states.size() > MOST_STATE_TEXTS ? Kind::text : textKind;
 }
 
 bool Timeline::showsRates() const {
@@ -376,6 +380,16 @@ double Timelines::to() const {
         result = std::max(result, one.endWall);
     }
     return result;
+}
+
+std::string rangeText(const Extent& extent, Unit unit, bool rates) {
+    if (extent.empty()) {
+        return "";
+    }
+    const Unit shown = unit == Unit::uptime ? Unit::seconds : unit;
+    return (extent.low == 0 && extent.high > 0 ? "0-" + figureRange(extent.high, extent.high, shown)
+                                               : figureRange(extent.low, extent.high, shown)) +
+           (rates ? "/s" : "");
 }
 
 std::vector<Column> columnsOf(const Timeline& line, double width, bool rates, double from, double to,

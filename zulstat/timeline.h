@@ -25,9 +25,10 @@ namespace zulstat {
 
 inline constexpr std::size_t MOST_BUCKETS = 1024;  // of a timeline
 inline constexpr std::size_t MOST_TIMELINES = 5000;
-inline constexpr std::size_t MOST_STATES = 24;    // texts that one timeline tells apart
-inline constexpr std::size_t MOST_CHANGES = 100;  // of the states of one timeline
-inline constexpr std::size_t MOST_GAPS = 1000;    // of a Gateway, and as many moments of resets
+inline constexpr std::size_t MOST_STATES = 24;      // texts that one timeline tells apart
+inline constexpr std::size_t MOST_STATE_TEXTS = 8;  // what has more of them is no state
+inline constexpr std::size_t MOST_CHANGES = 100;    // of the states of one timeline
+inline constexpr std::size_t MOST_GAPS = 1000;      // of a Gateway, and as many moments of resets
 inline constexpr std::size_t MOST_GATEWAYS = 64;
 
 // Smallest, largest and last of some numbers, in their order.
@@ -108,6 +109,7 @@ struct Timeline {
     std::uint64_t moreStateChanges = 0;
     Kind numberKind = Kind::number;
     Kind textKind = Kind::text;
+    bool moment = false;  // its last text was one, which is no state either
 
     std::uint64_t lastSample = 0;  // the Gateway's samples, with the last that has it
     double lastMonotonic = 0;
@@ -221,6 +223,9 @@ private:
     double grid = 1.0 / 16;
     std::optional<std::pair<std::int64_t, std::int64_t>> span;  // the first and the last place of all
 };
+
+// Numbers of a statistic, or of its rates, in words: "8-41 MiB", "1.2k-3.4k/s".
+std::string rangeText(const Extent& extent, Unit unit, bool rates);
 
 // A piece of a plot's width.
 struct Column {

@@ -185,6 +185,22 @@ TEST(Timelines, KeepStatesOfOneSample) {
               4999 - (5000 - 1 - MOST_STATES));
 }
 
+TEST(Timelines, TakeNoMomentsAndNoManyTextsForStates) {
+    Timelines lines;
+    for (int index = 0; index < 200; ++index) {
+        const std::string part = std::to_string(index / 20);
+        lines.take(sampleAt(index, {{"at", "2026-11-21T13:15:0" + part + "Z"},
+                                    {"ten", "text " + part},
+                                    {"two", index < 100 ? "up" : "down"}}));
+    }
+    const auto rows = lines.rows();
+    EXPECT_EQ(lineOf(rows, "at").kind(), Kind::text);
+    EXPECT_EQ(lineOf(rows, "ten").kind(), Kind::text);
+    EXPECT_EQ(lineOf(rows, "two").kind(), Kind::state);
+    EXPECT_EQ(rangeText({0, 2048, 1}, Unit::bytes, true), "0-2 KiB/s");
+    EXPECT_EQ(rangeText({1, 20, 1}, Unit::uptime, false), "1-20 s");
+}
+
 TEST(Timelines, StandAnyClockAndAnyNumberOfStatistics) {
     Timelines lines;
     for (const double wall : {0.0, -1e300, 1e300, std::nan(""), -5.0, 2e9}) {
