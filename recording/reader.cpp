@@ -68,6 +68,10 @@ std::optional<Glance> glance(std::string_view line) {
     return found;
 }
 
+bool isBlank(std::string_view line) {
+    return line.find_first_not_of(" \t\r") == std::string_view::npos;
+}
+
 bool same(const Target& one, const Target& other) {
     return one.host == other.host && one.port == other.port;
 }
@@ -176,12 +180,11 @@ Reader::~Reader() = default;
 std::optional<Entry> Reader::next() {
     while (const std::optional<Line> line = lines->next()) {
         ++lineNumber;
-        if (line->whole && line->text.find_first_not_of(" \t\r") == std::string_view::npos) {
-            come(line->place);
+        come(line->place);
+        if (line->whole && isBlank(line->text)) {
             ++here.line;
             continue;
         }
-        come(line->place);
         try {
             if (!line->whole) {
                 throw BadLine("damaged", true);
@@ -193,6 +196,7 @@ std::optional<Entry> Reader::next() {
             return entry;
         } catch (const BadLine& error) {
             ++here.line;
+            ++now.torn;
             ++counted.torn;
             if (!error.cut && firstBad.empty()) {
                 firstBad = name + (sought ? "" : ":" + std::to_string(lineNumber)) + ": " + error.what();
@@ -292,6 +296,8 @@ void Reader::scan(double wallTime) {
                 return;
             }
             note(*seen);
+        } else if (!line->whole || !isBlank(line->text)) {
+            ++now.torn;
         }
         ++here.line;
     }
@@ -306,6 +312,8 @@ void Reader::goTo(const Place& place) {
         }
         if (const std::optional<Seen> seen = look(line->text, line->whole)) {
             note(*seen);
+        } else if (!line->whole || !isBlank(line->text)) {
+            ++now.torn;
         }
         ++here.line;
     }
@@ -378,7 +386,7 @@ std::vector<Entry> Reader::lastEntries(double wallTime) {
 
 Span Reader::span() {
     scan(AT_THE_END);
-    return {first.value_or(0), now.newest, first ? targets : std::vector<Target>()};
+    return {first.value_or(0), now.newest, first ? targets : std::vector<Target>(), now.torn};
 }
 
 }  // namespace recording

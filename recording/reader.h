@@ -28,6 +28,7 @@ struct Span {
     double first = 0;  // wall times of the first and the last entry
     double last = 0;
     std::vector<monitor::Target> targets{};  // in the order in which they come first; none: the file has no entry
+    std::uint64_t torn = 0;                  // as in Counts, as far as a look at each line tells
 };
 
 // One recording, front to back; its storage is bounded, but for a word or two for each MiB of the file. Lines that are
@@ -79,6 +80,7 @@ private:
         std::uint64_t place = 0;
         double latest = 0;                          // the latest time of an entry
         double newest = 0;                          // the time of the last entry
+        std::uint64_t torn = 0;                     // lines that are no whole sample
         std::vector<std::optional<Place>> last{};   // of each target its last sample
         std::vector<std::optional<Place>> entry{};  // and entry
     };

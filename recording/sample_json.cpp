@@ -434,6 +434,9 @@ private:
             sample().contentSize = number.size;
             break;
         case Name::statistics:
+            if (number.size > std::uint64_t{std::numeric_limits<std::int64_t>::max()}) {
+                refuse("the number 'statistics' is too large");
+            }
             sample().items.back().value = keep((number.negative ? "-" : "") + std::to_string(number.size));
             break;
         default:

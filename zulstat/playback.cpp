@@ -102,6 +102,10 @@ Playback::Playback(const Options& given, std::optional<double> pace) : wanted(gi
     if (span.targets.empty()) {
         throw UsageError{fmt::format("{} has no sample", given.from)};
     }
+    if (span.torn > 0) {
+        note(wanted.subject(), fmt::format("{}: passed over what is no whole sample, lines: {}",
+                                           escapeForTerminal(given.from), span.torn));
+    }
     wanted.targets = span.targets;
     wanted.target = wanted.targets.front();
     from = given.at ? recording::resolveTime(*given.at, span.last) : 0;

@@ -108,7 +108,12 @@ private:
         bool any = false;
         TopGateway& gateway = gateways[index];
         Followed& one = followed[index];
-        while (std::optional<FeedEvent> event = one.feed->step(Clock::now())) {
+        constexpr int mostAtOnce = 5000;  // so that keys are seen
+        for (int count = 0; count < mostAtOnce; ++count) {
+            std::optional<FeedEvent> event = one.feed->step(Clock::now());
+            if (!event) {
+                break;
+            }
             any = true;
             switch (event->kind) {
             case Event::Kind::sample:

@@ -6,6 +6,7 @@
 
 #include <sys/resource.h>
 
+#include "output.h"
 #include "recording.h"
 
 namespace zulstatsim {
@@ -38,7 +39,12 @@ Gateways::Gateways(const Arguments& arguments) {
     simgateway::Options options = arguments.options;
     if constexpr (CAN_REPLAY) {
         if (!arguments.replay.empty()) {
-            options.scenes = readRecording(arguments.replay, arguments.loop);
+            std::uint64_t passedOver = 0;
+            options.scenes = readRecording(arguments.replay, arguments.loop, &passedOver);
+            if (passedOver > 0) {
+                complain("zulstat-sim: " + arguments.replay +
+                         ": passed over what is no whole sample, lines: " + std::to_string(passedOver) + "\n");
+            }
         }
     }
     allowManyDescriptors();

@@ -68,7 +68,8 @@ bool isGroup(const ResourceGroup& group) {
 // Never changes once it is read. Models point into it.
 class Recording {
 public:
-    void read(const std::string& file, bool again) {
+    // Returns how many lines are passed over.
+    std::uint64_t read(const std::string& file, bool again) {
         recording::Reader reader(file);
         while (const std::optional<recording::Entry> entry = reader.next()) {
             if (!reader.complaint().empty()) {
@@ -87,6 +88,7 @@ public:
             throw std::runtime_error(file + ": no sample");
         }
         finish(again);
+        return reader.counts().torn;
     }
 
     Scene at(double seconds) const {
@@ -194,9 +196,12 @@ private:
 
 }  // namespace
 
-std::function<Scene(double)> readRecording(const std::string& file, bool loop) {
+std::function<Scene(double)> readRecording(const std::string& file, bool loop, std::uint64_t* passedOver) {
     const auto recording = std::make_shared<Recording>();
-    recording->read(file, loop);
+    const std::uint64_t torn = recording->read(file, loop);
+    if (passedOver != nullptr) {
+        *passedOver = torn;
+    }
     return [recording](double seconds) { return recording->at(seconds); };
 }
 

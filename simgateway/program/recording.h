@@ -1,6 +1,7 @@
 // A recording of samples that a Gateway gave, as scenes of a simulated one.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -14,6 +15,9 @@ inline constexpr bool CAN_REPLAY = ZULSTAT_SIM_REPLAY != 0;
 // Reads a file of JSON lines, a sample each. The scenes begin with the first sample, and a failed one has no model; the
 // last one stays, or with `loop` the first follows it after as long a time as lies between the last two. Throws
 // std::runtime_error, which names the file and the line.
-std::function<simgateway::Scene(double)> readRecording(const std::string& file, bool loop);
+//
+// `passedOver` becomes the number of lines that are no whole sample, as a recorder leaves them that was killed.
+std::function<simgateway::Scene(double)> readRecording(const std::string& file, bool loop,
+                                                       std::uint64_t* passedOver = nullptr);
 
 }  // namespace zulstatsim

@@ -25,7 +25,6 @@ TEST(Lines, readAsTheyWereWritten) {
     ids.hasValues = false;
     Sample counts = makeSample(START, 1);
     counts.query = {monitor::What::groups, {}};
-    counts.items[3].value = "18446744073709551615";
     LineParser parser;
     for (std::size_t number = 0; number < ODD_TEXTS.size(); ++number) {
         const Sample sample = makeSample(START + 0.1, number);
@@ -43,6 +42,11 @@ TEST(Lines, readAsTheyWereWritten) {
     }
     counts.items[3].value = "9223372036854775807";
     EXPECT_EQ(described(parser.parse(sampleLine(counts)).sample), described(counts));
+
+    counts.items[3].value = "9223372036854775807";
+    std::string large = sampleLine(counts);
+    large.replace(large.find("9223372036854775807"), 19, "9223372036854775808");
+    EXPECT_THROW(parser.parse(large), BadLine);
 
     const Entry gap = parser.parse(sampleLine(gapSample(SECOND, START, 5, -102), {.gap = "why \"so\""}));
     EXPECT_TRUE(gap.gap);
@@ -136,6 +140,7 @@ TEST_F(Files, passOverWhatIsNoSample) {
     EXPECT_EQ(content.samples, (std::vector{one, two, two}));
     EXPECT_EQ(content.gaps, std::vector<std::string>{"why"});
     EXPECT_EQ(content.counts.torn, 3U);
+    EXPECT_EQ(Reader(file).span().torn, 3U);
     EXPECT_EQ(content.complaint, file + ":4: no JSON from byte 1 on");
 
     setContent(file, one + two.substr(0, two.size() - 2));
@@ -220,6 +225,7 @@ TEST_F(Files, areSoughtByTime) {
     EXPECT_EQ(span.first, START);
     EXPECT_EQ(span.last, START + 202);
     EXPECT_EQ(span.targets.size(), 2U);
+    EXPECT_EQ(span.torn, 0U);
 
     // A line that looks whole and is none, before the moment that is looked for.
     const std::size_t place = lines.find("group.item7", lines.find("\"wall\":1795231969"));

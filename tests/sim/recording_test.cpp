@@ -76,7 +76,9 @@ TEST_F(Recording, servesItsSamplesOnTheirClock) {
         {true, 14e8 + 10, "three host/1 nosuch(-1)/0 ", "2_0_0_0", 14e8 + 14},
     };
     for (const auto& expected : cases) {
-        const auto scenes = zulstatsim::readRecording(file, expected.loops);
+        std::uint64_t passedOver = 0;
+        const auto scenes = zulstatsim::readRecording(file, expected.loops, &passedOver);
+        EXPECT_EQ(passedOver, 2U);
         const Scene scene = scenes(expected.time);
         EXPECT_EQ(scene.until, expected.until) << expected.time;
         EXPECT_EQ(scene.protocolVersion, expected.protocol) << expected.time;
