@@ -1,7 +1,5 @@
 #include "recorded.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <limits>
 #include <utility>
@@ -11,7 +9,6 @@
 #include "playback.h"
 #include "recording/reader.h"
 #include "recording/time.h"
-#include "report.h"
 #include "text.h"
 
 namespace zulstat {
@@ -68,10 +65,7 @@ PageFile readFile(const std::string& file, const Options& options, Timelines& li
         }
     }
     result.torn = reader.counts().torn;
-    if (result.torn > 0) {
-        note(options.subject(), fmt::format("{}: {} line{} passed over that {} no whole sample", result.name,
-                                            result.torn, result.torn == 1 ? "" : "s", result.torn == 1 ? "is" : "are"));
-    }
+    notePassedOver(options, file, result.torn);
     return result;
 }
 

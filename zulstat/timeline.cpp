@@ -222,7 +222,8 @@ GatewayTimeline* Timelines::gatewayOf(const Target& target) {
 std::int64_t Timelines::place(double wallTime) {
     auto result = static_cast<std::int64_t>(std::floor(wallTime / grid));
     span = span ? std::pair(std::min(span->first, result), std::max(span->second, result)) : std::pair(result, result);
-    while (span->second - span->first >= static_cast<std::int64_t>(most)) {
+    const auto limit = static_cast<std::int64_t>(timelines > MANY_TIMELINES ? most / 4 : most);
+    while (span->second - span->first >= limit) {
         grid *= 2;
         result >>= 1;
         span = {span->first >> 1, span->second >> 1};

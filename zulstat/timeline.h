@@ -25,10 +25,11 @@ namespace zulstat {
 
 inline constexpr std::size_t MOST_BUCKETS = 1024;  // of a timeline
 inline constexpr std::size_t MOST_TIMELINES = 5000;
-inline constexpr std::size_t MOST_STATES = 24;      // texts that one timeline tells apart
-inline constexpr std::size_t MOST_STATE_TEXTS = 8;  // what has more of them is no state
-inline constexpr std::size_t MOST_CHANGES = 100;    // of the states of one timeline
-inline constexpr std::size_t MOST_GAPS = 1000;      // of a Gateway, and as many moments of resets
+inline constexpr std::size_t MANY_TIMELINES = 1000;  // more of them have a quarter of the buckets
+inline constexpr std::size_t MOST_STATES = 24;       // texts that one timeline tells apart
+inline constexpr std::size_t MOST_STATE_TEXTS = 8;   // what has more of them is no state
+inline constexpr std::size_t MOST_CHANGES = 100;     // of the states of one timeline
+inline constexpr std::size_t MOST_GAPS = 1000;       // of a Gateway, and as many moments of resets
 inline constexpr std::size_t MOST_GATEWAYS = 64;
 
 // Smallest, largest and last of some numbers, in their order.

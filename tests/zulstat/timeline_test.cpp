@@ -217,6 +217,8 @@ TEST(Timelines, StandAnyClockAndAnyNumberOfStatistics) {
     }
     EXPECT_EQ(many.rows().size(), MOST_TIMELINES);
     EXPECT_EQ(many.left(), 12000 - MOST_TIMELINES);
+    EXPECT_GT(120 / many.width(), MOST_BUCKETS / 16);
+    EXPECT_LE(120 / many.width(), MOST_BUCKETS / 4);
     for (int index = 0; index < 300; ++index) {
         many.take(sampleAt(index, {}, "gw" + std::to_string(index)));
     }
