@@ -8,7 +8,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <new>
 #include <optional>
 #include <stdexcept>
@@ -98,7 +97,8 @@ FileBytes::Got FileBytes::goOn() {
     }
     decompressor->reset();
     const std::optional<std::uint64_t> next = findFrame(descriptor, began + 1);
-    offset = next ? *next : std::numeric_limits<off_t>::max();  // which is behind the end
+    const off_t end = lseek(descriptor, 0, SEEK_END);
+    offset = next ? *next : static_cast<std::uint64_t>(std::max<off_t>(end, 0));
     return Got::damaged;
 }
 

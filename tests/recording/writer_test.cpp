@@ -80,14 +80,15 @@ TEST_P(Writing, survivesACutAnywhere) {
     std::vector<std::string> all;
     {
         Writer writer({.file = file});
-        for (std::size_t number = 0; number < 63; ++number) {
+        const std::size_t samples = namedCompressed(file) ? 62 : 4;  // more than a frame
+        for (std::size_t number = 0; number < samples; ++number) {
             writer.add(makeSample(START, number, FIRST, 2));
             all.push_back(described(makeSample(START, number, FIRST, 2)));
             ends.push_back(std::filesystem::file_size(file));
         }
     }
     const std::string whole = contentOf(file);
-    const std::size_t from = ends[59];
+    const std::size_t from = namedCompressed(file) ? ends[59] : 0;
     for (std::size_t size = from; size <= whole.size(); ++size) {
         const auto last = std::upper_bound(ends.begin(), ends.end(), size);
         std::size_t expected = static_cast<std::size_t>(last - ends.begin()) - 1;
@@ -118,13 +119,13 @@ TEST_P(Writing, survivesACutAnywhere) {
     }
 }
 
-// Frames behind damage are read.
+// Frames before and behind damage are read.
 TEST_P(Writing, survivesDamageElsewhere) {
     const std::vector<std::string> all = write(0, 180);
     const std::string whole = contentOf(file);
-    for (std::size_t place = whole.size() / 3 + 20; place < whole.size() * 2 / 3; place += 997) {
+    for (std::size_t place = whole.size() / 3 + 20; place < whole.size(); place += whole.size() / 150) {
         std::string damaged = whole;
-        damaged.replace(place, 8, std::string(8, '\0'));
+        damaged.replace(place, 8, std::string(8, '\xFF'));
         setContent(file, damaged);
         const Content content = readAll(file);
         const std::set<std::string> known(all.begin(), all.end());
@@ -133,7 +134,8 @@ TEST_P(Writing, survivesDamageElsewhere) {
         }
         EXPECT_GE(content.samples.size(), namedCompressed(file) ? 60U : 177U) << place;
         EXPECT_GE(content.counts.torn, content.samples.size() < all.size() ? 1U : 0U) << place;
-        EXPECT_EQ(content.samples.back(), all.back()) << place;
+        EXPECT_EQ(content.samples.front(), all.front()) << place;
+        EXPECT_TRUE(place > whole.size() * 3 / 5 || content.samples.back() == all.back()) << place;
     }
 }
 
