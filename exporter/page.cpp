@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <deque>
 
-#include "monitor/utf8.h"
+#include "monitor/html.h"
 
 namespace exporter {
 
@@ -84,40 +84,6 @@ std::string row(const TargetState& target, double now) {
 }
 
 }  // namespace
-
-std::string escapeHtml(std::string_view text) {
-    std::string escaped;
-    forEachCharacter(text, [&](const Character& character, std::string_view bytes) {
-        const bool reorders = (character.code >= 0x200E && character.code <= 0x200F) ||
-                              (character.code >= 0x202A && character.code <= 0x202E) ||
-                              (character.code >= 0x2066 && character.code <= 0x2069);
-        const bool shown =
-            character.valid && !reorders && character.code >= 0x20 && (character.code < 0x7F || character.code > 0x9F);
-        switch (shown ? character.code : 0) {
-        case 0:
-            escaped += "\xEF\xBF\xBD";
-            break;
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        case '"':
-            escaped += "&quot;";
-            break;
-        case '\'':
-            escaped += "&#39;";
-            break;
-        default:
-            escaped += bytes;
-        }
-    });
-    return escaped;
-}
 
 std::string_view styleSheet() {
     return R"(:root { color-scheme: light dark; --ok: #2e7d32; --bad: #c62828; --line: #8884; }

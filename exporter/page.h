@@ -1,4 +1,4 @@
-// HTML. Every text passes escapeHtml().
+// HTML. Every text passes monitor::escapeHtml().
 #pragma once
 
 #include <string>
@@ -8,10 +8,6 @@
 #include "targets.h"
 
 namespace exporter {
-
-// Characters of markup become references; what is no UTF-8, control characters and those that reorder text become
-// U+FFFD.
-std::string escapeHtml(std::string_view text);
 
 // The page for people, without script and foreign resources. `now` is in seconds since 1970.
 std::string landingPage(const std::vector<TargetState>& targets, std::string_view version, double now);

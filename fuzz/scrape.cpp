@@ -11,8 +11,8 @@
 #include <string_view>
 
 #include "exporter/allow.h"
-#include "exporter/page.h"
 #include "exporter/request.h"
+#include "monitor/html.h"
 #include "monitor/mapping_file.h"
 #include "monitor/openmetrics.h"
 
@@ -55,7 +55,7 @@ void request(std::string_view input) {
     exporter::parseBasic(authorization);
     const double seconds = exporter::probeSeconds(exporter::parseScrapeTimeout(timeout), 0.5, std::nullopt);
     require(seconds > 0 && seconds <= 8, "a probe has from 0 to 8 seconds");
-    require(exporter::escapeHtml(accept).find_first_of("<>\"'") == std::string::npos, "markup is escaped");
+    require(monitor::escapeHtml(accept).find_first_of("<>\"'") == std::string::npos, "markup is escaped");
 }
 
 // Reads one label's value, up to its quotation mark.

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "monitor/number.h"
+#include "time.h"
 
 namespace recording {
 
@@ -137,7 +138,6 @@ constexpr std::uint32_t fieldsOf(In in, bool requiredOnly) {
 }
 
 constexpr std::size_t LONGEST_HOST = 1024;
-constexpr double LATEST = 1e11;          // seconds since 1970, as calendars of four digits have them
 constexpr double LONGEST_UPTIME = 1e12;  // seconds
 
 [[noreturn]] void refuse(const std::string& what) {
@@ -448,7 +448,7 @@ private:
     void measure(Name name, double value) {
         switch (name) {
         case Name::wall:
-            if (!(value >= 0 && value <= LATEST)) {
+            if (!(value >= 0 && value <= LATEST_TIME)) {
                 refuse("the number 'wall' is no time");
             }
             sample().wallTime = value;

@@ -10,7 +10,6 @@ namespace recording {
 
 namespace {
 
-constexpr double LATEST = 1e11;  // seconds since 1970
 constexpr int SECONDS_OF_HOUR = 3600;
 constexpr int SECONDS_OF_DAY = 86400;
 
@@ -120,7 +119,7 @@ std::optional<TimeWord> beforeEnd(std::string_view word) {
         return std::nullopt;
     }
     const std::optional<double> count = decimal(word.substr(0, word.size() - 1));
-    return count && *count * seconds[unit] <= LATEST
+    return count && *count * seconds[unit] <= LATEST_TIME
                ? std::optional(TimeWord{TimeWord::Kind::beforeEnd, *count * seconds[unit]})
                : std::nullopt;
 }
@@ -132,7 +131,8 @@ TimeWord parseTime(std::string_view word) {
     std::string_view rest = word;
     if (take(rest, '@')) {
         const std::optional<double> seconds = decimal(rest);
-        time = seconds && *seconds <= LATEST ? std::optional(TimeWord{TimeWord::Kind::moment, *seconds}) : std::nullopt;
+        time = seconds && *seconds <= LATEST_TIME ? std::optional(TimeWord{TimeWord::Kind::moment, *seconds})
+                                                  : std::nullopt;
     } else if (take(rest, '-')) {
         time = beforeEnd(rest);
     } else if (const std::optional<double> ofDay = secondsOfDay(word)) {

@@ -8,6 +8,8 @@
 
 namespace recording {
 
+inline constexpr double LATEST_TIME = 1e11;  // seconds since 1970, as calendars of four digits have them
+
 // What was expected in place of a word.
 struct BadTime : std::runtime_error {
     using std::runtime_error::runtime_error;

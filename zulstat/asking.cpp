@@ -7,8 +7,12 @@ namespace zulstat {
 using namespace monitor;
 
 Asking::Asking(const Options& given, const Target& gateway, Clock::time_point until)
+    : Asking(given, gateway, until, given.query()) {
+}
+
+Asking::Asking(const Options& given, const Target& gateway, Clock::time_point until, const Query& query)
     : target(gateway), options(given), deadline(until), sampler(given.collector(gateway)) {
-    sampler.begin(options.query(), deadline);
+    sampler.begin(query, deadline);
 }
 
 void Asking::step(Clock::time_point now) {

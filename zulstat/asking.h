@@ -16,6 +16,9 @@ class Asking {
 public:
     // The options outlive it.
     Asking(const Options& options, const monitor::Target& target, monitor::Clock::time_point deadline);
+    // The same with a query of its own.
+    Asking(const Options& options, const monitor::Target& target, monitor::Clock::time_point deadline,
+           const monitor::Query& query);
 
     void step(monitor::Clock::time_point now);
     // Whether `sample` or `failure` is there.

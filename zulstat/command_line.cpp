@@ -218,6 +218,29 @@ void addCommands(CLI::App& app, Options& options, Words& words) {
     addPlayback(*top, options, words, "the recording's seconds in each second (1)");
     top->add_flag("--raw", options.raw, "numbers as the Gateway sends them");
 
+    CLI::App* plot = addCommand(app, options, "plot", Command::plot, "Draw values over time");
+    addIdsAndGroups(*plot, words, "identifiers, and globs over all of them");
+    addInterval(*plot, options, words);
+    addCount(*plot, options, "end after N samples (60, on a terminal without end)");
+    addOption(*plot, "-r,--rate", options.derived.rates, "draw values that match per second", GLOB_TYPE)
+        ->allow_extra_args(false);
+    addFrom(*plot, options);
+    addTime(*plot, "--at", words.at, "where in the recording to begin (its begin)");
+    addTime(*plot, "--to", words.to, "where in the recording to end (its end)");
+
+    CLI::App* diff = addCommand(app, options, "diff", Command::diff, "What two moments have that differs");
+    diff->add_option("FILE", options.files, "two recordings, whose ends are compared")->option_text(SEVERAL_ARGUMENTS);
+    addGroups(*diff, words);
+    addFrom(*diff, options);
+    addTime(*diff, "--at", words.at, "the former moment (the end of the recording)");
+    addTime(*diff, "--to", words.to, "the later moment of the same recording (now, live)");
+    CLI::App* report = addCommand(app, options, "report", Command::report, "A page of plots from recordings");
+    report->add_option("FILE", options.files, "recordings")->required()->option_text(SEVERAL_ARGUMENTS);
+    addGroups(*report, words);
+    addOption(*report, "-o,--output", options.outputFile, "the page (standard output)", FILE_TYPE);
+    addTime(*report, "--at", words.at, "where in the recordings to begin (their begin)");
+    addTime(*report, "--to", words.to, "where in the recordings to end (their end)");
+
     CLI::App* ping = addCommand(app, options, "ping", Command::ping, "Connect, and measure queries for everything");
     addCount(*ping, options, "number of queries (4)");
     ping->add_option("-i,--interval", options.interval, "time between queries (1)")
@@ -272,7 +295,7 @@ void declareCommandLine(CLI::App& app, Options& options, Words& words) {
     app.get_formatter()->label("Positionals", "Arguments");
     app.set_version_flag("-V,--version", std::string("zulstat ") + ZULSTAT_VERSION, "print the version");
     app.footer(
-        "Exit status: 0 ok, 1 some query elements failed or nothing matched, 2 bad usage,\n"
+        "Exit status: 0 ok, 1 some query elements failed, nothing matched or diff found something, 2 bad usage,\n"
         "3 cannot connect, 4 no answer in time, 5 connection lost or request refused,\n"
         "6 internal error, 130 interrupted. check: 0 ok, 1 warning, 2 critical, 3 unknown.");
     addGlobalOptions(app, options, words);

@@ -11,7 +11,10 @@ struct Options;
 int runQuery(const Options& options);  // stats, ids, groups
 int runWatch(const Options& options);  // repeated samples: redrawn on a terminal, rows in a pipe, flushed per sample
 int runRecord(const Options& options);
-int runTop(const Options& options);  // full screen
+int runTop(const Options& options);     // full screen
+int runPlot(const Options& options);    // of a recording, or of samples as they come
+int runDiff(const Options& options);    // exitPartly where something differs
+int runReport(const Options& options);  // a page from recordings
 int runPing(const Options& options);
 int runExplain(const Options& options);
 int runCheck(const Options& options);  // throws nothing

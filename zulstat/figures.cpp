@@ -74,6 +74,52 @@ std::string bytes(double size) {
     return fmt::format("{} {}", withoutZeros(threeDigits(size)), units[unit]);
 }
 
+// How an axis writes its numbers.
+struct AxisScale {
+    double divisor = 1;
+    std::string ending;
+    bool durations = false;  // of seconds, once divided
+};
+
+AxisScale axisScale(double largest, Unit unit) {
+    largest = std::abs(largest);
+    const auto inBytes = [largest](double factor) {
+        constexpr std::array<std::string_view, 7> units = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+        AxisScale result{1 / factor, " B"};
+        for (std::size_t index = 1; index < units.size() && largest / result.divisor >= 999.5; ++index) {
+            result.divisor *= 1024;
+            result.ending = fmt::format(" {}", units[index]);
+        }
+        return result;
+    };
+    switch (unit) {
+    case Unit::bytes:
+        return inBytes(1);
+    case Unit::kilobytes:
+        return inBytes(1024);
+    case Unit::megabytes:
+        return inBytes(1024.0 * 1024);
+    case Unit::milliseconds:
+        return largest < 10000 ? AxisScale{1, " ms"} : AxisScale{1000, "", true};
+    case Unit::seconds:
+    case Unit::uptime:
+        return largest < 120 ? AxisScale{1, " s"} : AxisScale{1, "", true};
+    case Unit::percent:
+        return {1, " %"};
+    case Unit::none:
+        break;
+    }
+    constexpr double mostWhole = 10000;
+    AxisScale result;
+    for (const char letter : std::string_view("kMGTPE")) {
+        if (largest / result.divisor < (result.divisor > 1 ? 999.5 : mostWhole)) {
+            break;
+        }
+        result = {result.divisor * 1000, fmt::format(" {}", letter)};
+    }
+    return result;
+}
+
 std::string compact(double value) {
     const auto [number, letter] = scaled(value);
     const std::string digits = withoutZeros(threeDigits(number));
@@ -196,6 +242,41 @@ std::string figureRange(double low, double high, Unit unit) {
         from.resize(from.size() - ending.size());
     }
     return from == to ? to : from + "-" + to;
+}
+
+std::string axisFigure(double value, double step, double largest, Unit unit) {
+    const AxisScale scale = axisScale(largest, unit);
+    if (scale.durations) {
+        return value == 0 ? "0" : duration(value / scale.divisor);
+    }
+    const double shown = value / scale.divisor;
+    if (std::abs(shown) >= 1e6 || (step != 0 && std::abs(step / scale.divisor) < 1e-6)) {
+        return fmt::format("{:.3g}{}", shown, scale.ending);
+    }
+    const int decimals =
+        step == 0 ? 0 : std::clamp(static_cast<int>(std::ceil(-std::log10(step / scale.divisor) - 1e-9)), 0, 6);
+    return fmt::format("{:.{}f}{}", shown == 0 ? 0 : shown, decimals, scale.ending);
+}
+
+double roundStep(double span, std::size_t most, double largest, Unit unit) {
+    const AxisScale scale = axisScale(largest, unit);
+    const double least = span / scale.divisor / static_cast<double>(std::max<std::size_t>(most, 1));
+    if (!(least > 0) || !std::isfinite(least)) {
+        return scale.divisor;
+    }
+    if (scale.durations && least > 1 && least <= 43200) {
+        constexpr std::array<double, 15> steps = {2,   5,    10,   15,   30,    60,    120,  300,
+                                                  600, 1800, 3600, 7200, 10800, 21600, 43200};
+        return *std::lower_bound(steps.begin(), steps.end(), least) * scale.divisor;
+    }
+    const double day = scale.durations && least > 43200 ? 86400 : 1;
+    const double power = std::pow(10, std::floor(std::log10(least / day)));
+    for (const double factor : {1, 2, 5}) {
+        if (factor * power * day >= least * (1 - 1e-9)) {
+            return factor * power * day * scale.divisor;
+        }
+    }
+    return 10 * power * day * scale.divisor;
 }
 
 std::string duration(double seconds) {

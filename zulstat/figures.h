@@ -29,6 +29,12 @@ std::string alignedFigure(double value);
 // From the least to the largest: "8-41", "1.2k-3.4k", "3.9-5.3 GiB".
 std::string figureRange(double low, double high, Unit unit);
 
+// A number of an axis whose ticks are a step apart, and the largest of which is so large: all have the same unit or
+// letter, and the decimals that tell them apart.
+std::string axisFigure(double value, double step, double largest, Unit unit);
+// A round step for at most this many ticks over a span, in the unit; `largest` as above.
+double roundStep(double span, std::size_t most, double largest, Unit unit);
+
 // "12 s", "23 m", "5 h 10 m", "3 d 4 h".
 std::string duration(double seconds);
 

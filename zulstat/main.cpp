@@ -41,6 +41,12 @@ int run(const Options& options) {
         return runRecord(options);
     case Command::top:
         return runTop(options);
+    case Command::plot:
+        return runPlot(options);
+    case Command::diff:
+        return runDiff(options);
+    case Command::report:
+        return runReport(options);
     case Command::ping:
         return runPing(options);
     case Command::explain:

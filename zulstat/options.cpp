@@ -179,16 +179,46 @@ void expandSelections(Words& words, const Config& config, Options& options) {
                                      [](const std::string& id) { return isGlob(id); });
     }
     words.ids = ids;
-    // check takes globs as they are.
-    if (globs && options.command != Command::check) {
+    // These take globs as they are.
+    if (globs && options.command != Command::check && options.command != Command::plot) {
         options.globs.words = splitIds(ids, "identifier");
         words.ids.clear();
     }
 }
 
+// What the commands that read recordings need.
+void finishRecordings(Options& options) {
+    if (options.command == Command::diff) {
+        if (!options.from.empty() == !options.files.empty() || options.files.size() == 1 || options.files.size() > 2) {
+            throw UsageError{"diff takes two recordings, or one with --from"};
+        }
+        if (!options.from.empty() && options.at == std::nullopt && options.to) {
+            throw UsageError{"--to needs --at"};
+        }
+    }
+    if (options.command == Command::plot) {
+        if (options.ids.empty() && options.groups.empty() && options.globs.empty()) {
+            throw UsageError{"plot needs an identifier, -g or -I"};
+        }
+        constexpr long samplesForAPipe = 60;
+        if (!options.count && isatty(STDOUT_FILENO) != 1) {
+            options.count = samplesForAPipe;
+        }
+    }
+}
+
 // What goes with a recording, and what does not.
 void finishFrom(Options& options, const Words& words, const CLI::App& app, const GivenWords& given) {
+    if (!words.at.empty()) {
+        options.at = recording::parseTime(words.at);
+    }
+    if (!words.to.empty()) {
+        options.to = recording::parseTime(words.to);
+    }
     if (options.from.empty()) {
+        if (!options.files.empty()) {
+            return;
+        }
         for (const auto& [name, isGiven] : {std::pair("--at", !words.at.empty()), std::pair("--to", !words.to.empty()),
                                             std::pair("--speed", options.speed.has_value())}) {
             if (isGiven) {
@@ -196,6 +226,9 @@ void finishFrom(Options& options, const Words& words, const CLI::App& app, const
             }
         }
         return;
+    }
+    if (options.command == Command::diff && !options.to) {
+        return;  // with what a Gateway says now
     }
     for (const char* name : {"--host", "--port", "--timeout", "--trace", "--trace-file"}) {
         if (given.global.contains(app.get_option(name))) {
@@ -205,12 +238,6 @@ void finishFrom(Options& options, const Words& words, const CLI::App& app, const
     if (!given.targets.empty() || words.noReconnect) {
         throw UsageError{fmt::format("{} is about Gateways; --from reads a recording",
                                      words.noReconnect ? "--no-reconnect" : "@" + given.targets.front())};
-    }
-    if (!words.at.empty()) {
-        options.at = recording::parseTime(words.at);
-    }
-    if (!words.to.empty()) {
-        options.to = recording::parseTime(words.to);
     }
 }
 
@@ -228,9 +255,12 @@ void finish(Options& options, Words& words, const Config& config) {
         options.format = formatByName(words.format);
     }
     const bool samples = command == Command::stats || command == Command::ids || command == Command::groups ||
-                         command == Command::watch || command == Command::demo;
+                         command == Command::watch || command == Command::diff || command == Command::demo;
     if (options.format && !samples) {
-        throw UsageError{"-o and -j are for stats, ids, groups, watch and demo"};
+        throw UsageError{"-o and -j are for stats, ids, groups, watch, diff and demo"};
+    }
+    if (command == Command::diff && options.format == Format::openmetrics) {
+        throw UsageError{"diff has no -o openmetrics"};
     }
     if (!words.rotation.empty()) {
         options.rotation = *recording::parseRotation(words.rotation);
@@ -255,8 +285,9 @@ void finish(Options& options, Words& words, const Config& config) {
     options.ids = splitIds(words.ids, "identifier");
     options.groups = splitIds(words.groups, "group");
     if (!words.map.empty()) {
-        if (options.format != Format::openmetrics && command != Command::check && command != Command::top) {
-            throw UsageError{"--map goes with -o openmetrics, with check and with top"};
+        if (options.format != Format::openmetrics && command != Command::check && command != Command::top &&
+            command != Command::plot && command != Command::report) {
+            throw UsageError{"--map goes with -o openmetrics, with check, top, plot and report"};
         }
         options.mapper = readMapper(words.map, words.module.empty() ? "default" : words.module);
     } else if (!words.module.empty()) {
@@ -270,6 +301,7 @@ void finish(Options& options, Words& words, const Config& config) {
     }
     options.warning = words.warning.empty() ? std::nullopt : parseRange(words.warning);
     options.critical = words.critical.empty() ? std::nullopt : parseRange(words.critical);
+    finishRecordings(options);
     if (command == Command::check) {
         finishCheck(options, words);
     }
@@ -445,6 +477,9 @@ Query Options::query() const {
     if (!groups.empty()) {
         return {What::statsByGroup, groups};
     }
+    if (command == Command::plot && std::any_of(ids.begin(), ids.end(), isGlob)) {
+        return {What::stats, {}};
+    }
     return ids.empty() ? Query{What::stats, {}} : Query{What::statsById, ids};
 }
 
@@ -461,7 +496,8 @@ Subject Options::subject(const Target& gateway) const {
     return {.target = gateway,
             .timeout = timeout,
             .several = several(),
-            .series = command == Command::watch || command == Command::top || command == Command::record,
+            .series = command == Command::watch || command == Command::top || command == Command::plot ||
+                      command == Command::record,
             .ping = command == Command::ping,
             .filtered = !globs.empty(),
             .quiet = quiet,

@@ -24,7 +24,24 @@ namespace zulstat {
 // What check looks at in place of a value.
 enum class ChangeWanted { none, perSecond, difference };
 
-enum class Command { stats, ids, groups, watch, record, top, ping, explain, check, map, config, complete, demo };
+enum class Command {
+    stats,
+    ids,
+    groups,
+    watch,
+    record,
+    top,
+    plot,
+    diff,
+    report,
+    ping,
+    explain,
+    check,
+    map,
+    config,
+    complete,
+    demo
+};
 
 // What holds, and who says so.
 struct InForce {
@@ -78,6 +95,9 @@ struct Options {
     std::string file;  // record
     recording::Rotation rotation;
     std::size_t keep = 0;
+
+    std::vector<std::string> files;  // report, diff
+    std::string outputFile;          // report
 
     std::vector<std::string> codes;  // explain
     std::vector<InForce> inForce;    // config, complete

@@ -62,6 +62,13 @@ void keepAsked(Sample& sample, const Options& options) {
     }
 }
 
+void notePassedOver(const Options& options, const std::string& file, std::uint64_t lines) {
+    if (lines > 0) {
+        note(options.subject(),
+             fmt::format("{}: passed over what is no whole sample, lines: {}", escapeForTerminal(file), lines));
+    }
+}
+
 // What one Gateway's series is of the playback.
 class Playback::Part : public Feed {
 public:
@@ -102,10 +109,7 @@ Playback::Playback(const Options& given, std::optional<double> pace) : wanted(gi
     if (span.targets.empty()) {
         throw UsageError{fmt::format("{} has no sample", given.from)};
     }
-    if (span.torn > 0) {
-        note(wanted.subject(), fmt::format("{}: passed over what is no whole sample, lines: {}",
-                                           escapeForTerminal(given.from), span.torn));
-    }
+    notePassedOver(wanted, given.from, span.torn);
     wanted.targets = span.targets;
     wanted.target = wanted.targets.front();
     from = given.at ? recording::resolveTime(*given.at, span.last) : 0;

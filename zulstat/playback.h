@@ -17,6 +17,8 @@ namespace zulstat {
 
 // Removes what was not asked for by identifier or group. The Gateways' answer is the recording's.
 void keepAsked(monitor::Sample& sample, const Options& options);
+// A note of lines that are no whole sample; none of no lines.
+void notePassedOver(const Options& options, const std::string& file, std::uint64_t lines);
 
 // Of a recording's samples those that the options ask for; its Gateways are the options' targets. Throws what a Reader
 // does, and UsageError for a time at which there is nothing.

@@ -123,23 +123,26 @@ bool Tracks::matches(const Sample& sample) const {
     return track == tracks.end();
 }
 
+Tracks::Key Tracks::keyOf(const Track& track) {
+    return {track.element, track.id, track.repeated, track.failed};
+}
+
 // Puts the tracks into the order of the sample, and makes those that it has for the first time.
 void Tracks::arrange(const Sample& sample) {
-    using Key = std::tuple<std::string_view, std::string_view, std::size_t, bool>;
-    const auto keyOf = [](const Track& track) { return Key(track.element, track.id, track.repeated, track.failed); };
     std::map<Key, std::unique_ptr<Track>> known;
-    for (auto* const place : {&tracks, &absent}) {
-        for (std::unique_ptr<Track>& track : *place) {
-            known.emplace(keyOf(*track), std::move(track));
-        }
-        place->clear();
+    for (std::unique_ptr<Track>& track : tracks) {
+        const Key key = keyOf(*track);
+        known.emplace(key, std::move(track));
     }
+    tracks.clear();
     std::map<std::pair<std::string_view, std::string_view>, std::size_t> seen;
     const auto add = [&](const Element& element, std::string_view id, bool failed) {
         const std::size_t repeated = seen[{element.text, id}]++;
-        if (auto node = known.extract(Key(element.text, id, repeated, failed)); !node.empty()) {
-            tracks.push_back(std::move(node.mapped()));
-            return;
+        for (auto* const place : {&known, &absent}) {
+            if (auto node = place->extract(Key(element.text, id, repeated, failed)); !node.empty()) {
+                tracks.push_back(std::move(node.mapped()));
+                return;
+            }
         }
         auto track = std::make_unique<Track>();
         track->element = element.text;
@@ -179,7 +182,7 @@ void Tracks::arrange(const Sample& sample) {
     }
     for (auto& [key, track] : known) {
         if (absent.size() < MOST_ABSENT && !track->failed) {
-            absent.push_back(std::move(track));
+            absent.emplace(key, std::move(track));
         }
     }
 }

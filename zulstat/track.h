@@ -4,11 +4,13 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "figures.h"
@@ -111,7 +113,10 @@ private:
     DerivedGlobs derived;
     std::shared_ptr<monitor::Mapper> mapper;  // or none
     std::vector<std::unique_ptr<Track>> tracks;
-    std::vector<std::unique_ptr<Track>> absent;  // may come back, for instance when an element fails for a while
+    // May come back, for instance when an element fails for a while. The texts of a key are the track's.
+    using Key = std::tuple<std::string_view, std::string_view, std::size_t, bool>;
+    static Key keyOf(const Track& track);
+    std::map<Key, std::unique_ptr<Track>> absent;
     std::array<double, HISTORY_LENGTH> times{};  // of the slots
     std::uint64_t slot = 0;                      // of the last sample or gap; its place is the rest of HISTORY_LENGTH
     double now = 0;

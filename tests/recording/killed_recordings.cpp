@@ -28,8 +28,8 @@ namespace {
 
 using namespace recording;
 
-constexpr double START = 1795219200;  // 2026-11-21T00:00:00Z
-std::size_t items = 150;              // of a sample
+constexpr double MIDNIGHT = 1795219200;  // 2026-11-21T00:00:00Z
+std::size_t items = 150;                 // of a sample
 
 double seconds() {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -44,7 +44,7 @@ bool isSilent(std::size_t number) {
 }
 
 monitor::Sample sampleOf(std::size_t number) {
-    return makeSample(START + static_cast<double>(number) + 0.25, number, FIRST, items);
+    return makeSample(MIDNIGHT + static_cast<double>(number) + 0.25, number, FIRST, items);
 }
 
 // Which samples are written, and the file's size behind each. Restarts are of the writer; in silent minutes the Gateway
@@ -58,7 +58,7 @@ Day write(const std::string& file, std::size_t samples) {
     Day day;
     auto writer = std::make_unique<Writer>(WriterOptions{.file = file});
     for (std::size_t number = 0; number < samples; ++number) {
-        const double time = START + static_cast<double>(number);
+        const double time = MIDNIGHT + static_cast<double>(number);
         if (isRestart(number)) {
             writer.reset();
             writer = std::make_unique<Writer>(WriterOptions{.file = file});
@@ -124,7 +124,7 @@ bool run(const std::string& file, std::size_t samples, std::size_t cuts, std::mt
     const double read = seconds() - begin;
     begin = seconds();
     Reader other(file);
-    other.seek(START + static_cast<double>(samples) / 2);
+    other.seek(MIDNIGHT + static_cast<double>(samples) / 2);
     const double sought = seconds() - begin;
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);

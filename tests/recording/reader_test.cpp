@@ -17,8 +17,6 @@ namespace {
 using monitor::Sample;
 using support::TempDirectory;
 
-constexpr double START = 1795231920;  // 2026-11-21T03:32:00Z
-
 TEST(Lines, readAsTheyWereWritten) {
     Sample ids = makeSample(START, 1);
     ids.query = {monitor::What::idsByGroup, {"a", "b"}};
@@ -37,7 +35,7 @@ TEST(Lines, readAsTheyWereWritten) {
     }
     EXPECT_EQ(described(parser.parse(sampleLine(ids)).sample), described(ids));
     EXPECT_FALSE(parser.parse(sampleLine(ids)).sample.hasValues);
-    for (std::size_t item : {0, 1, 2}) {
+    for (const std::size_t item : {0u, 1u, 2u}) {
         counts.items[item].value = "7";
     }
     counts.items[3].value = "9223372036854775807";

@@ -12,6 +12,7 @@
 
 namespace recording {
 
+inline constexpr double START = 1795231920;  // 2026-11-21T03:32:00Z
 inline const monitor::Target FIRST{"gw1", 7531};
 inline const monitor::Target SECOND{"2001:db8::1", 7532};
 

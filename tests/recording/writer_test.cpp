@@ -18,8 +18,6 @@ namespace {
 
 using support::TempDirectory;
 
-constexpr double START = 1795231920;  // 2026-11-21T03:32:00Z
-
 class Writing : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {

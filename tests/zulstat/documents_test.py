@@ -3,6 +3,7 @@
 
     documents_test.py ZULSTAT ZULSTAT_SIM SOURCE
 """
+import json
 import os
 import pathlib
 import re
@@ -11,12 +12,14 @@ import sys
 import tempfile
 import unittest
 
+import make_recording
+
 ZULSTAT, SIM, SOURCE = (pathlib.Path(argument).resolve() for argument in sys.argv[1:4])
 PAGE, SIM_PAGE, README, BASH, ZSH = (SOURCE / name for name in (
     'docs/man/zulstat.1.scd', 'docs/man/zulstat-sim.1.scd', 'README.md', 'zulstat/completion/zulstat.bash',
     'zulstat/completion/_zulstat'))
 ENVIRONMENT = {k: v for k, v in os.environ.items() if not k.startswith('ZULSTAT_')} | {
-    'LC_ALL': 'C.UTF-8', 'XDG_CONFIG_HOME': '/nosuch', 'PATH': f'{ZULSTAT.parent}:{os.environ["PATH"]}'}
+    'LC_ALL': 'C.UTF-8', 'TZ': 'UTC0', 'XDG_CONFIG_HOME': '/nosuch', 'PATH': f'{ZULSTAT.parent}:{os.environ["PATH"]}'}
 
 
 def output(*command, cwd=None, **environment):
@@ -125,6 +128,9 @@ class Documents(unittest.TestCase):
             with tempfile.TemporaryDirectory() as directory, subprocess.Popen(
                     [SIM, '--port', '0', '--speed', '0', *arguments], stdout=subprocess.PIPE, text=True) as sim:
                 port = sim.stdout.readline().strip().rpartition(':')[2]
+                pathlib.Path(directory, 'night.jsonl').write_text(
+                    ''.join(json.dumps(line | {'target': {'host': 'gw1', 'port': 7532}}) + '\n'
+                            for line in make_recording.lines(3600, 10, 'gw1', make_recording.BEGIN)))
                 for command, shown in examples:
                     with self.subTest(page=page.name, command=command):
                         printed = output('bash', '-c', command, cwd=directory, ZULSTAT_PORT=port)

@@ -28,7 +28,7 @@ _zulstat_known() {
 }
 
 _zulstat() {
-    local commands='stats ids groups watch record top ping explain check map config complete demo'
+    local commands='stats ids groups watch record top plot diff report ping explain check map config complete demo'
     local options='-h --help -H --host -p --port -T --timeout -o --output -j -I --include -X --exclude --map --module
         --no-header --lf --no-color -q --quiet -v --verbose --trace --trace-file'
     local before_commands='-V --version'
@@ -73,7 +73,7 @@ _zulstat() {
     -H | --host)
         mapfile -t COMPREPLY < <(compgen -A hostname -- "$current")
         ;;
-    --map | --trace-file | --from)
+    --map | --trace-file | --from | -o | --output)
         compopt -o filenames 2>/dev/null
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         ;;
@@ -91,6 +91,9 @@ _zulstat() {
         record) options+=' -g --group -i --interval -c --count --rotate --keep' ;;
         top) options+=' -g --group -i --interval -r --rate -d --delta --no-reconnect --from --at --to --speed
             --raw' ;;
+        plot) options+=' -g --group -i --interval -c --count -r --rate --from --at --to' ;;
+        diff) options+=' -g --group --from --at --to' ;;
+        report) options+=' -g --group -o --output --at --to' ;;
         ping) options+=' -c --count -i --interval' ;;
         check) options+=' -w --warning -c --critical --expect --rate --delta -i --interval --from --at' ;;
         map) options+=' --observe' ;;
@@ -101,10 +104,10 @@ _zulstat() {
             mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
         elif [[ -z $command && $current != @* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$current")
-        elif [[ $before == "$command" && ' record ' == *" $command "* ]]; then
+        elif [[ $before == "$command" && ' record diff report ' == *" $command "* ]]; then
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
-        elif [[ -z $command || ' stats watch record top check ' == *" $command "* ]]; then
+        elif [[ -z $command || ' stats watch record top plot check ' == *" $command "* ]]; then
             if [[ -z $command ]]; then
                 names=$(_zulstat_known targets)
             elif [[ $current == @* ]]; then
