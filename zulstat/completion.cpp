@@ -89,9 +89,13 @@ std::vector<std::string> optionNames(const CLI::App& app, Choose choose) {
     return names;
 }
 
+bool contains(const std::vector<std::string>& names, const std::string& name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 void addNew(std::vector<std::string>& names, const std::vector<std::string>& more) {
     std::copy_if(more.begin(), more.end(), std::back_inserter(names),
-                 [&](const std::string& name) { return std::find(names.begin(), names.end(), name) == names.end(); });
+                 [&](const std::string& name) { return !contains(names, name); });
 }
 
 // Words with a separator between them, on as many lines as they take; all but the last line end with `lineEnd`.
@@ -188,12 +192,28 @@ std::string bashCompletion(const CLI::App& app) {
                 fmt::format("        {}) options+=' {}' ;;\n", command->get_name(), folded(own, 32, "            "));
         }
     }
+    const std::vector<std::string> general = optionNames(app, takesValue);
     std::string values;
+    std::string ownValues;  // of options that only one command has so
     for (const ValueKind& kind : valueKinds()) {
         std::vector<std::string> names =
             optionNames(app, [&](const CLI::Option* each) { return isType(each, kind.type); });
         for (const CLI::App* command : commandsOf(app)) {
-            addNew(names, optionNames(*command, [&](const CLI::Option* each) { return isType(each, kind.type); }));
+            std::vector<std::string> own =
+                optionNames(*command, [&](const CLI::Option* each) { return isType(each, kind.type); });
+            std::vector<std::string> others;  // that mean something else without the command
+            std::erase_if(own, [&](const std::string& name) {
+                const bool other = !contains(names, name) && contains(general, name);
+                if (other) {
+                    others.push_back(fmt::format("{}:{}", command->get_name(), name));
+                }
+                return other;
+            });
+            addNew(names, own);
+            if (!others.empty()) {
+                ownValues += fmt::format("    {})\n        {}\n        return\n        ;;\n", fmt::join(others, " | "),
+                                         kind.bash);
+            }
         }
         values += fmt::format("    {})\n        {}\n        ;;\n", fmt::join(names, " | "), kind.bash);
     }
@@ -259,6 +279,8 @@ _zulstat() {{
     done
 
     COMPREPLY=()
+    case $command:$before in
+{}    esac
     case $before in
 {}    *)
         ! _zulstat_takes_value "$before" || return 0
@@ -289,7 +311,7 @@ complete -F _zulstat zulstat
 )",
         folded(withValue, 4, "        ", " | ", "\\"), fmt::join(commands, " "),
         folded(optionNames(app, [](const CLI::Option* option) { return !isOnlyOfMain(option); }), 19, "        "),
-        fmt::join(optionNames(app, isOnlyOfMain), " "), values, branches, fmt::join(withFiles, " "),
+        fmt::join(optionNames(app, isOnlyOfMain), " "), ownValues, values, branches, fmt::join(withFiles, " "),
         fmt::join(withIds, " "));
 }
 

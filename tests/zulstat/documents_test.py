@@ -95,7 +95,8 @@ class Documents(unittest.TestCase):
                 ([''], COMMANDS), (['st'], ['stats']), (['stats', ''], []), (['-o', ''], formats), (['-o', 'csv', 'w'], ['watch']),
                 (['-p', '1', 'stats', '--output', '=', 'j'], ['json', 'jsonl']),
                 (['record', f'{PAGE}'[:-4]], [f'{PAGE}']), (['top', '--from', f'{PAGE}'[:-4]], [f'{PAGE}']),
-                (['-H', 'stats', '--trace-file', f'{PAGE}'[:-4]], [f'{PAGE}'])):
+                (['-H', 'stats', '--trace-file', f'{PAGE}'[:-4]], [f'{PAGE}']), (['stats', '-o', 'pl'], ['plain']),
+                (['report', '-o', f'{PAGE}'[:-4]], [f'{PAGE}'])):
             with self.subTest(words):
                 self.assertEqual(bash_words(*words), set(offered))
         self.assertIn(f'*{"*, *".join(formats[:-1])}* or *{formats[-1]}*', PAGE.read_text())

@@ -63,6 +63,13 @@ _zulstat() {
     done
 
     COMPREPLY=()
+    case $command:$before in
+    report:-o | report:--output)
+        compopt -o filenames 2>/dev/null
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        return
+        ;;
+    esac
     case $before in
     -o | --output)
         mapfile -t COMPREPLY < <(compgen -W 'table plain json jsonl csv openmetrics' -- "$current")
@@ -73,7 +80,7 @@ _zulstat() {
     -H | --host)
         mapfile -t COMPREPLY < <(compgen -A hostname -- "$current")
         ;;
-    --map | --trace-file | --from | -o | --output)
+    --map | --trace-file | --from)
         compopt -o filenames 2>/dev/null
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         ;;
