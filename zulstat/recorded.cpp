@@ -1,5 +1,7 @@
 #include "recorded.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <limits>
 #include <utility>
@@ -35,6 +37,16 @@ double moment(recording::Reader& reader, const recording::TimeWord& time) {
         return time.seconds;
     }
     return recording::resolveTime(time, reader.span().last);
+}
+
+// The time of a file's first entry. What is no file, as a pipe, can be read but once: its time is not known.
+double firstTime(const std::string& file) {
+    struct stat there {};
+    if (stat(file.c_str(), &there) != 0 || !S_ISREG(there.st_mode)) {
+        return NEVER;
+    }
+    const std::optional<recording::Entry> entry = recording::Reader(file).next();
+    return entry ? entry->sample.wallTime : NEVER;
 }
 
 PageFile readFile(const std::string& file, const Options& options, Timelines& lines) {
@@ -84,10 +96,16 @@ void choose(Sample& sample, const Options& options) {
 }
 
 std::vector<PageFile> readTimelines(const std::vector<std::string>& files, const Options& options, Timelines& lines) {
-    std::vector<PageFile> read;
+    std::vector<std::pair<double, std::string>> inOrder;
     for (const std::string& file : files) {
+        inOrder.emplace_back(files.size() > 1 ? reading([&] { return firstTime(file); }) : NEVER, file);
+    }
+    std::stable_sort(inOrder.begin(), inOrder.end(),
+                     [](const auto& one, const auto& other) { return one.first < other.first; });
+    std::vector<PageFile> read;
+    for (const auto& [time, file] : inOrder) {
         lines.nextRecording();
-        read.push_back(reading([&] { return readFile(file, options, lines); }));
+        read.push_back(reading([&, &name = file] { return readFile(name, options, lines); }));
     }
     return read;
 }

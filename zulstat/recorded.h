@@ -16,8 +16,8 @@ namespace zulstat {
 // Leaves of a sample what identifiers, groups, -I and -X choose; identifiers may be globs.
 void choose(monitor::Sample& sample, const Options& options);
 
-// Fills timelines from recordings, one behind the other, between --at and --to. Says on standard error what was passed
-// over. Throws UsageError for what cannot be read, and Interrupted when a signal came.
+// Fills timelines from recordings, one behind the other in the order of their first times, those that are no files but
+// pipes at the end, between --at and --to. Says on standard error what was passed over. Throws UsageError for what cannot be read, and Interrupted when a signal came.
 std::vector<PageFile> readTimelines(const std::vector<std::string>& files, const Options& options, Timelines& lines);
 
 // What each Gateway of a recording had at a moment, or at its end without one, chosen from. Throws as the above.

@@ -141,6 +141,43 @@ class Report(Recordings):
                 self.assertIn(error, run('report', *words, code=code).stderr)
         self.assertEqual(sorted(p.name for p in self.place.iterdir()), ['map', 'page.html', 'r.jsonl'])
 
+    def test_page_goes_where_its_name_leads(self):
+        file, other = (self.recording((sample(s, {'e': {'e.n': str(s)}}) for s in range(5)), name) for name in ('a', 'b'))
+        (self.place / 'link').symlink_to('b')
+        os.link(other, self.place / 'hard')
+        before = other.read_text()
+        for name in ('b', 'link', 'hard'):
+            self.assertIn('is the recording', run('report', file, other, '-o', self.place / name, code=2).stderr)
+        self.assertEqual(other.read_text(), before)
+        (self.place / 'folder').mkdir()
+        (self.place / 'second').symlink_to('folder/page')
+        (self.place / 'first').symlink_to(self.place / 'second')
+        for _ in range(2):  # the first one makes the file
+            run('report', file, '-o', self.place / 'first')
+            self.assertIn('</html>', (self.place / 'folder/page').read_text())
+            self.assertTrue((self.place / 'first').is_symlink() and (self.place / 'second').is_symlink())
+            self.assertEqual(os.listdir(self.place / 'folder'), ['page'])
+        with (self.place / 'log').open('w') as stream:
+            stream.write('before\n')
+            stream.flush()
+            (self.place / 'out').symlink_to('/dev/stdout')
+            for name in (self.place / 'out', '/dev/fd/1', '/proc/self/fd/1'):
+                subprocess.run([ZULSTAT, 'report', file, '-o', name], env=ENVIRONMENT, stdout=stream, timeout=60, check=True)
+        self.assertTrue((self.place / 'out').is_symlink())
+        text = (self.place / 'log').read_text()
+        self.assertTrue(text.startswith('before\n<!DOCTYPE'))
+        self.assertEqual(text.count('</html>'), 3)
+
+    def test_files_are_read_by_time(self):
+        parts = [self.recording((sample(s, {'e': {'e.total': str(s)}}) for s in range(begin, begin + 20)), f'p{begin}')
+                 for begin in (0, 20, 40)]
+        self.page(*parts)
+        expected = (self.place / 'page.html').read_text()
+        self.page(parts[2], parts[0], self.recording([], 'empty'), parts[1])
+        page = (self.place / 'page.html').read_text()
+        self.assertFalse('counter began anew' in page)
+        self.assertTrue(page[page.index('<svg'):] == expected[expected.index('<svg'):])
+
     def test_draws_gateways_on_shared_axes(self):
         files = [self.recording(make_recording.lines(600, 20, host, BEGIN + 60 * place), host)
                  for place, host in enumerate(('gw1', 'gw2', 'gw3'))]
