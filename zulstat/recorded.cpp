@@ -1,16 +1,19 @@
 #include "recorded.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <limits>
 #include <utility>
 
+#include "axis.h"
 #include "interrupt.h"
 #include "output.h"
 #include "playback.h"
 #include "recording/reader.h"
 #include "recording/time.h"
+#include "report.h"
 #include "text.h"
 
 namespace zulstat {
@@ -81,6 +84,22 @@ PageFile readFile(const std::string& file, const Options& options, Timelines& li
     return result;
 }
 
+// What each Gateway had then, chosen from.
+std::vector<Sample> momentOf(recording::Reader& reader, const std::string& file, double wallTime,
+                             const Options& options) {
+    std::vector<Sample> samples = reader.moment(wallTime);
+    if (samples.empty()) {
+        const recording::Span span = reader.span();
+        if (!span.targets.empty() && wallTime < span.first) {
+            throw UsageError{fmt::format("{} begins at {} only", file, isoTime(span.first))};
+        }
+    }
+    for (Sample& sample : samples) {
+        choose(sample, options);
+    }
+    return samples;
+}
+
 }  // namespace
 
 void choose(Sample& sample, const Options& options) {
@@ -110,16 +129,52 @@ std::vector<PageFile> readTimelines(const std::vector<std::string>& files, const
     return read;
 }
 
-std::vector<Sample> readMoment(const std::string& file, const std::optional<recording::TimeWord>& time,
-                               const Options& options) {
-    std::vector<Sample> samples = reading([&] {
+std::vector<Sample> readMoment(const std::string& file, const Options& options) {
+    return reading([&] {
         recording::Reader reader(file);
-        return reader.moment(time ? moment(reader, *time) : NEVER);
+        return momentOf(reader, file, NEVER, options);
     });
-    for (Sample& sample : samples) {
-        choose(sample, options);
+}
+
+std::vector<std::vector<Sample>> readMoments(const std::string& file, const std::vector<recording::TimeWord>& times,
+                                             const Options& options) {
+    return reading([&] {
+        recording::Reader reader(file);
+        std::vector<double> moments;
+        for (const recording::TimeWord& time : times) {
+            moments.push_back(moment(reader, time));
+            if (moments.back() < moments.front()) {
+                throw UsageError{
+                    fmt::format("--to {} lies before --at {}", isoTime(moments.back()), isoTime(moments.front()))};
+            }
+        }
+        std::vector<std::vector<Sample>> all;
+        for (const double each : moments) {
+            all.push_back(momentOf(reader, file, each, options));
+        }
+        return all;
+    });
+}
+
+void complainOfNothing(const Timelines& lines) {
+    const auto& gateways = lines.gateways();
+    if (gateways.empty()) {
+        complain("there is no sample in that time");
+    } else if (std::any_of(gateways.begin(), gateways.end(), [](const auto& one) { return one.samples > 0; })) {
+        complain(NOTHING_MATCHES);
+    } else {
+        for (const GatewayTimeline& one : gateways) {
+            const Gap& gap = one.gaps.front();  // without a sample there is one
+            complain(fmt::format("{}: no sample since {}{}{}", one.name, localTime(gap.from),
+                                 gap.reason.empty() ? "" : ": ", gap.reason));
+        }
     }
-    return samples;
+}
+
+void noteLeft(const Timelines& lines, const Options& options) {
+    for (const std::string& text : leftTexts(lines)) {
+        note(options.subject(), text);
+    }
 }
 
 }  // namespace zulstat

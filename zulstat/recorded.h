@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "monitor/sample.h"
@@ -17,11 +18,21 @@ namespace zulstat {
 void choose(monitor::Sample& sample, const Options& options);
 
 // Fills timelines from recordings, one behind the other in the order of their first times, those that are no files but
-// pipes at the end, between --at and --to. Says on standard error what was passed over. Throws UsageError for what cannot be read, and Interrupted when a signal came.
+// pipes at the end, between --at and --to. Says on standard error what was passed over. Throws UsageError for what
+// cannot be read, and Interrupted when a signal came.
 std::vector<PageFile> readTimelines(const std::vector<std::string>& files, const Options& options, Timelines& lines);
 
-// What each Gateway of a recording had at a moment, or at its end without one, chosen from. Throws as the above.
-std::vector<monitor::Sample> readMoment(const std::string& file, const std::optional<recording::TimeWord>& time,
-                                        const Options& options);
+// What each Gateway of a recording had at its end, chosen from. Throws as the above.
+std::vector<monitor::Sample> readMoment(const std::string& file, const Options& options);
+// The same at moments. Throws UsageError too where one is earlier than the first, or than the whole recording.
+std::vector<std::vector<monitor::Sample>> readMoments(const std::string& file,
+                                                      const std::vector<recording::TimeWord>& times,
+                                                      const Options& options);
+
+inline constexpr std::string_view NOTHING_MATCHES = "nothing matches what is asked for";
+// Says on standard error why timelines have nothing to show.
+void complainOfNothing(const Timelines& lines);
+// Notes on standard error what timelines had no room for.
+void noteLeft(const Timelines& lines, const Options& options);
 
 }  // namespace zulstat

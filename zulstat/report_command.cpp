@@ -134,7 +134,7 @@ int runReport(const Options& options) {
     Timelines lines({}, options.mapper);
     const std::vector<PageFile> files = readTimelines(options.files, options, lines);
     if (lines.rows().empty()) {
-        complain(lines.gateways().empty() ? "there is no sample in that time" : "nothing matches what is asked for");
+        complainOfNothing(lines);
         return exitPartly;
     }
     if (options.outputFile.empty()) {

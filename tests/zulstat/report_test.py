@@ -6,6 +6,7 @@
 import collections
 import contextlib
 import csv
+import fcntl
 import html.parser
 import io
 import json
@@ -13,9 +14,11 @@ import os
 import pathlib
 import pty
 import re
+import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 
@@ -178,6 +181,20 @@ class Report(Recordings):
         self.assertFalse('counter began anew' in page)
         self.assertTrue(page[page.index('<svg'):] == expected[expected.index('<svg'):])
 
+    def test_tells_why_there_is_nothing(self):
+        file = self.recording([sample(s, {}, gap='nobody listens', elements=[{'element': '', 'rc': -122, 'items': []}])
+                               for s in range(3)])
+        for words in (('report', file), ('plot', '--from', file, 'x')):
+            self.assertIn('gw1:7531: no sample since 2025-11-21 02:00:00: nobody listens', run(*words, code=1).stderr)
+
+    def test_tells_what_had_no_room(self):
+        many = self.recording([sample(s, {'e': {f'n{n}': '1' for n in range(5010)}}) for s in range(2)], 'many')
+        self.assertIn('Only 5000 statistics are shown: 20 more values', run('plot', '--from', many, '*').stderr)
+        hosts = self.recording([sample(s, {'e': {'n': '1'}}, host=f'gw{n}') for s in range(2) for n in range(70)], 'hosts')
+        text = self.page(hosts).text
+        self.assertIn('Only 64 Gateways are shown: 12 more samples had no room.', text)
+        self.assertNotIn('statistics are shown', text)
+
     def test_draws_gateways_on_shared_axes(self):
         files = [self.recording(make_recording.lines(600, 20, host, BEGIN + 60 * place), host)
                  for place, host in enumerate(('gw1', 'gw2', 'gw3'))]
@@ -255,6 +272,9 @@ class Plot(Recordings):
         ascii_only = run('plot', '--from', file, 'daemon.cpu.percent', LC_ALL='C').stdout
         self.assertTrue(ascii_only.isascii() and '*' in ascii_only)
         self.assertIn('nothing matches', run('plot', '--from', file, 'nosuch', code=1).stderr)
+        wide = self.recording([sample(s, {'e': {'a.total': ('-1e308', '1e308')[s % 2]}}) for s in range(4)], 'wide')
+        self.assertNotIn('inf', run('plot', '--from', wide, 'a.total', '-r', '*').stdout.lower())
+        self.assertIn("'--from' is an option of plot", run('--from', file, 'plot', 'x', code=2).stderr)
         self.assertIn('needs an identifier', run('plot', '--from', file, code=2).stderr)
 
     def test_live(self):
@@ -274,6 +294,18 @@ class Plot(Recordings):
                 self.assertEqual(process.wait(30), 0)
             os.close(leader)
             self.assertEqual(seen.count(b'\x1b[H'), 3)
+            leader, follower = pty.openpty()
+            fcntl.ioctl(follower, termios.TIOCSWINSZ, struct.pack('HHHH', 24, 80, 0, 0))
+            with subprocess.Popen([ZULSTAT, '-p', port, 'plot', '-g', 'host', '-i', '0.05', '-c', '3'], stdout=follower,
+                                  env=ENVIRONMENT | {'TERM': 'xterm'}) as process:
+                os.close(follower)
+                seen = b''
+                with contextlib.suppress(OSError):
+                    while piece := os.read(leader, 65536):
+                        seen += piece
+                self.assertEqual(process.wait(30), 0)
+            os.close(leader)
+            self.assertRegex(seen.decode(), r'\d+ more have no room\x1b\[K\r*\n\x1b\[J')
             sim.terminate()
 
 
@@ -326,6 +358,16 @@ CHANGED
             sim.terminate()
             sim.wait()
             self.assertIn('cannot connect', run('-p', port, 'diff', '--from', file, code=3).stderr)
+
+    def test_moments_that_are_none(self):
+        for at, to, error in ((-5, 25, 'begins at'), (-5, -1, 'begins at'), (25, 5, 'lies before --at')):
+            with self.subTest((at, to)):
+                done = run('diff', '--from', self.file, '--at', f'@{BEGIN + at}', '--to', f'@{BEGIN + to}', code=2)
+                self.assertIn(error, done.stderr)
+                self.assertEqual(done.stdout, '')
+        self.assertIn('begins at', run('diff', '--from', self.file, '--at', f'@{BEGIN - 5}', code=2).stderr)
+        for words in (('-I', 'nosuch*'), ('-g', 'nosuch')):
+            self.assertIn('nothing matches', run('diff', self.file, self.file, *words, code=1).stderr)
 
     def test_what_it_cannot_compare(self):
         empty = self.recording([], 'empty')
