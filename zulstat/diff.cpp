@@ -7,6 +7,7 @@
 #include <deque>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -224,28 +225,16 @@ int ask(const Options& options, const std::vector<Sample>& recorded, std::vector
 int runDiff(const Options& options) {
     std::vector<Sample> former;
     std::vector<Sample> later;
+    // The ends of two recordings, or what they had at two times.
     if (options.files.size() == 2) {
-        former = readMoment(options.files[0], options);
-        later = readMoment(options.files[1], options);
+        former = readMoment(options.files[0], options.at, options);
+        later = readMoment(options.files[1], options.to, options);
+    } else if (options.to) {
+        std::tie(former, later) = readMoments(options);
     } else {
-        std::vector<recording::TimeWord> times;
-        if (options.at) {
-            times.push_back(*options.at);
-        }
-        if (options.to) {
-            times.push_back(*options.to);
-        }
-        if (times.empty()) {
-            former = readMoment(options.from, options);
-        } else {
-            std::vector<std::vector<Sample>> moments = readMoments(options.from, times, options);
-            former = std::move(moments.front());
-            later = options.to ? std::move(moments.back()) : std::vector<Sample>();
-        }
-        if (!options.to) {
-            if (const int exitCode = ask(options, former, later); exitCode != exitOk) {
-                return exitCode;
-            }
+        former = readMoment(options.from, options.at, options);
+        if (const int exitCode = ask(options, former, later); exitCode != exitOk) {
+            return exitCode;
         }
     }
     if (former.empty() && later.empty()) {

@@ -129,30 +129,24 @@ std::vector<PageFile> readTimelines(const std::vector<std::string>& files, const
     return read;
 }
 
-std::vector<Sample> readMoment(const std::string& file, const Options& options) {
+std::vector<Sample> readMoment(const std::string& file, const std::optional<recording::TimeWord>& time,
+                               const Options& options) {
     return reading([&] {
         recording::Reader reader(file);
-        return momentOf(reader, file, NEVER, options);
+        return momentOf(reader, file, time ? moment(reader, *time) : NEVER, options);
     });
 }
 
-std::vector<std::vector<Sample>> readMoments(const std::string& file, const std::vector<recording::TimeWord>& times,
-                                             const Options& options) {
+std::pair<std::vector<Sample>, std::vector<Sample>> readMoments(const Options& options) {
     return reading([&] {
-        recording::Reader reader(file);
-        std::vector<double> moments;
-        for (const recording::TimeWord& time : times) {
-            moments.push_back(moment(reader, time));
-            if (moments.back() < moments.front()) {
-                throw UsageError{
-                    fmt::format("--to {} lies before --at {}", isoTime(moments.back()), isoTime(moments.front()))};
-            }
+        recording::Reader reader(options.from);
+        const double former = options.at ? moment(reader, *options.at) : NEVER;
+        const double later = moment(reader, *options.to);
+        if (options.at && later < former) {
+            throw UsageError{fmt::format("--to {} lies before --at {}", isoTime(later), isoTime(former))};
         }
-        std::vector<std::vector<Sample>> all;
-        for (const double each : moments) {
-            all.push_back(momentOf(reader, file, each, options));
-        }
-        return all;
+        std::vector<Sample> samples = momentOf(reader, options.from, former, options);
+        return std::pair(std::move(samples), momentOf(reader, options.from, later, options));
     });
 }
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "monitor/sample.h"
@@ -22,12 +23,12 @@ void choose(monitor::Sample& sample, const Options& options);
 // cannot be read, and Interrupted when a signal came.
 std::vector<PageFile> readTimelines(const std::vector<std::string>& files, const Options& options, Timelines& lines);
 
-// What each Gateway of a recording had at its end, chosen from. Throws as the above.
-std::vector<monitor::Sample> readMoment(const std::string& file, const Options& options);
-// The same at moments. Throws UsageError too where one is earlier than the first, or than the whole recording.
-std::vector<std::vector<monitor::Sample>> readMoments(const std::string& file,
-                                                      const std::vector<recording::TimeWord>& times,
-                                                      const Options& options);
+// What each Gateway of a recording had at a moment, or at its end without one, chosen from. Throws as the above, and
+// UsageError for a moment before the whole recording.
+std::vector<monitor::Sample> readMoment(const std::string& file, const std::optional<recording::TimeWord>& time,
+                                        const Options& options);
+// The same of --from at --at and at --to. Throws UsageError too where --to is the earlier one.
+std::pair<std::vector<monitor::Sample>, std::vector<monitor::Sample>> readMoments(const Options& options);
 
 inline constexpr std::string_view NOTHING_MATCHES = "nothing matches what is asked for";
 // Says on standard error why timelines have nothing to show.

@@ -278,7 +278,9 @@ class Plot(Recordings):
         self.assertIn('needs an identifier', run('plot', '--from', file, code=2).stderr)
 
     def test_live(self):
-        with subprocess.Popen([SIM, '--port', '0'], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True) as sim:
+        with subprocess.Popen([SIM, '--port', '0'], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True) as sim, \
+                contextlib.ExitStack() as ending:
+            ending.callback(sim.terminate)
             port = sim.stdout.readline().strip().rpartition(':')[2]
             text = run('-p', port, 'plot', 'host.load.1m', '-i', '0.05', '-c', '10').stdout
             self.assertRegex(text, r'^host.load.1m  ')
@@ -343,12 +345,19 @@ CHANGED
         other = self.recording([line | {'target': {'host': 'gw2', 'port': 1}} for line in self.lines[:25]], 'other')
         self.assertIn('e.count  87  72  -15\n', run('diff', self.file, other, code=1).stdout)
         self.assertEqual(run('diff', self.file, self.file).returncode, 0)
+        # A moment of each, in any order.
+        for at, to in ((5, 25), (25, 5)):
+            times = ('--at', f'@{BEGIN + at}', '--to', f'@{BEGIN + to}')
+            self.assertRegex(run('diff', self.file, self.file, *times, code=1).stdout,
+                             f'e.count  +{at * 3}  +{to * 3} ')
         both = self.recording(self.lines + [line | {'target': {'host': 'gw2', 'port': 1}} for line in self.lines], 'both')
         self.assertRegex(run('diff', both, other, code=1).stdout, 'gw1:7531 .*: not there any more(.|\n)*\n\ngw2:1 ')
 
     def test_a_moment_and_now(self):
         with subprocess.Popen([SIM, '--port', '0', '--speed', '0'], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              text=True) as sim:
+                              text=True) as sim, \
+                contextlib.ExitStack() as ending:
+            ending.callback(sim.terminate)
             port = sim.stdout.readline().strip().rpartition(':')[2]
             file = self.place / 'live'
             file.write_text(run('-p', port, 'watch', '-c', '1', '-o', 'jsonl', '-g', 'host').stdout)
