@@ -7,6 +7,8 @@
 #include <deque>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "asking.h"
@@ -221,20 +223,29 @@ int ask(const Options& options, const std::vector<Sample>& recorded, std::vector
 }  // namespace
 
 int runDiff(const Options& options) {
-    const bool twoFiles = options.files.size() == 2;
-    // The ends of two recordings, or what they had at two times.
-    std::vector<Sample> former = readMoment(twoFiles ? options.files[0] : options.from, options.at, options);
+    std::vector<Sample> former;
     std::vector<Sample> later;
-    if (twoFiles) {
+    // The ends of two recordings, or what they had at two times.
+    if (options.files.size() == 2) {
+        former = readMoment(options.files[0], options.at, options);
         later = readMoment(options.files[1], options.to, options);
     } else if (options.to) {
-        later = readMoment(options.from, options.to, options);
-    } else if (const int exitCode = ask(options, former, later); exitCode != exitOk) {
-        return exitCode;
+        std::tie(former, later) = readMoments(options);
+    } else {
+        former = readMoment(options.from, options.at, options);
+        if (const int exitCode = ask(options, former, later); exitCode != exitOk) {
+            return exitCode;
+        }
     }
     if (former.empty() && later.empty()) {
         complain("there is no sample to compare");
         return exitUsage;
+    }
+    const auto nothing = [](const Sample& sample) { return sample.items.empty() && failedElements(sample) == 0; };
+    if ((!options.globs.empty() || !options.groups.empty()) && std::all_of(former.begin(), former.end(), nothing) &&
+        std::all_of(later.begin(), later.end(), nothing)) {
+        complain(NOTHING_MATCHES);
+        return exitPartly;
     }
     const std::vector<Comparison> all = compareSamples(std::move(former), std::move(later));
     show(all, options);

@@ -358,6 +358,9 @@ std::string unexpected(const CLI::App& app, const std::string& word) {
     std::vector<std::string> names = optionNames(app);
     for (const CLI::App* command : app.get_subcommands()) {
         const std::vector<std::string> own = optionNames(*command);
+        if (std::find(own.begin(), own.end(), word.substr(0, word.find('='))) != own.end()) {
+            return fmt::format("'{}' is an option of {}, and stands behind it", word, command->get_name());
+        }
         names.insert(names.end(), own.begin(), own.end());
     }
     return fmt::format("'{}' is not expected here{}", word,

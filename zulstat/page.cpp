@@ -172,9 +172,8 @@ std::string summary(const Timelines& lines, const std::vector<PageFile>& files) 
         text += card(gateway, gateways.size() > 1);
     }
     text += "</div>\n";
-    if (lines.left() > 0) {
-        text += fmt::format("<p>Only {} statistics are shown: {} more values had no room. -I and -X choose.</p>\n",
-                            MOST_TIMELINES, lines.left());
+    for (const std::string& left : leftTexts(lines)) {
+        text += fmt::format("<p>{}</p>\n", left);
     }
     return text;
 }

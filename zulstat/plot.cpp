@@ -1,4 +1,5 @@
 // zulstat plot: statistics over time as blocks in the terminal, of recordings or as they come.
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,23 +27,18 @@ using namespace monitor;
 
 namespace {
 
-constexpr std::string_view NOTHING_MATCHES = "nothing matches what is asked for";
 constexpr std::size_t LEAST_ROWS = 8;  // of a plot of several on a terminal
 
-std::vector<std::string> plots(const Timelines& lines, const PlotSize& size) {
-    std::vector<std::string> all;
+// The lines of each.
+std::vector<std::vector<std::string>> plots(const Timelines& lines, const PlotSize& size) {
+    std::vector<std::vector<std::string>> all;
     for (const Timelines::Row& row : lines.rows()) {
         for (std::size_t gateway = 0; gateway < row.ofGateways.size(); ++gateway) {
             if (row.ofGateways[gateway] == nullptr) {
                 continue;
             }
             const std::string name = lines.gateways().size() > 1 ? lines.gateways()[gateway].name : "";
-            const std::vector<std::string> one =
-                plotLines(*row.ofGateways[gateway], lines.width(), lines.from(), lines.to(), name, size);
-            if (!all.empty()) {
-                all.emplace_back();
-            }
-            all.insert(all.end(), one.begin(), one.end());
+            all.push_back(plotLines(*row.ofGateways[gateway], lines.width(), lines.from(), lines.to(), name, size));
         }
     }
     return all;
@@ -70,10 +66,42 @@ PlotSize sizeFor(const Timelines& lines) {
     return size;
 }
 
+// The plots that a terminal has room for, whole ones but for a first one; its last line tells of the others. The cursor
+// stays in the line below.
+std::vector<std::string> fitting(const std::vector<std::vector<std::string>>& all, const TerminalSize& terminal) {
+    const std::size_t room = terminal.rows - 1;
+    const auto linesOf = [&](std::size_t count) {
+        std::vector<std::string> lines;
+        for (std::size_t index = 0; index < count; ++index) {
+            if (index > 0) {
+                lines.emplace_back();
+            }
+            lines.insert(lines.end(), all[index].begin(), all[index].end());
+        }
+        return lines;
+    };
+    std::size_t count = std::min(all.size(), room);
+    std::vector<std::string> shown = linesOf(count);
+    while (count > 1 && shown.size() + (count < all.size() ? 1 : 0) > room) {
+        shown = linesOf(--count);
+    }
+    if (count < all.size() && room > 1) {
+        const std::size_t more = all.size() - count;
+        shown.resize(std::min(shown.size(), room - 1));
+        shown.push_back(
+            cutToWidth(fmt::format("{} more {} no room", more, more == 1 ? "has" : "have"), terminal.columns));
+    }
+    shown.resize(std::min(shown.size(), room));
+    return shown;
+}
+
 void printAll(const Timelines& lines) {
     std::string text;
-    for (const std::string& line : plots(lines, sizeFor(lines))) {
-        text += line + "\n";
+    for (const std::vector<std::string>& plot : plots(lines, sizeFor(lines))) {
+        text += text.empty() ? "" : "\n";
+        for (const std::string& line : plot) {
+            text += line + "\n";
+        }
     }
     print(inUsersCharacters(text));
 }
@@ -82,10 +110,11 @@ int plotRecording(const Options& options) {
     Timelines lines(options.derived, options.mapper);
     readTimelines({options.from}, options, lines);
     if (lines.rows().empty()) {
-        complain(lines.gateways().empty() ? "there is no sample in that time" : NOTHING_MATCHES);
+        complainOfNothing(lines);
         return exitPartly;
     }
     printAll(lines);
+    noteLeft(lines, options);
     return exitOk;
 }
 
@@ -101,6 +130,7 @@ public:
         if (!redraws && !lines.rows().empty()) {
             printAll(lines);
         }
+        noteLeft(lines, options);
         if (exitCode == exitOk && lines.rows().empty() && !lines.gateways().empty()) {
             complain(NOTHING_MATCHES);
             return exitPartly;
@@ -139,9 +169,7 @@ private:
         // What the terminal showed before moves up into its history.
         std::string frame = drawn ? "\x1b[H" : std::string(terminal.rows, '\n') + "\x1b[H";
         drawn = true;
-        std::vector<std::string> shown = plots(lines, sizeFor(lines));
-        shown.resize(std::min(shown.size(), terminal.rows - 1));  // the cursor stays in the last line
-        for (const std::string& line : shown) {
+        for (const std::string& line : fitting(plots(lines, sizeFor(lines)), terminal)) {
             frame += line + "\x1b[K\r\n";
         }
         print(inUsersCharacters(frame + "\x1b[J"));

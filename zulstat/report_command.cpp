@@ -7,8 +7,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "commands.h"
 #include "options.h"
@@ -23,14 +26,49 @@ namespace zulstat {
 
 namespace {
 
+// What a name means behind all links, whether it is there or not; nothing for a link to an open descriptor.
+std::optional<std::string> linkedFile(const std::string& name) {
+    constexpr int mostLinks = 40;  // as the system follows
+    std::filesystem::path path = name;
+    for (int links = 0; links < mostLinks; ++links) {
+        std::error_code error;
+        const std::filesystem::path to = std::filesystem::read_symlink(path, error);
+        if (error) {
+            break;
+        }
+        const std::filesystem::path folder =
+            std::filesystem::canonical(path.has_parent_path() ? path.parent_path() : std::filesystem::path("."), error);
+        if (error) {
+            break;
+        }
+        if (folder.native().starts_with("/proc/")) {
+            return std::nullopt;
+        }
+        path = folder / to;
+    }
+    return path.native();
+}
+
+// Whether the page would take the place of the recording.
+bool isSameFile(const std::string& page, const std::string& recording) {
+    struct stat one {};
+    struct stat other {};
+    return stat(page.c_str(), &one) == 0 && stat(recording.c_str(), &other) == 0 && S_ISREG(one.st_mode) &&
+           one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
 // A file that appears under its name once it is whole. What is there already and is no file, as a pipe, is written to.
 class NewFile {
 public:
     explicit NewFile(const std::string& file) : name(file) {
         struct stat there {};
-        const bool special = stat(name.c_str(), &there) == 0 && !S_ISREG(there.st_mode);
-        temporary = special ? "" : fmt::format("{}.{}.part", name, getpid());
-        descriptor = open((special ? name : temporary).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        const std::optional<std::string> named = linkedFile(name);
+        const bool special = !named || (stat(name.c_str(), &there) == 0 && !S_ISREG(there.st_mode));
+        place = special ? name : *named;
+        temporary = special ? "" : fmt::format("{}.{}.part", place, getpid());
+        // What lies behind a descriptor may have other text already.
+        const int mode = special ? O_APPEND : O_CREAT | O_TRUNC;
+        descriptor = open((special ? place : temporary).c_str(), O_WRONLY | O_CLOEXEC | mode, 0666);
         if (descriptor < 0) {
             fail();
         }
@@ -58,7 +96,7 @@ public:
     void finish() {
         const bool whole = close(descriptor) == 0;
         descriptor = -1;
-        if (!whole || (!temporary.empty() && std::rename(temporary.c_str(), name.c_str()) != 0)) {
+        if (!whole || (!temporary.empty() && std::rename(temporary.c_str(), place.c_str()) != 0)) {
             const int error = errno;
             remove();
             errno = error;
@@ -77,6 +115,7 @@ private:
     }
 
     const std::string name;
+    std::string place;      // where it is, behind all links
     std::string temporary;  // empty: it is written to as it is
     int descriptor = -1;
 };
@@ -87,10 +126,15 @@ int runReport(const Options& options) {
     if (options.outputFile.empty() && isatty(STDOUT_FILENO) == 1) {
         throw UsageError{"name the page with -o", "report"};
     }
+    for (const std::string& file : options.files) {
+        if (isSameFile(options.outputFile, file)) {
+            throw UsageError{fmt::format("the page {} is the recording {}", options.outputFile, file), "report"};
+        }
+    }
     Timelines lines({}, options.mapper);
     const std::vector<PageFile> files = readTimelines(options.files, options, lines);
     if (lines.rows().empty()) {
-        complain(lines.gateways().empty() ? "there is no sample in that time" : "nothing matches what is asked for");
+        complainOfNothing(lines);
         return exitPartly;
     }
     if (options.outputFile.empty()) {

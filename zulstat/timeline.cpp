@@ -1,5 +1,7 @@
 #include "timeline.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -281,7 +283,7 @@ void Timelines::nextRecording() {
 void Timelines::take(Sample sample) {
     GatewayTimeline* const found = gatewayOf(sample.target);
     if (found == nullptr) {
-        leftOut += sample.items.size();
+        ++leftSamples;
         return;
     }
     GatewayTimeline& gateway = *found;
@@ -381,6 +383,19 @@ double Timelines::to() const {
         result = std::max(result, one.endWall);
     }
     return result;
+}
+
+std::vector<std::string> leftTexts(const Timelines& lines) {
+    std::vector<std::string> texts;
+    if (lines.leftOfGateways() > 0) {
+        texts.push_back(fmt::format("Only {} Gateways are shown: {} more samples had no room.", MOST_GATEWAYS,
+                                    lines.leftOfGateways()));
+    }
+    if (lines.left() > 0) {
+        texts.push_back(fmt::format("Only {} statistics are shown: {} more values had no room. -I and -X choose.",
+                                    MOST_TIMELINES, lines.left()));
+    }
+    return texts;
 }
 
 std::string rangeText(const Extent& extent, Unit unit, bool rates) {

@@ -199,8 +199,11 @@ public:
     double width() const {  // seconds of a bucket
         return grid;
     }
-    std::uint64_t left() const {  // values of statistics and Gateways that there was no room for
+    std::uint64_t left() const {  // values of statistics that there was no room for
         return leftOut;
+    }
+    std::uint64_t leftOfGateways() const {  // samples of Gateways that there was no room for
+        return leftSamples;
     }
     double from() const;  // wall times of the first and the last sample
     double to() const;
@@ -221,9 +224,13 @@ private:
     std::vector<std::vector<std::unique_ptr<Timeline>>> lines;  // one of each Gateway, or nothing
     std::size_t timelines = 0;
     std::uint64_t leftOut = 0;
+    std::uint64_t leftSamples = 0;
     double grid = 1.0 / 16;
     std::optional<std::pair<std::int64_t, std::int64_t>> span;  // the first and the last place of all
 };
+
+// What there was no room for, a sentence each.
+std::vector<std::string> leftTexts(const Timelines& lines);
 
 // Numbers of a statistic, or of its rates, in words: "8-41 MiB", "1.2k-3.4k/s".
 std::string rangeText(const Extent& extent, Unit unit, bool rates);

@@ -343,20 +343,30 @@ std::string TopView::pacing() const {
 std::size_t TopView::drawTitle(Frame& frame, Gateways gateways, double wallTime) const {
     const bool one = gateways.size() == 1 || order.together == Together::one;
     const TopGateway& gateway = gateways[std::min(order.gateway, gateways.size() - 1)];
-    std::string title = "zulstat " + (one ? gateway.target : fmt::format("{} Gateways", gateways.size()));
+    std::string name = one ? gateway.target : fmt::format("{} Gateways", gateways.size());
     if (one && gateways.size() > 1) {
-        title += fmt::format(" ({} of {})", order.gateway + 1, gateways.size());
+        name += fmt::format(" ({} of {})", order.gateway + 1, gateways.size());
     }
-    if (one && !gateway.protocol.empty()) {
-        title += "  protocol " + gateway.protocol;
+    const std::string_view halt = atEnd ? "the end" : paused ? "paused" : "";
+    const std::string protocol = one && !gateway.protocol.empty() ? "  protocol " + gateway.protocol : "";
+    const std::string clock = wallTime > 0 ? "  " + clockTime(wallTime) : "";
+    const std::string moment = wallTime > 0 && speed ? "  " + dateAndTime(wallTime) : clock;
+    const std::string pace = "  " + pacing();
+    // What says least gives way first; the time and the halt stay.
+    const std::size_t haltWidth = halt.empty() ? 0 : columnWidth(halt) + 2;
+    const std::size_t room = frame.columns - std::min(frame.columns, haltWidth);
+    const std::size_t clockWidth = columnWidth(clock);
+    std::string title;
+    for (const std::string& form :
+         {"zulstat " + name + protocol + moment + pace, "zulstat " + name + moment + pace, "zulstat " + name + moment,
+          "zulstat " + name + clock, name + clock, cutWithMark(name, room - std::min(room, clockWidth)) + clock}) {
+        title = form;
+        if (columnWidth(form) <= room) {
+            break;
+        }
     }
-    if (wallTime > 0) {
-        title += "  " + (speed ? dateAndTime(wallTime) : clockTime(wallTime));
-    }
-    title += "  " + pacing();
     frame.put(0, 0, title, Style::bold);
     std::size_t row = 1;
-    const std::string_view halt = atEnd ? "the end" : paused ? "paused" : "";
     if (!halt.empty()) {
         frame.put(0, columnWidth(title) + 2, std::string(halt), Style::notice);
     }

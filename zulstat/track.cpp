@@ -254,7 +254,7 @@ void Tracks::updateNumber(Track& track, const std::optional<Number>& former, dou
         return;
     }
     track.difference = grown;
-    if (grown >= 0 && seconds > 0) {
+    if (grown >= 0 && seconds > 0 && std::isfinite(grown / seconds)) {
         track.perSecond = grown / seconds;
         average(track.averageRate, *track.perSecond, seconds, track.observed);
     }

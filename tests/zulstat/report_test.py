@@ -6,6 +6,7 @@
 import collections
 import contextlib
 import csv
+import fcntl
 import html.parser
 import io
 import json
@@ -13,9 +14,11 @@ import os
 import pathlib
 import pty
 import re
+import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 
@@ -141,6 +144,57 @@ class Report(Recordings):
                 self.assertIn(error, run('report', *words, code=code).stderr)
         self.assertEqual(sorted(p.name for p in self.place.iterdir()), ['map', 'page.html', 'r.jsonl'])
 
+    def test_page_goes_where_its_name_leads(self):
+        file, other = (self.recording((sample(s, {'e': {'e.n': str(s)}}) for s in range(5)), name) for name in ('a', 'b'))
+        (self.place / 'link').symlink_to('b')
+        os.link(other, self.place / 'hard')
+        before = other.read_text()
+        for name in ('b', 'link', 'hard'):
+            self.assertIn('is the recording', run('report', file, other, '-o', self.place / name, code=2).stderr)
+        self.assertEqual(other.read_text(), before)
+        (self.place / 'folder').mkdir()
+        (self.place / 'second').symlink_to('folder/page')
+        (self.place / 'first').symlink_to(self.place / 'second')
+        for _ in range(2):  # the first one makes the file
+            run('report', file, '-o', self.place / 'first')
+            self.assertIn('</html>', (self.place / 'folder/page').read_text())
+            self.assertTrue((self.place / 'first').is_symlink() and (self.place / 'second').is_symlink())
+            self.assertEqual(os.listdir(self.place / 'folder'), ['page'])
+        with (self.place / 'log').open('w') as stream:
+            stream.write('before\n')
+            stream.flush()
+            (self.place / 'out').symlink_to('/dev/stdout')
+            for name in (self.place / 'out', '/dev/fd/1', '/proc/self/fd/1'):
+                subprocess.run([ZULSTAT, 'report', file, '-o', name], env=ENVIRONMENT, stdout=stream, timeout=60, check=True)
+        self.assertTrue((self.place / 'out').is_symlink())
+        text = (self.place / 'log').read_text()
+        self.assertTrue(text.startswith('before\n<!DOCTYPE'))
+        self.assertEqual(text.count('</html>'), 3)
+
+    def test_files_are_read_by_time(self):
+        parts = [self.recording((sample(s, {'e': {'e.total': str(s)}}) for s in range(begin, begin + 20)), f'p{begin}')
+                 for begin in (0, 20, 40)]
+        self.page(*parts)
+        expected = (self.place / 'page.html').read_text()
+        self.page(parts[2], parts[0], self.recording([], 'empty'), parts[1])
+        page = (self.place / 'page.html').read_text()
+        self.assertFalse('counter began anew' in page)
+        self.assertTrue(page[page.index('<svg'):] == expected[expected.index('<svg'):])
+
+    def test_tells_why_there_is_nothing(self):
+        file = self.recording([sample(s, {}, gap='nobody listens', elements=[{'element': '', 'rc': -122, 'items': []}])
+                               for s in range(3)])
+        for words in (('report', file), ('plot', '--from', file, 'x')):
+            self.assertIn('gw1:7531: no sample since 2025-11-21 02:00:00: nobody listens', run(*words, code=1).stderr)
+
+    def test_tells_what_had_no_room(self):
+        many = self.recording([sample(s, {'e': {f'n{n}': '1' for n in range(5010)}}) for s in range(2)], 'many')
+        self.assertIn('Only 5000 statistics are shown: 20 more values', run('plot', '--from', many, '*').stderr)
+        hosts = self.recording([sample(s, {'e': {'n': '1'}}, host=f'gw{n}') for s in range(2) for n in range(70)], 'hosts')
+        text = self.page(hosts).text
+        self.assertIn('Only 64 Gateways are shown: 12 more samples had no room.', text)
+        self.assertNotIn('statistics are shown', text)
+
     def test_draws_gateways_on_shared_axes(self):
         files = [self.recording(make_recording.lines(600, 20, host, BEGIN + 60 * place), host)
                  for place, host in enumerate(('gw1', 'gw2', 'gw3'))]
@@ -218,10 +272,15 @@ class Plot(Recordings):
         ascii_only = run('plot', '--from', file, 'daemon.cpu.percent', LC_ALL='C').stdout
         self.assertTrue(ascii_only.isascii() and '*' in ascii_only)
         self.assertIn('nothing matches', run('plot', '--from', file, 'nosuch', code=1).stderr)
+        wide = self.recording([sample(s, {'e': {'a.total': ('-1e308', '1e308')[s % 2]}}) for s in range(4)], 'wide')
+        self.assertNotIn('inf', run('plot', '--from', wide, 'a.total', '-r', '*').stdout.lower())
+        self.assertIn("'--from' is an option of plot", run('--from', file, 'plot', 'x', code=2).stderr)
         self.assertIn('needs an identifier', run('plot', '--from', file, code=2).stderr)
 
     def test_live(self):
-        with subprocess.Popen([SIM, '--port', '0'], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True) as sim:
+        with subprocess.Popen([SIM, '--port', '0'], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True) as sim, \
+                contextlib.ExitStack() as ending:
+            ending.callback(sim.terminate)
             port = sim.stdout.readline().strip().rpartition(':')[2]
             text = run('-p', port, 'plot', 'host.load.1m', '-i', '0.05', '-c', '10').stdout
             self.assertRegex(text, r'^host.load.1m  ')
@@ -237,6 +296,18 @@ class Plot(Recordings):
                 self.assertEqual(process.wait(30), 0)
             os.close(leader)
             self.assertEqual(seen.count(b'\x1b[H'), 3)
+            leader, follower = pty.openpty()
+            fcntl.ioctl(follower, termios.TIOCSWINSZ, struct.pack('HHHH', 24, 80, 0, 0))
+            with subprocess.Popen([ZULSTAT, '-p', port, 'plot', '-g', 'host', '-i', '0.05', '-c', '3'], stdout=follower,
+                                  env=ENVIRONMENT | {'TERM': 'xterm'}) as process:
+                os.close(follower)
+                seen = b''
+                with contextlib.suppress(OSError):
+                    while piece := os.read(leader, 65536):
+                        seen += piece
+                self.assertEqual(process.wait(30), 0)
+            os.close(leader)
+            self.assertRegex(seen.decode(), r'\d+ more have no room\x1b\[K\r*\n\x1b\[J')
             sim.terminate()
 
 
@@ -274,12 +345,19 @@ CHANGED
         other = self.recording([line | {'target': {'host': 'gw2', 'port': 1}} for line in self.lines[:25]], 'other')
         self.assertIn('e.count  87  72  -15\n', run('diff', self.file, other, code=1).stdout)
         self.assertEqual(run('diff', self.file, self.file).returncode, 0)
+        # A moment of each, in any order.
+        for at, to in ((5, 25), (25, 5)):
+            times = ('--at', f'@{BEGIN + at}', '--to', f'@{BEGIN + to}')
+            self.assertRegex(run('diff', self.file, self.file, *times, code=1).stdout,
+                             f'e.count  +{at * 3}  +{to * 3} ')
         both = self.recording(self.lines + [line | {'target': {'host': 'gw2', 'port': 1}} for line in self.lines], 'both')
         self.assertRegex(run('diff', both, other, code=1).stdout, 'gw1:7531 .*: not there any more(.|\n)*\n\ngw2:1 ')
 
     def test_a_moment_and_now(self):
         with subprocess.Popen([SIM, '--port', '0', '--speed', '0'], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              text=True) as sim:
+                              text=True) as sim, \
+                contextlib.ExitStack() as ending:
+            ending.callback(sim.terminate)
             port = sim.stdout.readline().strip().rpartition(':')[2]
             file = self.place / 'live'
             file.write_text(run('-p', port, 'watch', '-c', '1', '-o', 'jsonl', '-g', 'host').stdout)
@@ -289,6 +367,16 @@ CHANGED
             sim.terminate()
             sim.wait()
             self.assertIn('cannot connect', run('-p', port, 'diff', '--from', file, code=3).stderr)
+
+    def test_moments_that_are_none(self):
+        for at, to, error in ((-5, 25, 'begins at'), (-5, -1, 'begins at'), (25, 5, 'lies before --at')):
+            with self.subTest((at, to)):
+                done = run('diff', '--from', self.file, '--at', f'@{BEGIN + at}', '--to', f'@{BEGIN + to}', code=2)
+                self.assertIn(error, done.stderr)
+                self.assertEqual(done.stdout, '')
+        self.assertIn('begins at', run('diff', '--from', self.file, '--at', f'@{BEGIN - 5}', code=2).stderr)
+        for words in (('-I', 'nosuch*'), ('-g', 'nosuch')):
+            self.assertIn('nothing matches', run('diff', self.file, self.file, *words, code=1).stderr)
 
     def test_what_it_cannot_compare(self):
         empty = self.recording([], 'empty')

@@ -208,6 +208,7 @@ TEST(Timelines, StandAnyClockAndAnyNumberOfStatistics) {
         many.take(sampleAt(index, {}, "gw" + std::to_string(index)));
     }
     EXPECT_EQ(many.gateways().size(), MOST_GATEWAYS);
+    EXPECT_EQ(many.leftOfGateways(), 300 - (MOST_GATEWAYS - 1));
 }
 
 std::string labels(const Axis& axis) {

@@ -257,6 +257,11 @@ TEST_F(Screens, recording) {
     compareSizes("recording", scene);
     scene.view.atEnd = true;
     EXPECT_NE(scene.text().find("recorded, x2  the end"), std::string::npos) << scene.text();
+    for (const std::size_t columns : {80u, 60u, 44u, 30u, 24u}) {
+        const std::string title = scene.text(6, columns).substr(0, scene.text(6, columns).find('\n'));
+        EXPECT_NE(title.find("04:40:25"), std::string::npos) << title;
+        EXPECT_TRUE(title.ends_with("the end")) << title;
+    }
     scene.press({'?'});
     EXPECT_NE(scene.text(40).find("5 minutes back and forth"), std::string::npos) << scene.text(40);
 
