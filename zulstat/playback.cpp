@@ -151,7 +151,14 @@ std::vector<Entry> Playback::states() {
 }
 
 std::optional<Sample> Playback::before(Sample& sample, double least) {
-    reader->seek(sample.wallTime - least);
+    // From that target's own sample on: before another one's there may be none that is early enough.
+    double start = sample.wallTime - least;
+    for (const Sample& last : reader->moment(start)) {
+        if (targetText(last.target) == targetText(sample.target)) {
+            start = std::nextafter(last.wallTime, 0);
+        }
+    }
+    reader->seek(start);
     std::optional<Sample> found;
     bool fresh = false;
     bool gap = false;
@@ -163,7 +170,8 @@ std::optional<Sample> Playback::before(Sample& sample, double least) {
             break;
         }
         gap = gap || entry->gap;
-        if (!entry->gap && (!found || recording::elapsed(entry->sample, sample, gap) >= least)) {
+        if (!entry->gap &&
+            recording::elapsed(entry->sample, sample, gap) >= (found ? least : least * (1 - TICK_SLACK))) {
             found = std::move(entry->sample);
             fresh = gap = false;
         } else {

@@ -205,6 +205,14 @@ class From(Directory):
                 result = at('check', *arguments)
                 self.assertEqual((result.returncode, text in result.stdout, result.stderr), (code, True, ''), result)
 
+    def test_check_of_several_gateways(self):
+        at = lambda n, target, offset: document(n, target, wall=BEGIN + offset, monotonic=500 + offset)  # noqa: E731
+        self.write(one for n in range(60) for one in (at(n, 'gw1', n * 1.0003), at(n, 'gw2', n * 1.0003 + 0.0002)))
+        for arguments, value in ((['--rate'], '10.00/s'), (['--delta', '--at', '-5s', '-i', '2'], '+20'), (['--delta', '-i', '9'], '+90')):
+            with self.subTest(arguments):
+                result = zulstat('check', 'a.total', '--from', self.file, *arguments)
+                self.assertEqual((result.returncode, result.stdout.count(f':7531 is {value}')), (0, 2), result)
+
     def test_hostile_files(self):
         texts = [document(1), document(2, elements=[{'element': '*', 'rc': 0, 'items': [{'id': '\x1b]0;x\x07', 'value': '<b>'}]}])]
         self.write(texts)
