@@ -91,11 +91,12 @@ public:
                     ? static_cast<const char*>(std::memchr(buffer.data() + searched, '\n', buffer.size() - searched))
                     : nullptr;
             if (found != nullptr) {
-                return take(static_cast<std::size_t>(found - buffer.data()) - begin, 1);
+                const Line line = take(static_cast<std::size_t>(found - buffer.data()) - begin, 1);
+                return std::exchange(tooLong, false) ? Line{{}, false} : line;
             }
             searched = buffer.size();
-            if (searched - begin > LONGEST_LINE) {
-                throw std::runtime_error(name + ": a line is longer than " + std::to_string(LONGEST_LINE) + " bytes");
+            if (tooLong || searched - begin > LONGEST_LINE) {
+                passOver();
             }
             if (ended || !fill()) {
                 return ended ? finish() : Line{{}, false};
@@ -109,7 +110,11 @@ public:
         begin = searched = 0;
         offset = place;
         framePlace.reset();
-        ended = cut = false;
+        ended = cut = tooLong = false;
+    }
+
+    const std::string& damage() const {
+        return bytes.damage();
     }
 
     bool compressed() const {
@@ -124,6 +129,17 @@ private:
         searched = begin;
         offset += size + lineEnd;
         return line;
+    }
+
+    // What is there of a line that is too long, and what comes of it.
+    void passOver() {
+        if (bytes.device()) {
+            throw std::runtime_error(name + ": a line is longer than " + std::to_string(LONGEST_LINE) + " bytes");
+        }
+        tooLong = true;
+        offset += buffer.size() - begin;
+        buffer.clear();
+        begin = searched = 0;
     }
 
     // Returns false at the end and where the file is damaged.
@@ -141,6 +157,7 @@ private:
             buffer.clear();
             searched = 0;
             framePlace.reset();
+            tooLong = false;
             return false;
         case FileBytes::Got::cut:
             cut = true;
@@ -154,7 +171,10 @@ private:
 
     // What has no line end.
     std::optional<Line> finish() {
-        const bool torn = std::exchange(cut, false);
+        const bool torn = std::exchange(cut, false) || tooLong;
+        if (std::exchange(tooLong, false)) {
+            begin = buffer.size();
+        }
         if (begin < buffer.size()) {
             return take(buffer.size() - begin, 0);
         }
@@ -170,12 +190,17 @@ private:
     std::optional<std::uint64_t> framePlace;  // the next line begins with a frame
     bool ended = false;
     bool cut = false;
+    bool tooLong = false;  // the next line, some of which is gone
 };
 
 Reader::Reader(const std::string& file) : name(file), lines(std::make_unique<Lines>(file)) {
 }
 
 Reader::~Reader() = default;
+
+const std::string& Reader::damage() const {
+    return lines->damage();
+}
 
 std::optional<Entry> Reader::next() {
     while (const std::optional<Line> line = lines->next()) {

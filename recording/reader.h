@@ -32,10 +32,10 @@ struct Span {
 };
 
 // One recording, front to back; its storage is bounded, but for a word or two for each MiB of the file. Lines that are
-// no whole sample, as a recorder that was killed leaves, are passed over and counted. Order is the file's, whatever its
-// times say. Calls throw std::runtime_error or std::system_error with the file's name: for a file that cannot be read,
-// a line over LONGEST_LINE bytes, or more than MOST_TARGETS targets. A file that is none but a pipe can be read with
-// next() alone. Use it from one thread at a time.
+// no whole sample, as a recorder that was killed leaves, or longer than LONGEST_LINE bytes, are passed over and
+// counted. Order is the file's, whatever its times say. Calls throw std::runtime_error or std::system_error with the
+// file's name: for a file that cannot be read, a device's line over LONGEST_LINE bytes, or more than MOST_TARGETS
+// targets. A file that is none but a pipe can be read with next() alone. Use it from one thread at a time.
 class Reader {
 public:
     explicit Reader(const std::string& file);
@@ -62,6 +62,9 @@ public:
     const std::string& complaint() const {
         return firstBad;
     }
+
+    // Why a compressed file's first damaged place is one, of those that were come by; empty: none.
+    const std::string& damage() const;
 
     // The number of the line that next() gave, before any seek.
     std::size_t line() const {

@@ -106,10 +106,11 @@ Playback::Playback(const Options& given, std::optional<double> pace) : wanted(gi
     } catch (const std::runtime_error& error) {
         throw UsageError{error.what()};
     }
-    if (span.targets.empty()) {
-        throw UsageError{fmt::format("{} has no sample", given.from)};
-    }
     notePassedOver(wanted, given.from, span.torn);
+    if (span.targets.empty()) {
+        const std::string& why = reader->damage();
+        throw UsageError{fmt::format("{} has no sample{}{}", given.from, why.empty() ? "" : ": it is damaged: ", why)};
+    }
     wanted.targets = span.targets;
     wanted.target = wanted.targets.front();
     from = given.at ? recording::resolveTime(*given.at, span.last) : 0;
@@ -117,7 +118,7 @@ Playback::Playback(const Options& given, std::optional<double> pace) : wanted(gi
     if (given.at && given.to && to < from) {
         throw UsageError{fmt::format("--to {} lies before --at {}", isoTime(to), isoTime(from))};
     }
-    if (given.at && from < span.first) {
+    if ((given.at && from < span.first) || to < span.first) {
         throw UsageError{fmt::format("{} begins at {} only", given.from, isoTime(span.first))};
     }
     const std::size_t count = wanted.targets.size();

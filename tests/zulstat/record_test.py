@@ -223,7 +223,12 @@ class From(Directory):
         huge = self.file + '.huge'
         with open(huge, 'wb') as file:
             file.truncate(1 << 30)
-        self.assertRegex(zulstat('watch', '--from', huge).stderr, 'a line is longer than 67108864 bytes')
+        self.assertRegex(zulstat('watch', '--from', huge).stderr, '(?s)no whole sample, lines: 1.*has no sample')
+        named = self.file + '.zst'
+        os.rename(self.write(texts), named)
+        self.assertRegex(zulstat('watch', '--from', named).stderr, '(?s)lines: 1.*has no sample: it is damaged: [A-Z]')
+        self.write(texts)
+        self.assertIn('begins at', zulstat('watch', '--from', self.file, '--to', '@1').stderr)
         self.assertIn('has no sample', zulstat('watch', '--from', __file__).stderr)
 
 
