@@ -6,6 +6,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "file_bytes.h"
@@ -250,18 +251,30 @@ void Reader::come(std::optional<std::uint64_t> place) {
     }
 }
 
+// Where the line at `here` is later than what is there, or always.
+void Reader::keepLater(Places& places, const Seen& seen, bool always) const {
+    const std::size_t known = std::max(places.sample.size(), seen.target + 1);
+    places.sample.resize(known);
+    places.entry.resize(known);
+    const auto keep = [&](std::optional<Place>& place) {
+        if (always || !place || place->wall <= seen.wall) {
+            place = Place{here.mark, here.line, seen.wall};
+        }
+    };
+    keep(places.entry[seen.target]);
+    if (!seen.gap) {
+        keep(places.sample[seen.target]);
+    }
+}
+
 // What the line at `here` is.
 void Reader::note(const Seen& seen) {
-    first = first.value_or(seen.wall);
+    first = std::min(first.value_or(seen.wall), seen.wall);
+    mostBack = std::max(mostBack, now.latest - seen.wall);
     now.newest = seen.wall;
     now.latest = std::max(now.latest, seen.wall);
-    const std::size_t known = std::max(now.last.size(), seen.target + 1);
-    now.last.resize(known);
-    now.entry.resize(known);
-    now.entry[seen.target] = here;
-    if (!seen.gap) {
-        now.last[seen.target] = here;
-    }
+    keepLater(now.last, seen, true);
+    keepLater(now.byTime, seen, false);
 }
 
 std::size_t Reader::targetNumber(const Target& target) {
@@ -309,22 +322,31 @@ void Reader::goToMark(std::size_t mark) {
     here = {mark, 0};
 }
 
-// Behind the entries before the first one that is later than the time, as far as `now` is concerned.
+// Finds what is latest at or before the time, or what is last. The first time it reads to the end, later on as far as
+// there may be some.
 void Reader::scan(double wallTime) {
     const auto later = std::upper_bound(marks.begin(), marks.end(), wallTime,
                                         [](double time, const Mark& mark) { return time < mark.latest; });
     goToMark(later == marks.begin() ? 0 : static_cast<std::size_t>(later - marks.begin()) - 1);
+    atMoment = now.byTime;
     while (const std::optional<Line> line = lines->next()) {
         come(line->place);
         if (const std::optional<Seen> seen = look(line->text, line->whole)) {
-            if (seen->wall > wallTime) {
+            if (seenAll && seen->wall > wallTime + mostBack) {
                 return;
             }
             note(*seen);
+            if (seen->wall <= wallTime) {
+                keepLater(atMoment, *seen, false);
+            }
         } else if (!line->whole || !isBlank(line->text)) {
             ++now.torn;
         }
         ++here.line;
+    }
+    seenAll = true;
+    if (wallTime == AT_THE_END) {
+        atMoment = now.last;
     }
 }
 
@@ -344,14 +366,16 @@ void Reader::goTo(const Place& place) {
     }
 }
 
-std::optional<Reader::Place> Reader::lastPlace() const {
-    std::optional<Place> found;
-    for (const std::optional<Place>& place : now.last) {
-        if (place && (!found || std::pair(found->mark, found->line) < std::pair(place->mark, place->line))) {
-            found = place;
+// Of the samples that were found the latest one. Of those at the same time, and at the end, it is the last in the file.
+std::optional<Reader::Place> Reader::lastPlace(bool atTheEnd) const {
+    const auto rank = [&](const Place& place) { return std::tuple(atTheEnd ? 0 : place.wall, place.mark, place.line); };
+    std::optional<Place> last;
+    for (const std::optional<Place>& place : atMoment.sample) {
+        if (place && (!last || rank(*last) < rank(*place))) {
+            last = place;
         }
     }
-    return found;
+    return last;
 }
 
 // Nothing where the line only looks like a sample.
@@ -367,22 +391,22 @@ std::optional<Entry> Reader::entryAt(const Place& place) {
 
 void Reader::seek(double wallTime) {
     scan(wallTime);
-    std::optional<Place> place = lastPlace();
+    std::optional<Place> place = lastPlace(wallTime == AT_THE_END);
     if (place && !careful && !entryAt(*place)) {
         careful = true;
         marks.clear();
         scan(wallTime);
-        place = lastPlace();
+        place = lastPlace(wallTime == AT_THE_END);
     }
     place ? goTo(*place) : goToMark(0);
 }
 
-std::vector<Entry> Reader::entriesAt(double wallTime, std::vector<std::optional<Place>> Mark::*places) {
+std::vector<Entry> Reader::entriesAt(double wallTime, std::vector<std::optional<Place>> Places::*which) {
     for (;;) {
         scan(wallTime);
         std::vector<Entry> entries;
         bool all = true;
-        for (const std::optional<Place>& place : std::vector(now.*places)) {
+        for (const std::optional<Place>& place : std::vector(atMoment.*which)) {
             std::optional<Entry> entry = place ? entryAt(*place) : std::nullopt;
             all = all && (!place || entry);
             if (entry) {
@@ -399,19 +423,19 @@ std::vector<Entry> Reader::entriesAt(double wallTime, std::vector<std::optional<
 
 std::vector<Sample> Reader::moment(double wallTime) {
     std::vector<Sample> samples;
-    for (Entry& entry : entriesAt(wallTime, &Mark::last)) {
+    for (Entry& entry : entriesAt(wallTime, &Places::sample)) {
         samples.push_back(std::move(entry.sample));
     }
     return samples;
 }
 
 std::vector<Entry> Reader::lastEntries(double wallTime) {
-    return entriesAt(wallTime, &Mark::entry);
+    return entriesAt(wallTime, &Places::entry);
 }
 
 Span Reader::span() {
     scan(AT_THE_END);
-    return {first.value_or(0), now.newest, first ? targets : std::vector<Target>(), now.torn};
+    return {first.value_or(0), now.newest, now.latest, first ? targets : std::vector<Target>(), now.torn};
 }
 
 }  // namespace recording

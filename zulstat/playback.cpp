@@ -208,9 +208,12 @@ void Playback::load() {
         for (std::size_t target = 0; target < taken.size(); ++target) {
             all = all && complete(target);
         }
-        if (!entry || entry->sample.wallTime > to || all) {
+        if (!entry || entry->sample.wallTime > to + reader->disorder() || all) {
             ended = true;
             return;
+        }
+        if (entry->sample.wallTime > to) {
+            continue;
         }
         const bool gap = entry->gap || gapBefore;
         if (former) {
@@ -323,8 +326,8 @@ void Playback::stepOnce() {
 }
 
 void Playback::move(double count) {
-    const double place = std::clamp(position + count, span.first, std::max(span.first, span.last));
-    begin(place - WARM_UP, place);
+    const double place = std::clamp(position + count, span.first, span.latest);
+    begin(std::max(place - WARM_UP, span.first), place);
     position = place;
 }
 

@@ -227,19 +227,21 @@ TEST_F(Files, areSoughtByTime) {
         EXPECT_EQ(reader.next()->sample.contentSize, 1001U);
         EXPECT_EQ(numberAt(199.5), 199U);
         EXPECT_TRUE(reader.next()->gap);
-        EXPECT_EQ(numberAt(201), 301U);
+        EXPECT_EQ(numberAt(201), 199U);
         EXPECT_EQ(numberAt(std::numeric_limits<double>::infinity()), 302U);
         EXPECT_FALSE(reader.next());
         EXPECT_EQ(numberAt(77), 77U);
     }
     const std::vector<Sample> moment = reader.moment(START + 201);
     ASSERT_EQ(moment.size(), 2U);
-    EXPECT_EQ(moment[0].contentSize, 1300U);
+    EXPECT_EQ(moment[0].contentSize, 1199U);
     EXPECT_EQ(moment[1].contentSize, 1301U);
-    EXPECT_EQ(reader.moment(START + 199.5).size(), 1U);
+    EXPECT_EQ(reader.moment(START + 199.5).size(), 2U);
+    EXPECT_EQ(reader.moment(START + 150.3).at(0).contentSize, 1300U);
+    EXPECT_EQ(reader.disorder(), 49.75);
     EXPECT_TRUE(reader.moment(START - 1).empty());
     EXPECT_TRUE(reader.lastEntries(START + 199.5).at(0).sample.contentSize == 1199);
-    EXPECT_FALSE(reader.lastEntries(START + 201).at(0).gap);
+    EXPECT_TRUE(reader.lastEntries(START + 201).at(0).gap);
     const Span span = reader.span();
     EXPECT_EQ(span.first, START);
     EXPECT_EQ(span.last, START + 202);
