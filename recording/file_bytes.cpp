@@ -77,7 +77,7 @@ FileBytes::Got FileBytes::readCompressed(std::vector<char>& to) {
         zst.wanted = ZSTD_decompressStream(zst.context, &out, &in);
         to.resize(size + out.pos);
         if (ZSTD_isError(zst.wanted) != 0) {
-            return goOn();
+            return goOn(ZSTD_getErrorName(zst.wanted));
         }
         zst.used = in.pos;
         zst.full = out.pos == CHUNK && zst.wanted != 0;
@@ -91,10 +91,11 @@ FileBytes::Got FileBytes::readCompressed(std::vector<char>& to) {
 }
 
 // After damage: with the next frame.
-FileBytes::Got FileBytes::goOn() {
+FileBytes::Got FileBytes::goOn(const char* why) {
     if (!regular) {
         throw std::runtime_error(name + ": no compressed file, or damaged");
     }
+    firstDamage = firstDamage.empty() ? why : firstDamage;
     decompressor->reset();
     const std::optional<std::uint64_t> next = findFrame(descriptor, began + 1);
     const off_t end = lseek(descriptor, 0, SEEK_END);
@@ -122,6 +123,7 @@ FileBytes::FileBytes(const std::string& file)
         throw std::system_error(errno, std::generic_category(), name);
     }
     regular = S_ISREG(status.st_mode);
+    isDevice = S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode);
     try {
         std::array<char, ZST_MAGIC.size()> first{};
         std::size_t size = 0;

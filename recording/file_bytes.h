@@ -39,6 +39,14 @@ public:
     bool compressed() const {
         return isCompressed;
     }
+    // Whether it is a device, which may have no end.
+    bool device() const {
+        return isDevice;
+    }
+    // Why the first damaged place is one, as the library of compression has it; empty: there was none.
+    const std::string& damage() const {
+        return firstDamage;
+    }
 
     static constexpr std::size_t CHUNK = 131072;
 
@@ -47,12 +55,14 @@ private:
 
     std::size_t readFile(char* to, std::size_t size);
     Got readCompressed(std::vector<char>& to);
-    Got goOn();
+    Got goOn(const char* why);
 
     const std::string name;
     int descriptor = -1;
     bool regular = false;
+    bool isDevice = false;
     bool isCompressed = false;
+    std::string firstDamage;
     std::uint64_t offset = 0;  // of what is read next
     std::uint64_t began = 0;
     std::string head;  // the first bytes, which were looked at

@@ -6,6 +6,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "file_bytes.h"
@@ -91,11 +92,12 @@ public:
                     ? static_cast<const char*>(std::memchr(buffer.data() + searched, '\n', buffer.size() - searched))
                     : nullptr;
             if (found != nullptr) {
-                return take(static_cast<std::size_t>(found - buffer.data()) - begin, 1);
+                const Line line = take(static_cast<std::size_t>(found - buffer.data()) - begin, 1);
+                return std::exchange(tooLong, false) ? Line{{}, false} : line;
             }
             searched = buffer.size();
-            if (searched - begin > LONGEST_LINE) {
-                throw std::runtime_error(name + ": a line is longer than " + std::to_string(LONGEST_LINE) + " bytes");
+            if (tooLong || searched - begin > LONGEST_LINE) {
+                passOver();
             }
             if (ended || !fill()) {
                 return ended ? finish() : Line{{}, false};
@@ -109,7 +111,11 @@ public:
         begin = searched = 0;
         offset = place;
         framePlace.reset();
-        ended = cut = false;
+        ended = cut = tooLong = false;
+    }
+
+    const std::string& damage() const {
+        return bytes.damage();
     }
 
     bool compressed() const {
@@ -124,6 +130,17 @@ private:
         searched = begin;
         offset += size + lineEnd;
         return line;
+    }
+
+    // What is there of a line that is too long, and what comes of it.
+    void passOver() {
+        if (bytes.device()) {
+            throw std::runtime_error(name + ": a line is longer than " + std::to_string(LONGEST_LINE) + " bytes");
+        }
+        tooLong = true;
+        offset += buffer.size() - begin;
+        buffer.clear();
+        begin = searched = 0;
     }
 
     // Returns false at the end and where the file is damaged.
@@ -141,6 +158,7 @@ private:
             buffer.clear();
             searched = 0;
             framePlace.reset();
+            tooLong = false;
             return false;
         case FileBytes::Got::cut:
             cut = true;
@@ -154,7 +172,10 @@ private:
 
     // What has no line end.
     std::optional<Line> finish() {
-        const bool torn = std::exchange(cut, false);
+        const bool torn = std::exchange(cut, false) || tooLong;
+        if (std::exchange(tooLong, false)) {
+            begin = buffer.size();
+        }
         if (begin < buffer.size()) {
             return take(buffer.size() - begin, 0);
         }
@@ -170,12 +191,17 @@ private:
     std::optional<std::uint64_t> framePlace;  // the next line begins with a frame
     bool ended = false;
     bool cut = false;
+    bool tooLong = false;  // the next line, some of which is gone
 };
 
 Reader::Reader(const std::string& file) : name(file), lines(std::make_unique<Lines>(file)) {
 }
 
 Reader::~Reader() = default;
+
+const std::string& Reader::damage() const {
+    return lines->damage();
+}
 
 std::optional<Entry> Reader::next() {
     while (const std::optional<Line> line = lines->next()) {
@@ -225,18 +251,30 @@ void Reader::come(std::optional<std::uint64_t> place) {
     }
 }
 
+// Where the line at `here` is later than what is there, or always.
+void Reader::keepLater(Places& places, const Seen& seen, bool always) const {
+    const std::size_t known = std::max(places.sample.size(), seen.target + 1);
+    places.sample.resize(known);
+    places.entry.resize(known);
+    const auto keep = [&](std::optional<Place>& place) {
+        if (always || !place || place->wall <= seen.wall) {
+            place = Place{here.mark, here.line, seen.wall};
+        }
+    };
+    keep(places.entry[seen.target]);
+    if (!seen.gap) {
+        keep(places.sample[seen.target]);
+    }
+}
+
 // What the line at `here` is.
 void Reader::note(const Seen& seen) {
-    first = first.value_or(seen.wall);
+    first = std::min(first.value_or(seen.wall), seen.wall);
+    mostBack = std::max(mostBack, now.latest - seen.wall);
     now.newest = seen.wall;
     now.latest = std::max(now.latest, seen.wall);
-    const std::size_t known = std::max(now.last.size(), seen.target + 1);
-    now.last.resize(known);
-    now.entry.resize(known);
-    now.entry[seen.target] = here;
-    if (!seen.gap) {
-        now.last[seen.target] = here;
-    }
+    keepLater(now.last, seen, true);
+    keepLater(now.byTime, seen, false);
 }
 
 std::size_t Reader::targetNumber(const Target& target) {
@@ -284,22 +322,31 @@ void Reader::goToMark(std::size_t mark) {
     here = {mark, 0};
 }
 
-// Behind the entries before the first one that is later than the time, as far as `now` is concerned.
+// Finds what is latest at or before the time, or what is last. The first time it reads to the end, later on as far as
+// there may be some.
 void Reader::scan(double wallTime) {
     const auto later = std::upper_bound(marks.begin(), marks.end(), wallTime,
                                         [](double time, const Mark& mark) { return time < mark.latest; });
     goToMark(later == marks.begin() ? 0 : static_cast<std::size_t>(later - marks.begin()) - 1);
+    atMoment = now.byTime;
     while (const std::optional<Line> line = lines->next()) {
         come(line->place);
         if (const std::optional<Seen> seen = look(line->text, line->whole)) {
-            if (seen->wall > wallTime) {
+            if (seenAll && seen->wall > wallTime + mostBack) {
                 return;
             }
             note(*seen);
+            if (seen->wall <= wallTime) {
+                keepLater(atMoment, *seen, false);
+            }
         } else if (!line->whole || !isBlank(line->text)) {
             ++now.torn;
         }
         ++here.line;
+    }
+    seenAll = true;
+    if (wallTime == AT_THE_END) {
+        atMoment = now.last;
     }
 }
 
@@ -319,14 +366,16 @@ void Reader::goTo(const Place& place) {
     }
 }
 
-std::optional<Reader::Place> Reader::lastPlace() const {
-    std::optional<Place> found;
-    for (const std::optional<Place>& place : now.last) {
-        if (place && (!found || std::pair(found->mark, found->line) < std::pair(place->mark, place->line))) {
-            found = place;
+// Of the samples that were found the latest one. Of those at the same time, and at the end, it is the last in the file.
+std::optional<Reader::Place> Reader::lastPlace(bool atTheEnd) const {
+    const auto rank = [&](const Place& place) { return std::tuple(atTheEnd ? 0 : place.wall, place.mark, place.line); };
+    std::optional<Place> last;
+    for (const std::optional<Place>& place : atMoment.sample) {
+        if (place && (!last || rank(*last) < rank(*place))) {
+            last = place;
         }
     }
-    return found;
+    return last;
 }
 
 // Nothing where the line only looks like a sample.
@@ -342,22 +391,22 @@ std::optional<Entry> Reader::entryAt(const Place& place) {
 
 void Reader::seek(double wallTime) {
     scan(wallTime);
-    std::optional<Place> place = lastPlace();
+    std::optional<Place> place = lastPlace(wallTime == AT_THE_END);
     if (place && !careful && !entryAt(*place)) {
         careful = true;
         marks.clear();
         scan(wallTime);
-        place = lastPlace();
+        place = lastPlace(wallTime == AT_THE_END);
     }
     place ? goTo(*place) : goToMark(0);
 }
 
-std::vector<Entry> Reader::entriesAt(double wallTime, std::vector<std::optional<Place>> Mark::*places) {
+std::vector<Entry> Reader::entriesAt(double wallTime, std::vector<std::optional<Place>> Places::*which) {
     for (;;) {
         scan(wallTime);
         std::vector<Entry> entries;
         bool all = true;
-        for (const std::optional<Place>& place : std::vector(now.*places)) {
+        for (const std::optional<Place>& place : std::vector(atMoment.*which)) {
             std::optional<Entry> entry = place ? entryAt(*place) : std::nullopt;
             all = all && (!place || entry);
             if (entry) {
@@ -374,19 +423,19 @@ std::vector<Entry> Reader::entriesAt(double wallTime, std::vector<std::optional<
 
 std::vector<Sample> Reader::moment(double wallTime) {
     std::vector<Sample> samples;
-    for (Entry& entry : entriesAt(wallTime, &Mark::last)) {
+    for (Entry& entry : entriesAt(wallTime, &Places::sample)) {
         samples.push_back(std::move(entry.sample));
     }
     return samples;
 }
 
 std::vector<Entry> Reader::lastEntries(double wallTime) {
-    return entriesAt(wallTime, &Mark::entry);
+    return entriesAt(wallTime, &Places::entry);
 }
 
 Span Reader::span() {
     scan(AT_THE_END);
-    return {first.value_or(0), now.newest, first ? targets : std::vector<Target>(), now.torn};
+    return {first.value_or(0), now.newest, now.latest, first ? targets : std::vector<Target>(), now.torn};
 }
 
 }  // namespace recording

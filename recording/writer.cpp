@@ -291,7 +291,7 @@ void Writer::mend() {
 }
 
 void Writer::rotate(double wallTime, std::size_t added) {
-    if (!firstTime || size == 0) {
+    if (!firstTime || size == 0 || openingFailed) {
         return;
     }
     const auto period = [&](double time) { return std::floor(time / static_cast<double>(*options.rotation.seconds)); };
@@ -315,26 +315,59 @@ void Writer::rotate(double wallTime, std::size_t added) {
         return;
     }
     rotationFailed = false;
+    openNamed();
+    removeOldest(std::filesystem::path(aside).filename().string());
+}
+
+// Goes on in the file that has the name now. Where that fails the former one goes on, whatever its name is.
+bool Writer::openNamed() {
     const auto former = std::tuple(descriptor, size, firstTime);
+    std::unique_ptr<Frame> formerFrame = std::exchange(frame, compressed ? std::make_unique<Frame>() : nullptr);
     try {
         openFile();
     } catch (const std::exception& error) {
-        options.tell(error.what());
-        std::tie(descriptor, size, firstTime) = former;  // the file that was put aside goes on
-        return;
+        std::tie(descriptor, size, firstTime) = former;
+        frame = std::move(formerFrame);
+        if (!std::exchange(openingFailed, true)) {
+            options.tell(std::string(error.what()) + "; samples go on in the former file");
+        }
+        return false;
+    }
+    openingFailed = false;
+    if (formerFrame != nullptr && formerFrame->unfinished()) {
+        [[maybe_unused]] const ssize_t ended =
+            ::write(std::get<0>(former), ZST_LAST_BLOCK.data(), ZST_LAST_BLOCK.size());
     }
     close(std::get<0>(former));
-    removeOldest();
+    return true;
 }
 
-void Writer::removeOldest() const {
+// Where the name has no file any more, or another one than is written, that is begun.
+void Writer::followName() {
+    struct stat named {};
+    struct stat own {};
+    if (stat(options.file.c_str(), &named) != 0) {
+        if (errno != ENOENT) {
+            return;  // whether it is there nobody knows
+        }
+    } else if (fstat(descriptor, &own) != 0 || (named.st_dev == own.st_dev && named.st_ino == own.st_ino)) {
+        return;
+    }
+    const bool told = openingFailed;
+    if (openNamed()) {
+        options.tell(options.file + (told ? " takes samples again" : " was removed or moved; it begins anew"));
+    }
+}
+
+// `newest` was put aside last.
+void Writer::removeOldest(const std::string& newest) const {
     if (options.keep == 0) {
         return;
     }
     const auto [stem, extensions] = splitExtensions(options.file);
     const std::filesystem::path path(stem);
     const std::string begin = path.filename().string() + ".";
-    std::vector<std::filesystem::path> aside;
+    std::vector<std::string> aside;
     std::error_code error;
     const std::filesystem::path directory = path.has_parent_path() ? path.parent_path() : ".";
     for (auto entry = std::filesystem::directory_iterator(directory, error);
@@ -342,13 +375,16 @@ void Writer::removeOldest() const {
         const std::string name = entry->path().filename().string();
         if (name.size() > begin.size() + extensions.size() && name.starts_with(begin) && name.ends_with(extensions) &&
             isStamp(std::string_view(name).substr(begin.size(), name.size() - begin.size() - extensions.size()))) {
-            aside.push_back(entry->path());
+            aside.push_back(name);
         }
     }
+    // A name with a later time than the newest one's is of a clock that was ahead, or was set back since: it is older.
     std::sort(aside.begin(), aside.end());
+    std::rotate(aside.begin(), std::upper_bound(aside.begin(), aside.end(), newest), aside.end());
     for (std::size_t index = 0; index + options.keep < aside.size(); ++index) {
-        if (!std::filesystem::remove(aside[index], error) && error) {
-            options.tell(aside[index].string() + " cannot be removed: " + error.message());
+        const std::filesystem::path old = directory / aside[index];
+        if (!std::filesystem::remove(old, error) && error) {
+            options.tell(old.string() + " cannot be removed: " + error.message());
         }
     }
 }
@@ -363,6 +399,7 @@ void Writer::addGap(const Target& target, double wallTime, double monotonicTime,
 }
 
 void Writer::put(const Target& target, double wallTime, double monotonicTime, const std::string& line) {
+    followName();
     rotate(wallTime, line.size());
     std::string lines;
     for (const Gap& gap : lost) {

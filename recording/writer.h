@@ -38,8 +38,9 @@ struct WriterOptions {
 
 // Appends to a file, or to several by rotation. A line is one write; where the name ends in .zst it is one or more
 // blocks, and a frame ends after 60 lines or 1 MiB. What a former writer left unfinished is put in order first. No two
-// writers have one file. Where the file takes no more, samples are lost until it does, which is told, and a gap is
-// written before the first one that it takes again. Use it from one thread at a time.
+// writers have one file. Where another program removes or moves the file, the next sample begins it anew. Where the
+// file takes no more, samples are lost until it does, which is told, and a gap is written before the first one that it
+// takes again. Use it from one thread at a time.
 class Writer {
 public:
     // Throws std::system_error or std::runtime_error with the file's name.
@@ -69,7 +70,9 @@ private:
     void openFile();
     void mend();
     void rotate(double wallTime, std::size_t size);
-    void removeOldest() const;
+    bool openNamed();
+    void followName();
+    void removeOldest(const std::string& newest) const;
     void put(const monitor::Target& target, double wallTime, double monotonicTime, const std::string& line);
     int write(const std::string& lines);
     bool endFrame();
@@ -84,6 +87,7 @@ private:
     std::vector<Gap> lost;            // targets whose samples could not be written, since when
     bool failing = false;
     bool rotationFailed = false;  // which was told
+    bool openingFailed = false;   // so was this
 };
 
 }  // namespace recording

@@ -106,10 +106,11 @@ Playback::Playback(const Options& given, std::optional<double> pace) : wanted(gi
     } catch (const std::runtime_error& error) {
         throw UsageError{error.what()};
     }
-    if (span.targets.empty()) {
-        throw UsageError{fmt::format("{} has no sample", given.from)};
-    }
     notePassedOver(wanted, given.from, span.torn);
+    if (span.targets.empty()) {
+        const std::string& why = reader->damage();
+        throw UsageError{fmt::format("{} has no sample{}{}", given.from, why.empty() ? "" : ": it is damaged: ", why)};
+    }
     wanted.targets = span.targets;
     wanted.target = wanted.targets.front();
     from = given.at ? recording::resolveTime(*given.at, span.last) : 0;
@@ -117,7 +118,7 @@ Playback::Playback(const Options& given, std::optional<double> pace) : wanted(gi
     if (given.at && given.to && to < from) {
         throw UsageError{fmt::format("--to {} lies before --at {}", isoTime(to), isoTime(from))};
     }
-    if (given.at && from < span.first) {
+    if ((given.at && from < span.first) || to < span.first) {
         throw UsageError{fmt::format("{} begins at {} only", given.from, isoTime(span.first))};
     }
     const std::size_t count = wanted.targets.size();
@@ -151,7 +152,14 @@ std::vector<Entry> Playback::states() {
 }
 
 std::optional<Sample> Playback::before(Sample& sample, double least) {
-    reader->seek(sample.wallTime - least);
+    // From that target's own sample on: before another one's there may be none that is early enough.
+    double start = sample.wallTime - least;
+    for (const Sample& last : reader->moment(start)) {
+        if (targetText(last.target) == targetText(sample.target)) {
+            start = std::nextafter(last.wallTime, 0);
+        }
+    }
+    reader->seek(start);
     std::optional<Sample> found;
     bool fresh = false;
     bool gap = false;
@@ -163,7 +171,8 @@ std::optional<Sample> Playback::before(Sample& sample, double least) {
             break;
         }
         gap = gap || entry->gap;
-        if (!entry->gap && (!found || recording::elapsed(entry->sample, sample, gap) >= least)) {
+        if (!entry->gap &&
+            recording::elapsed(entry->sample, sample, gap) >= (found ? least : least * (1 - TICK_SLACK))) {
             found = std::move(entry->sample);
             fresh = gap = false;
         } else {
@@ -199,9 +208,12 @@ void Playback::load() {
         for (std::size_t target = 0; target < taken.size(); ++target) {
             all = all && complete(target);
         }
-        if (!entry || entry->sample.wallTime > to || all) {
+        if (!entry || entry->sample.wallTime > to + reader->disorder() || all) {
             ended = true;
             return;
+        }
+        if (entry->sample.wallTime > to) {
+            continue;
         }
         const bool gap = entry->gap || gapBefore;
         if (former) {
@@ -314,8 +326,8 @@ void Playback::stepOnce() {
 }
 
 void Playback::move(double count) {
-    const double place = std::clamp(position + count, span.first, std::max(span.first, span.last));
-    begin(place - WARM_UP, place);
+    const double place = std::clamp(position + count, span.first, span.latest);
+    begin(std::max(place - WARM_UP, span.first), place);
     position = place;
 }
 

@@ -58,6 +58,7 @@ PageFile readFile(const std::string& file, const Options& options, Timelines& li
     const double to = options.to ? moment(reader, *options.to) : NEVER;
     if (options.at || options.to) {
         reader.seek(from);
+        reader.seek(from - reader.disorder());
     }
     PageFile result{escapeForTerminal(file), 0, 0};
     while (std::optional<recording::Entry> entry = reader.next()) {
@@ -65,10 +66,10 @@ PageFile readFile(const std::string& file, const Options& options, Timelines& li
             throw Interrupted();
         }
         Sample& sample = entry->sample;
-        if (sample.wallTime > to) {
+        if (sample.wallTime > to + reader.disorder()) {
             break;
         }
-        if (sample.wallTime < from) {
+        if (sample.wallTime < from || sample.wallTime > to) {
             continue;
         }
         if (entry->gap) {

@@ -114,17 +114,19 @@ private:
             throw Unfit("a sample of '" + std::string(monitor::whatName(given.query.what)) +
                         "', which has no statistics");
         }
+        Sample sample;
         if (samples.empty()) {
             firstTarget = given.target;
             firstTime = given.monotonicTime;
         } else if (monitor::targetText(given.target) != monitor::targetText(firstTarget)) {
             throw Unfit("a sample of another Gateway than the first one");
+        } else if (given.monotonicTime < former.monotonicTime) {
+            // The machine that recorded was started anew.
+            firstTime = given.monotonicTime - samples.back().time - recording::elapsed(former, given, entry.gap);
         }
-        Sample sample;
-        sample.time = given.monotonicTime - firstTime;
-        if (!samples.empty() && sample.time < samples.back().time) {
-            throw Unfit("its time (monotonic) lies before that of the sample above");
-        }
+        sample.time = std::max(given.monotonicTime - firstTime, samples.empty() ? 0 : samples.back().time);
+        former.monotonicTime = given.monotonicTime;
+        former.wallTime = given.wallTime;
         if (!entry.gap) {
             std::vector<ResourceGroup> groups;
             for (const monitor::Element& element : given.elements) {
@@ -190,8 +192,9 @@ private:
     std::vector<Sample> samples;
     std::unordered_map<std::string, std::unique_ptr<Shape>> shapes;
     monitor::Target firstTarget;
-    double firstTime = 0;
-    double period = 0;  // 0: the last sample stays
+    double firstTime = 0;      // monotonic; since a restart of the machine such that time goes on
+    monitor::Sample former{};  // its times
+    double period = 0;         // 0: the last sample stays
 };
 
 }  // namespace

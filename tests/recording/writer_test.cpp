@@ -223,6 +223,70 @@ TEST_P(Writing, rotates) {
     EXPECT_EQ(parseRotation("100M")->bytes, 104857600U);
 }
 
+// Names with times to come are of a clock that was ahead.
+TEST_P(Writing, keepsTheFilesThatWerePutAsideLast) {
+    const std::string end = GetParam();
+    for (const std::string stamp : {"20990101T000001Z", "20990101T000002Z", "20990101T000003Z"}) {
+        setContent(directory.file("gw." + stamp + end), "");
+    }
+    write(0, 40, {.file = file, .rotation = *parseRotation("1K"), .keep = 3});
+    std::set<std::string> samples;
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(file).parent_path())) {
+        for (const std::string& sample : readAll(entry.path().string()).samples) {
+            samples.insert(sample);
+        }
+    }
+    std::set<std::string> last;
+    for (std::size_t number = 36; number < 40; ++number) {
+        last.insert(described(makeSample(START + static_cast<double>(number), number)));
+    }
+    EXPECT_TRUE(std::includes(samples.begin(), samples.end(), last.begin(), last.end()));
+    EXPECT_FALSE(std::filesystem::exists(directory.file("gw.20990101T000003Z" + end)));
+}
+
+TEST_P(Writing, beginsAnewWhereTheFileIsGone) {
+    const std::string moved = directory.file(std::string("moved") + GetParam());
+    std::vector<std::string> told;
+    {
+        Writer writer({.file = file, .tell = [&](const std::string& text) { told.push_back(text); }});
+        for (std::size_t number = 0; number < 12; ++number) {
+            if (number == 3) {
+                std::filesystem::remove(file);
+            } else if (number == 7) {
+                std::filesystem::rename(file, moved);
+            }
+            writer.add(makeSample(START, number));
+        }
+    }
+    EXPECT_EQ(told, std::vector<std::string>(2, file + " was removed or moved; it begins anew"));
+    EXPECT_EQ(readAll(moved).samples.size(), 4U);
+    EXPECT_EQ(readAll(moved).counts.torn, 0U);
+    EXPECT_EQ(readAll(file).samples.size(), 5U);
+}
+
+TEST_P(Writing, rotatesAfterTheNextFileCouldNotBeMade) {
+    std::vector<std::string> told;
+    rlimit former{};
+    getrlimit(RLIMIT_NOFILE, &former);
+    {
+        Writer writer({.file = file, .rotation = *parseRotation("2m"), .tell = [&](const std::string& text) {
+                           told.push_back(text);
+                       }});
+        for (std::size_t number = 0; number < 8; ++number) {
+            const rlimit none{number == 2 || number == 3 ? 0 : former.rlim_cur, former.rlim_max};
+            setrlimit(RLIMIT_NOFILE, &none);
+            writer.add(makeSample(START + 60 * static_cast<double>(number), number));
+        }
+    }
+    const std::string end = GetParam();
+    ASSERT_EQ(told.size(), 2U);
+    EXPECT_EQ(told[0], file + ": Too many open files; samples go on in the former file");
+    EXPECT_EQ(told[1], file + " takes samples again");
+    EXPECT_EQ(readAll(directory.file("gw.20261121T033200Z" + end)).samples.size(), 4U);
+    EXPECT_EQ(readAll(directory.file("gw.20261121T033600Z" + end)).samples.size(), 2U);
+    EXPECT_EQ(readAll(file).samples.size(), 2U);
+}
+
 TEST_P(Writing, refusesWhatIsNoRecordingOfItsKind) {
     const std::string compressed = directory.file("x.zst");
     const std::string plain = directory.file("x");

@@ -205,6 +205,25 @@ class From(Directory):
                 result = at('check', *arguments)
                 self.assertEqual((result.returncode, text in result.stdout, result.stderr), (code, True, ''), result)
 
+    def test_clocks_that_were_wrong(self):
+        value = lambda at: zulstat('stats', 'a.total', '--from', self.file, '--at', at, '-o', 'plain', '-q').stdout.split('\t')[1:2]  # noqa: E731
+        numbers = lambda *more: [round(d['monotonic'] - 500) for d in self.documents(None, *more)]  # noqa: E731
+        self.write(document(n, **({'wall': 4e9} if n == 30 else {})) for n in range(120))
+        self.assertEqual((value('-10s'), value('03:32:40')), (['1090'], ['400']))
+        self.assertEqual(numbers('--to', '-10s'), [n for n in range(110) if n != 30])
+        self.write(document(n, wall=BEGIN + n - (3600 if n >= 60 else 0)) for n in range(120))
+        self.assertEqual((value('-10s'), value('03:32:10')), (['1090'], ['100']))
+        self.assertEqual(numbers('--to', '-10s'), list(range(60, 110)))
+        self.assertIn('begins at 2026-11-21T02:33:00.000Z only', zulstat('watch', '--from', self.file, '--to', '-70s').stderr)
+
+    def test_check_of_several_gateways(self):
+        at = lambda n, target, offset: document(n, target, wall=BEGIN + offset, monotonic=500 + offset)  # noqa: E731
+        self.write(one for n in range(60) for one in (at(n, 'gw1', n * 1.0003), at(n, 'gw2', n * 1.0003 + 0.0002)))
+        for arguments, value in ((['--rate'], '10.00/s'), (['--delta', '--at', '-5s', '-i', '2'], '+20'), (['--delta', '-i', '9'], '+90')):
+            with self.subTest(arguments):
+                result = zulstat('check', 'a.total', '--from', self.file, *arguments)
+                self.assertEqual((result.returncode, result.stdout.count(f':7531 is {value}')), (0, 2), result)
+
     def test_hostile_files(self):
         texts = [document(1), document(2, elements=[{'element': '*', 'rc': 0, 'items': [{'id': '\x1b]0;x\x07', 'value': '<b>'}]}])]
         self.write(texts)
@@ -215,7 +234,12 @@ class From(Directory):
         huge = self.file + '.huge'
         with open(huge, 'wb') as file:
             file.truncate(1 << 30)
-        self.assertRegex(zulstat('watch', '--from', huge).stderr, 'a line is longer than 67108864 bytes')
+        self.assertRegex(zulstat('watch', '--from', huge).stderr, '(?s)no whole sample, lines: 1.*has no sample')
+        named = self.file + '.zst'
+        os.rename(self.write(texts), named)
+        self.assertRegex(zulstat('watch', '--from', named).stderr, '(?s)lines: 1.*has no sample: it is damaged: [A-Z]')
+        self.write(texts)
+        self.assertIn('begins at', zulstat('watch', '--from', self.file, '--to', '@1').stderr)
         self.assertIn('has no sample', zulstat('watch', '--from', __file__).stderr)
 
 
