@@ -29,7 +29,7 @@ TEST(Program, servesAndEndsOnASignal) {
         client.exchange(handshakeRequest);
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(program.end(signal), 0);
-        EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
         EXPECT_EQ(program.printed, "");
         EXPECT_EQ(client.awaitEnd(), End::closed);
     }
