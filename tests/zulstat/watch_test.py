@@ -227,7 +227,7 @@ class FullScreen(Dialogue):
         with contextlib.ExitStack() as stack:
             gateway = stack.enter_context(contextlib.ExitStack())
             port = gateway.enter_context(simulator())
-            self.dialogue(port, 'top', ID, talk=[(b'', ID)], end=signal.SIGTERM, LC_ALL='C')
+            self.dialogue(port, 'top', ID, talk=[(b'', 'open.now')], end=signal.SIGTERM, LC_ALL='C')
             self.dialogue(port, 'watch', '0.2', ID, talk=[(b'', '\x1b[K'), (b'', ID)], end=signal.SIGINT)
             self.dialogue(port, 'top', '-i', '0.2', end=b'q', talk=[
                 (b'', 'uptime.seconds'), (b'', '\u2588'), (b'/worker.q', 'worker.queue.now'), (b'\rh', 'leaves it'),
