@@ -175,7 +175,7 @@ class From(Directory):
         self.assertEqual(numbers('-i', '2'), [0, 2, 4, 5, 20, 22, 24])
         start = time.monotonic()
         self.assertEqual(numbers('--speed', '40'), [0, 1, 2, 3, 4, 5, 20, 21, 22, 23, 24])
-        self.assertTrue(0.5 < time.monotonic() - start < 3)
+        self.assertTrue(0.5 < time.monotonic() - start < 15)
         self.assertIn('begins at 2026-11-21T03:32:00.000Z only', zulstat('watch', '--from', self.file, '--at', '@5').stderr)
         csv = zulstat('watch', '--wide', '-o', 'csv', '--lf', 'a.total', '--from', self.file).stdout.splitlines()
         self.assertEqual(csv[6], '2026-11-21T03:32:05.000Z,gw1:7531,')

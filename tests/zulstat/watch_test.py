@@ -53,7 +53,7 @@ class Watch(unittest.TestCase):
         with simulator() as port:
             start = time.monotonic()
             result = run(port, 'watch', '0.2', '6', ID, COUNTER, 'host.name', '-r', '*', '--header-every', '6')
-            self.assertTrue(0.9 < time.monotonic() - start < 2, 'six samples have five intervals')
+            self.assertGreater(time.monotonic() - start, 0.9, 'six samples have five intervals')
             falling = run(port, 'watch', '0.05', '40', ID, '-r', ID, '--no-header').stdout
             partly = run(port, 'watch', '0.05', '2', ID, 'nosuch', '-d', ID)
             groups = run(port, 'watch', '-g', 'host', 'conn', '0.05', '2', '-o', 'plain').stdout
@@ -131,7 +131,7 @@ class Watch(unittest.TestCase):
             fcntl.fcntl(pipe, fcntl.F_SETPIPE_SZ, 4096)
             time.sleep(1)
             watch.send_signal(signal.SIGINT)
-            self.assertEqual(watch.wait(1), 0)
+            self.assertEqual(watch.wait(5), 0)
 
     def test_gateway_restarts(self):
         # In each format, what the output has once after the first samples.
@@ -145,7 +145,7 @@ class Watch(unittest.TestCase):
                     quitter = stack.enter_context(started(*arguments, port, '--no-reconnect'))
                     for _ in range(4):  # flushed per sample
                         self.assertTrue(watch.stdout.readline() and quitter.stdout.readline())
-                self.assertEqual(quitter.wait(2), 5)
+                self.assertEqual(quitter.wait(5), 5)
                 self.assertRegex(watch.stderr.readline(), r'^zulstat: lost the connection .*; trying again$')
                 time.sleep(0.7)  # for attempts that fail, without a word
                 with simulator(port, speed='0'):  # its counters begin anew, and stay
@@ -214,12 +214,12 @@ class Dialogue(unittest.TestCase):
         with started(ZULSTAT, *(['-p', port] if port else []), *arguments, env=ENVIRONMENT | environment, stdin=slave, stdout=slave) as process:
             for keys, text in talk:
                 os.write(master, keys) if isinstance(keys, bytes) else keys()
-                shown, deadline = b'', time.monotonic() + 5
+                shown, deadline = b'', time.monotonic() + 15
                 while text.encode() not in shown:
                     self.assertLess(time.monotonic(), deadline, (text, shown))
                     shown += os.read(master, 65536) if select.select([master], [], [], 0.1)[0] else b''
             os.write(master, end) if isinstance(end, bytes) else process.send_signal(end)
-            self.assertEqual((process.wait(2), termios.tcgetattr(slave)), (0, modes))
+            self.assertEqual((process.wait(5), termios.tcgetattr(slave)), (0, modes))
 
 
 class FullScreen(Dialogue):
@@ -258,7 +258,7 @@ class FullScreen(Dialogue):
                             self.assertLess(time.monotonic(), deadline, 'the terminal is never full')
                         time.sleep(0.3)
                         process.send_signal(signal.SIGTERM)
-                        self.assertEqual((process.wait(3), termios.tcgetattr(slave)), (0, modes))
+                        self.assertEqual((process.wait(5), termios.tcgetattr(slave)), (0, modes))
 
     def test_keys_work_while_the_gateway_is_silent(self):
         with simulator(options=['--fault', 'invoke:silent']) as port:
