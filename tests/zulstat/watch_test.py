@@ -236,7 +236,7 @@ class FullScreen(Dialogue):
             stays = stack.enter_context(simulator())
             other = contextlib.ExitStack()
             goes = other.enter_context(simulator())
-            self.dialogue(stays, 'top', '-H', f'127.0.0.1:{stays},127.0.0.1:{goes}', end=b'q', talk=[
+            self.dialogue(stays, 'top', '-H', f'127.0.0.1:{goes},127.0.0.1:{stays}', end=b'q', talk=[
                 (b'', 'uptime.seconds'), (b'tt', 'TARGET'), (other.close, 'lost the connection'), (b't', 'ID  ')])
         self.assertEqual([run(port, *words).returncode for words in (['top'], ['watch'], ['watch', '-j', '-r*'])], [2, 3, 2])
 
