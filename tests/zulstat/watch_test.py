@@ -205,6 +205,12 @@ class Watch(unittest.TestCase):
 
 
 class Dialogue(unittest.TestCase):
+    def wait_for(self, terminal, text):
+        shown, deadline = b'', time.monotonic() + 15
+        while text.encode() not in shown:
+            self.assertLess(time.monotonic(), deadline, (text, shown))
+            shown += os.read(terminal, 65536) if select.select([terminal], [], [], 0.1)[0] else b''
+
     def dialogue(self, port, *arguments, end, talk, **environment):
         """Types keys and waits for texts to appear; the process has to end with 0 and the terminal as it was."""
         master, slave = pty.openpty()
@@ -214,10 +220,7 @@ class Dialogue(unittest.TestCase):
         with started(ZULSTAT, *(['-p', port] if port else []), *arguments, env=ENVIRONMENT | environment, stdin=slave, stdout=slave) as process:
             for keys, text in talk:
                 os.write(master, keys) if isinstance(keys, bytes) else keys()
-                shown, deadline = b'', time.monotonic() + 15
-                while text.encode() not in shown:
-                    self.assertLess(time.monotonic(), deadline, (text, shown))
-                    shown += os.read(master, 65536) if select.select([master], [], [], 0.1)[0] else b''
+                self.wait_for(master, text)
             os.write(master, end) if isinstance(end, bytes) else process.send_signal(end)
             self.assertEqual((process.wait(5), termios.tcgetattr(slave)), (0, modes))
 
@@ -249,12 +252,12 @@ class FullScreen(Dialogue):
                     termios.tcsetwinsize(slave, (200, 200))
                     modes = termios.tcgetattr(slave)
                     with started(ZULSTAT, '-p', port, command, '-i', '0.05', stdin=slave, stdout=slave) as process:
-                        while b'open.now' not in os.read(master, 65536):
-                            pass
+                        self.wait_for(master, 'open.now')
                         os.write(master, stop)  # Ctrl-S, or nobody reads
                         deadline = time.monotonic() + 20
                         while select.select([], [slave], [], 0.05)[1]:
                             os.write(master, b'?')  # top draws the help and the rows in turns
+                            time.sleep(0.02)  # more keys than it takes would fill the terminal the other way
                             self.assertLess(time.monotonic(), deadline, 'the terminal is never full')
                         time.sleep(0.3)
                         process.send_signal(signal.SIGTERM)
