@@ -46,7 +46,8 @@ void Sampler::begin(Query query, Clock::time_point until) {
     groups.clear();
     pack.clear();
     failedIds.clear();
-    if (wanted.what != What::stats && (wanted.what != What::statsByGroup || wanted.ids.empty())) {
+    const bool byGroup = (wanted.what == What::statsByGroup || wanted.what == What::idsByGroup) && !wanted.ids.empty();
+    if (wanted.what != What::stats && wanted.what != What::ids && !byGroup) {
         ask(Step::other, wanted);
     } else if (refuses(whole().refused, whole().size)) {
         askForParts();
@@ -56,7 +57,11 @@ void Sampler::begin(Query query, Clock::time_point until) {
 }
 
 Sampler::Whole& Sampler::whole() {
-    return wholes[wanted.ids];
+    return wholes[{wanted.what, wanted.ids}];
+}
+
+bool Sampler::ofStatistics() const {
+    return wanted.what == What::stats || wanted.what == What::statsByGroup;
 }
 
 bool Sampler::refuses(const std::optional<Clock::time_point>& since, std::size_t size) const {
@@ -78,7 +83,7 @@ void Sampler::forgetAllBut(const std::vector<Item>& listed) {
 }
 
 std::optional<Outcome> Sampler::askForParts() {
-    if (wanted.what == What::statsByGroup) {
+    if (!wanted.ids.empty()) {
         groups.assign(wanted.ids.begin(), wanted.ids.end());
         return next();
     }
@@ -104,7 +109,7 @@ std::optional<Outcome> Sampler::take(Outcome outcome) {
     case Step::other:
         break;
     case Step::whole:
-        wholes.erase(wanted.ids);
+        wholes.erase({wanted.what, wanted.ids});
         if (wanted.what == What::stats) {
             known.clear();
         }
@@ -122,7 +127,7 @@ std::optional<Outcome> Sampler::take(Outcome outcome) {
         add(part);
         break;
     case Step::pack:
-        for (const Element& element : part.elements) {
+        for (const Element& element : ofStatistics() ? part.elements : std::vector<Element>()) {
             known[std::string(element.text)] = {sizeOf(part, element), 0, std::nullopt};
         }
         ++sample.parts;
@@ -162,6 +167,9 @@ std::optional<Outcome> Sampler::take(Outcome outcome) {
 std::optional<Outcome> Sampler::refuse(Outcome outcome) {
     switch (step) {
     case Step::whole:
+        if (wanted.what == What::idsByGroup && wanted.ids.size() == 1) {
+            return outcome;  // there is nothing smaller
+        }
         whole() = {deadline, 0};
         if (wanted.ids.size() == 1) {
             refuseGroup(wanted.ids[0]);
@@ -170,12 +178,15 @@ std::optional<Outcome> Sampler::refuse(Outcome outcome) {
         return askForParts();
     case Step::groups:
         // One that refuses whatever it is asked for.
-        wholes.erase(wanted.ids);
+        wholes.erase({wanted.what, wanted.ids});
         if (firstRefusal) {
             outcome.failure = std::move(firstRefusal);
         }
         return outcome;
     case Step::pack:
+        if (!ofStatistics()) {
+            return outcome;
+        }
         if (pack.size() == 1) {
             refuseGroup(pack[0]);
         } else {
@@ -238,6 +249,12 @@ std::optional<Outcome> Sampler::next() {
     }
     if (groups.empty()) {
         return finish();
+    }
+    if (!ofStatistics()) {
+        pack = {std::move(groups.front())};
+        groups.pop_front();
+        ask(Step::pack, {What::idsByGroup, pack});
+        return std::nullopt;
     }
     std::size_t size = BESIDES;
     while (!groups.empty()) {

@@ -2,7 +2,8 @@
 //
 // The library stores an answer of resultSetLimit bytes at most, and a larger one ends the connection. A Sampler asks
 // for all statistics, or those of some groups, at once and, where that is refused, by group; a group that is refused it
-// asks for by chunks of identifiers. The answers become one sample, whose elements are those of the whole.
+// asks for by chunks of identifiers. Identifiers it asks for at once and then by group; those of a group have to fit.
+// The answers become one sample, whose elements are those of the whole.
 #pragma once
 
 #include <chrono>
@@ -11,6 +12,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "collector.h"
@@ -20,9 +22,10 @@
 
 namespace monitor {
 
-// A Collector whose queries for statistics, all or by group, have no limit; other queries, and everything else, are as
-// there. The deadline holds for all answers together. What was refused is remembered: it is asked for in parts from
-// then on, and tried again after 10 minutes, unless the parts show that it is larger than the limit still.
+// A Collector whose queries for statistics, all or by group, have no limit, and those for identifiers that of a group;
+// other queries, and everything else, are as there. The deadline holds for all answers together. What was refused is
+// remembered: it is asked for in parts from then on, and tried again after 10 minutes, unless the parts show that it is
+// larger than the limit still.
 class Sampler {
 public:
     explicit Sampler(CollectorOptions options);
@@ -71,6 +74,7 @@ private:
     };
 
     Whole& whole();
+    bool ofStatistics() const;  // the query in progress, not of identifiers
     std::optional<Outcome> take(Outcome outcome);
     std::optional<Outcome> refuse(Outcome outcome);
     std::optional<Outcome> next();
@@ -89,7 +93,7 @@ private:
     Collector collector;
 
     // What is remembered of the Gateway. Moments are deadlines of the queries, the one clock that is at hand.
-    std::map<std::vector<std::string>, Whole> wholes;  // by groups; without any it is all statistics
+    std::map<std::pair<What, std::vector<std::string>>, Whole> wholes;  // by groups; without any it is all
     std::map<std::string, Group, std::less<>> known;
     std::size_t chunkSize;  // of an answer by identifiers, as it is reckoned beforehand
     Clock::time_point chunkRefused;

@@ -150,6 +150,30 @@ TEST_F(Split, GroupsAreOneSampleToo) {
     EXPECT_EQ(sampler.collect(everything, ENOUGH).sample.parts, 1u);
 }
 
+TEST_F(Split, IdentifiersAreOneSampleToo) {
+    std::vector<Entry> wanted;
+    for (const auto& [element, rc, id, value] : entriesOf(large)) {
+        wanted.emplace_back(element, rc, id, "");
+    }
+    for (int times = 0; times < 2; ++times) {
+        const Outcome outcome = sampler.collect({What::ids, {}}, ENOUGH);
+        ASSERT_FALSE(outcome.failure);
+        EXPECT_EQ(entriesOf(outcome.sample), wanted);
+        EXPECT_GT(outcome.sample.parts, 100u);
+        EXPECT_EQ(outcome.sample.query.what, What::ids);
+    }
+    // That says nothing of the statistics, of which several groups go together once they are known.
+    ASSERT_FALSE(sampler.collect(everything, ENOUGH).failure);
+    EXPECT_LT(sampler.collect(everything, ENOUGH).sample.parts, 30u);
+    EXPECT_FALSE(sampler.collect({What::idsByGroup, {"big", "long"}}, ENOUGH).failure);
+    // A group of which there is nothing smaller.
+    const simgateway::Model huge({group(std::string(30000, 'i'), 2, "1")});
+    model = &huge;
+    EXPECT_EQ(sampler.collect({What::ids, {}}, ENOUGH).failure.value().kind, FailureKind::refused);
+    model = &small;
+    EXPECT_EQ(sampler.collect({What::ids, {}}, ENOUGH).sample.items.size(), entriesOf(small).size());
+}
+
 TEST_F(Split, WhatFitsAgainIsAskedForAtOnce) {
     ASSERT_GT(sampler.collect(everything, ENOUGH).sample.parts, 1u);
     model = &small;
