@@ -27,10 +27,14 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/zulstatsConfigVersion.cma
 install(FILES ${PROJECT_BINARY_DIR}/zulstatsConfig.cmake ${PROJECT_BINARY_DIR}/zulstatsConfigVersion.cmake
     DESTINATION ${zulstats_package_dir})
 
-# Directories below the prefix move with the package; absolute ones stay as they are.
-set(pc_prefix /prefix)
-cmake_path(RELATIVE_PATH pc_prefix BASE_DIRECTORY /prefix/${zulstats_guide_dir}/pkgconfig)
-string(PREPEND pc_prefix "\${pcfiledir}/")
+# Directories below the prefix move with the package; absolute ones stay as they are. What is installed for the system stays
+# too, and pkg-config leaves out the directories that compilers look into by themselves.
+set(pc_prefix /usr)
+if(NOT CMAKE_INSTALL_PREFIX STREQUAL pc_prefix)
+    set(pc_prefix /prefix)
+    cmake_path(RELATIVE_PATH pc_prefix BASE_DIRECTORY /prefix/${zulstats_guide_dir}/pkgconfig)
+    string(PREPEND pc_prefix "\${pcfiledir}/")
+endif()
 cmake_path(APPEND pc_libdir "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
 cmake_path(APPEND pc_includedir "\${prefix}" "${CMAKE_INSTALL_INCLUDEDIR}")
 configure_file(cmake/zulstats.pc.in ${PROJECT_BINARY_DIR}/zulstats.pc @ONLY)

@@ -97,10 +97,10 @@
 
 /* The version of this header and its library; the number is MAJOR * 10000 + MINOR * 100 + PATCH. */
 #define ZULSTATS_VERSION_MAJOR 1
-#define ZULSTATS_VERSION_MINOR 1
+#define ZULSTATS_VERSION_MINOR 2
 #define ZULSTATS_VERSION_PATCH 0
-#define ZULSTATS_VERSION "1.1.0"
-#define ZULSTATS_VERSION_NUMBER 10100
+#define ZULSTATS_VERSION "1.2.0"
+#define ZULSTATS_VERSION_NUMBER 10200
 
 #if defined(__GNUC__)
 #define ZULSTATS_API __attribute__((visibility("default")))

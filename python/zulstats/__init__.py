@@ -47,7 +47,7 @@ from . import _library, _worker
 from ._errors import CODES, Error, Timeout
 
 __all__ = ["CODES", "Connection", "Error", "Row", "Rows", "Timeout", "connect", "library_version", "set_trace"]
-__version__ = "1.1.0"
+__version__ = "1.2.0"
 
 # Longest query string that the library takes as it is.
 _LONGEST_QUERY = 32765
