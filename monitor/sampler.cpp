@@ -127,8 +127,10 @@ std::optional<Outcome> Sampler::take(Outcome outcome) {
         add(part);
         break;
     case Step::pack:
-        for (const Element& element : ofStatistics() ? part.elements : std::vector<Element>()) {
-            known[std::string(element.text)] = {sizeOf(part, element), 0, std::nullopt};
+        if (ofStatistics()) {
+            for (const Element& element : part.elements) {
+                known[std::string(element.text)] = {sizeOf(part, element), 0, std::nullopt};
+            }
         }
         ++sample.parts;
         add(part);

@@ -6,7 +6,6 @@
 import collections
 import contextlib
 import csv
-import fcntl
 import html.parser
 import io
 import json
@@ -14,7 +13,6 @@ import os
 import pathlib
 import pty
 import re
-import struct
 import subprocess
 import sys
 import tempfile
@@ -277,6 +275,21 @@ class Plot(Recordings):
         self.assertIn("'--from' is an option of plot", run('--from', file, 'plot', 'x', code=2).stderr)
         self.assertIn('needs an identifier', run('plot', '--from', file, code=2).stderr)
 
+    def drawn(self, port, *words, rows=0):
+        """What three samples of plot write to a terminal; one of 0 rows tells no size."""
+        leader, follower = pty.openpty()
+        termios.tcsetwinsize(follower, (rows, 80 if rows else 0))
+        with subprocess.Popen([ZULSTAT, '-p', port, 'plot', *words, '-i', '0.05', '-c', '3'], stdout=follower,
+                              env=ENVIRONMENT | {'TERM': 'xterm'}) as process:
+            os.close(follower)
+            seen = b''
+            with contextlib.suppress(OSError):
+                while piece := os.read(leader, 65536):
+                    seen += piece
+            self.assertEqual(process.wait(30), 0)
+        os.close(leader)
+        return seen
+
     def test_live(self):
         with subprocess.Popen([SIM, '--port', '0'], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True) as sim, \
                 contextlib.ExitStack() as ending:
@@ -285,29 +298,8 @@ class Plot(Recordings):
             text = run('-p', port, 'plot', 'host.load.1m', '-i', '0.05', '-c', '10').stdout
             self.assertRegex(text, r'^host.load.1m  ')
             self.assertIn('nothing matches', run('-p', port, 'plot', 'no*', '-i', '0.05', '-c', '2', code=1).stderr)
-            leader, follower = pty.openpty()
-            with subprocess.Popen([ZULSTAT, '-p', port, 'plot', 'host.load.*', '-i', '0.05', '-c', '3'], stdout=follower,
-                                  env=ENVIRONMENT | {'TERM': 'xterm'}) as process:
-                os.close(follower)
-                seen = b''
-                with contextlib.suppress(OSError):
-                    while piece := os.read(leader, 65536):
-                        seen += piece
-                self.assertEqual(process.wait(30), 0)
-            os.close(leader)
-            self.assertEqual(seen.count(b'\x1b[H'), 3)
-            leader, follower = pty.openpty()
-            fcntl.ioctl(follower, termios.TIOCSWINSZ, struct.pack('HHHH', 24, 80, 0, 0))
-            with subprocess.Popen([ZULSTAT, '-p', port, 'plot', '-g', 'host', '-i', '0.05', '-c', '3'], stdout=follower,
-                                  env=ENVIRONMENT | {'TERM': 'xterm'}) as process:
-                os.close(follower)
-                seen = b''
-                with contextlib.suppress(OSError):
-                    while piece := os.read(leader, 65536):
-                        seen += piece
-                self.assertEqual(process.wait(30), 0)
-            os.close(leader)
-            self.assertRegex(seen.decode(), r'\d+ more have no room\x1b\[K\r*\n\x1b\[J')
+            self.assertEqual(self.drawn(port, 'host.load.*').count(b'\x1b[H'), 3)
+            self.assertRegex(self.drawn(port, '-g', 'host', rows=24).decode(), r'\d+ more have no room\x1b\[K\r*\n\x1b\[J')
             sim.terminate()
 
 
